@@ -1,0 +1,40 @@
+#pragma once
+
+#include <zmq.hpp>
+
+#include "../common/export.h"
+
+/// The owner of the process's one ZeroMQ context, so that all sockets share one I/O thread and one socket limit.
+///
+/// Clients and subscribers take the context in their `init`. It is made on the first use and destroyed at the end of
+/// the process, after every client and subscriber of this library has let go of it. A socket that the application
+/// itself opens on the context must be closed before the process ends: ZeroMQ waits for it.
+///
+/// Threads: the first use may happen on several threads at once. Nothing else is guarded: `resetContext` must not run
+/// while another thread uses the context.
+class ZEL_EXPORT ZmqUtils {
+ public:
+  /// The single instance, made by the first call: logs "ZmqUtils: initializing ZMQ Context ..." at level 5.
+  /// @throws zmq::error_t  when no context can be made; the next call tries again.
+  static ZmqUtils& getInstance();
+
+  /// The context itself; not a copy.
+  zmq::context_t& getContext();
+
+  /// Destroys the context and makes a new one; logs "ZmqUtils: reseting ZMQ Context ..." at level 5.
+  ///
+  /// Waits until every socket that is still open on the old context has been closed. Clients and subscribers must be
+  /// destroyed before, or given the new context in another `init` after; in a child made by fork(2) this is how to
+  /// get a context, and the parent's is left alone.
+  /// @throws zmq::error_t  when no context can be made: there is none until a later call succeeds.
+  void resetContext();
+
+  /// Logs "ZmqUtils: closing ZMQ context" at level 5 and destroys the context.
+  ~ZmqUtils();
+  ZmqUtils(const ZmqUtils&) = delete;
+  ZmqUtils& operator=(const ZmqUtils&) = delete;
+
+ private:
+  ZmqUtils();
+  zmq::context_t context_;
+};

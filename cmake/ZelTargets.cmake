@@ -1,0 +1,26 @@
+# How the targets of this tree are made: one place for the language, the warnings and the include path.
+
+# zel_configure_target(TARGET): the rules that hold for every target, programs and tests included.
+function(zel_configure_target target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(
+    ${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror=format-security
+                      $<$<BOOL:${ZEL_WARNINGS_AS_ERRORS}>:-Werror>)
+  target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
+endfunction()
+
+# zel_add_library(NAME): one of the two shared libraries; its rooms add the sources.
+#
+# SOVERSION is the version of the binary interface, apart from the project's version: it goes up when a program that
+# was built against an earlier release may no longer run (a public class changes its layout, its virtual operations or
+# the operations that it exports), and only then.
+function(zel_add_library name)
+  add_library(${name} SHARED)
+  add_library(zelSysMgrApi::${name} ALIAS ${name})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
+  target_include_directories(
+    ${name} INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelSysMgrApi>")
+  target_link_options(${name} PRIVATE -Wl,--no-undefined-version)
+  zel_configure_target(${name})
+endfunction()

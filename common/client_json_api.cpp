@@ -1,0 +1,281 @@
+#include "common/client_json_api.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+
+#include "common/open_sockets.h"
+#include "common/status.h"
+#include "common/wire_json.h"
+
+using zel::status::kBadAnswer;
+using zel::status::kBadRequest;
+using zel::status::kCannotConnect;
+using zel::status::kNoAnswer;
+using zel::status::kNotInitialized;
+using zel::status::kNotSent;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kDefaultTimeoutMs = 5000;
+
+/// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
+struct SocketOption {
+  int option;
+  int value;
+};
+constexpr SocketOption kSocketOptions[] = {
+    {ZMQ_LINGER, 0},            // a request that failed must not leave later, nor hold up the end of the process
+    {ZMQ_IMMEDIATE, 1},         // nothing is queued for a daemon that is not there
+    {ZMQ_REQ_CORRELATE, 1},     // an answer carries its request's number: late and doubled ones are dropped
+    {ZMQ_RECONNECT_IVL, 10},    // ms; a daemon that is back is found within about 20 ms
+    {ZMQ_HANDSHAKE_IVL, 1000},  // ms; a peer that accepts and then says nothing is given up
+    {ZMQ_CONNECT_TIMEOUT, 1000},
+    {ZMQ_MAXMSGSIZE, static_cast<int>(zel::kMaxFrameBytes)},  // an endless frame cannot take the memory
+};
+
+bool setOption(void* socket, const SocketOption& option) {
+  if (option.option == ZMQ_MAXMSGSIZE) {
+    const std::int64_t size = option.value;
+    return zmq_setsockopt(socket, option.option, &size, sizeof size) == 0;
+  }
+  return zmq_setsockopt(socket, option.option, &option.value, sizeof option.value) == 0;
+}
+
+/// The frame that a socket receives, released with its scope.
+class Frame {
+ public:
+  Frame() { zmq_msg_init(&message_); }
+  ~Frame() { zmq_msg_close(&message_); }
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+  zmq_msg_t* get() { return &message_; }
+  bool more() { return zmq_msg_more(&message_) != 0; }
+  std::string_view text() { return {static_cast<const char*>(zmq_msg_data(&message_)), zmq_msg_size(&message_)}; }
+
+ private:
+  zmq_msg_t message_;
+};
+
+/// Whether the operation may succeed when it is tried again after a wait.
+bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
+
+/// Waits until the socket is ready for the events.
+/// @return false at the deadline, or when the socket cannot be waited for any more
+bool waitFor(void* socket, short events, Clock::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return false;
+    zmq_pollitem_t item{socket, 0, events, 0};
+    const int ready = zmq_poll(&item, 1, left);
+    if (ready > 0) return true;
+    if (ready < 0 && zmq_errno() != EINTR) return false;
+  }
+}
+
+}  // namespace
+
+/// The client's side of the connection: one REQ socket, kept while calls succeed and made anew after a failed one,
+/// since a broken connection can leave a socket deaf for good.
+class ClientJsonApi::Connection final : public zel::SocketHolder {
+ public:
+  Connection() = default;
+  ~Connection() {
+    detach();
+    disconnect();
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  /// @return empty, or why the socket cannot be opened
+  std::string open(zmq::context_t& context, const std::string& address) {
+    disconnect();
+    address_.clear();
+    attach(context);
+    std::string why = connect(address);
+    if (why.empty()) address_ = address;
+    return why;
+  }
+
+  bool isInitialized() const { return !address_.empty(); }
+  bool belongsToThisProcess() const { return ownsSockets(); }
+  const std::string& address() const { return address_; }
+  zel::WireJsonReader& reader() { return reader_; }
+  zel::WireJsonWriter& writer() { return writer_; }
+
+  /// Works with the connection until the scope ends; disconnects then unless the exchange went well.
+  class Exchange {
+   public:
+    explicit Exchange(Connection& connection) : connection_(connection), use_(connection) {}
+    ~Exchange() {
+      if (!wentWell_ && use_) connection_.disconnect();
+    }
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+    explicit operator bool() const { return static_cast<bool>(use_); }
+    void wentWell() { wentWell_ = true; }
+
+   private:
+    Connection& connection_;
+    Use use_;
+    bool wentWell_ = false;
+  };
+
+  /// @return empty, or why there is no socket
+  std::string connect(const std::string& address) {
+    if (socket_ != nullptr) return {};
+    if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
+    socket_ = zmq_socket(context()->handle(), ZMQ_REQ);
+    bool made = socket_ != nullptr;
+    for (const SocketOption& option : kSocketOptions) made = made && setOption(socket_, option);
+    made = made && zmq_connect(socket_, address.c_str()) == 0;
+    if (made) return {};
+    std::string why = zmq_strerror(zmq_errno());
+    disconnect();
+    return why;
+  }
+
+  /// Hands both frames of a request to a connected daemon.
+  bool send(const std::string& id, const std::string& body, Clock::time_point deadline) {
+    return sendFrame(id, ZMQ_SNDMORE, deadline) && sendFrame(body, 0, deadline);
+  }
+
+  bool receive(Frame& frame, Clock::time_point deadline) {
+    while (zmq_msg_recv(frame.get(), socket_, ZMQ_DONTWAIT) < 0) {
+      if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLIN, deadline)) return false;
+    }
+    return true;
+  }
+
+ private:
+  bool sendFrame(const std::string& frame, int flags, Clock::time_point deadline) {
+    while (zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags) < 0) {
+      if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLOUT, deadline)) return false;
+    }
+    return true;
+  }
+
+  void disconnect() noexcept {
+    // A forked child forgets the socket: it belongs to the parent and to threads that the child does not have.
+    if (socket_ != nullptr && ownsSockets()) zmq_close(socket_);
+    socket_ = nullptr;
+  }
+  void closeSockets() noexcept override { disconnect(); }
+
+  void* socket_ = nullptr;
+  std::string address_;
+  zel::WireJsonReader reader_;
+  zel::WireJsonWriter writer_;
+};
+
+ClientJsonApi::ClientJsonApi() : connection_(std::make_unique<Connection>()) {}
+
+ClientJsonApi::~ClientJsonApi() = default;
+
+int ClientJsonApi::getCommandDescription(unsigned int id, std::string& description) {
+  description = "command " + std::to_string(id);
+  return 0;
+}
+
+int ClientJsonApi::getClientTimeout() { return kDefaultTimeoutMs; }
+
+int ClientJsonApi::init(zmq::context_t& context) {
+  const std::string address = getIpcConnectAddress();
+  const std::string why = connection_->open(context, address);
+  if (why.empty()) return zel::status::kOk;
+  lastError_ = {kCannotConnect, "The client cannot open a connection to " + address + ": " + why + "."};
+  return kCannotConnect;
+}
+
+int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
+  const unsigned int id = message.getId();
+  if (!connection_->isInitialized()) {
+    return fail(kNotInitialized, id, " was not sent: the client is not connected. Call init first.");
+  }
+  if (!connection_->belongsToThisProcess()) {
+    return fail(kNotInitialized, id,
+                " was not sent: the client was connected before the process was forked. Call init again, with a "
+                "context of this process.");
+  }
+  Connection::Exchange exchange(*connection_);
+  if (!exchange) return fail(kNotInitialized, id, " was not sent: the process is ending.");
+
+  const int wished = getClientTimeout();
+  const int timeoutMs = wished > 0 ? wished : kDefaultTimeoutMs;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+
+  std::string body;
+  if (!message.getBody().isNull()) {
+    const std::string why = connection_->writer().write(message.getBody(), body);
+    if (!why.empty()) {
+      exchange.wentWell();  // with the connection, that is: nothing was sent
+      return fail(kBadRequest, id, " was not sent: its body cannot be written as JSON text: " + why + ".");
+    }
+  }
+
+  const std::string& address = connection_->address();
+  if (const std::string why = connection_->connect(address); !why.empty()) {
+    return fail(kCannotConnect, id, " was not sent: no connection to " + address + " can be opened: " + why + ".");
+  }
+  const std::string within = " within " + std::to_string(timeoutMs) + " ms";
+  if (!connection_->send(std::to_string(id), body, deadline)) {
+    return fail(kNotSent, id,
+                " was not sent: no daemon took it at " + address + within + ". Is the system manager running?");
+  }
+  Frame answer;
+  if (!connection_->receive(answer, deadline)) {
+    return fail(kNoAnswer, id,
+                " was sent to " + address + ", but no answer came" + within +
+                    ". The daemon may have acted on it: read the state back before you repeat it.");
+  }
+
+  const std::string unusable = " was answered, but the answer cannot be used: ";
+  if (answer.more()) return fail(kBadAnswer, id, unusable + "it has more than one frame.");
+  Json::Value received;
+  if (const std::string why = connection_->reader().read(answer.text(), received); !why.empty()) {
+    return fail(kBadAnswer, id, unusable + why + ".");
+  }
+  if (!received.isObject()) return fail(kBadAnswer, id, unusable + "it is not a JSON object.");
+  constexpr std::string_view kStatus = "status";
+  const Json::Value* const status = received.find(kStatus.data(), kStatus.data() + kStatus.size());
+  if (status != nullptr && !status->isInt()) return fail(kBadAnswer, id, unusable + "its status is not an integer.");
+
+  exchange.wentWell();
+  const int result = status == nullptr ? 0 : status->asInt();
+  reply.swap(received);
+  return result < 0 ? refused(result, id, reply) : result;
+}
+
+int ClientJsonApi::getLastErrorMessage(ErrorReport& report) {
+  report = lastError_;
+  return zel::status::kOk;
+}
+
+int ClientJsonApi::fail(int code, unsigned int id, const std::string& what) {
+  std::string name;
+  getCommandDescription(id, name);
+  if (name.empty()) name = "command " + std::to_string(id);
+  lastError_ = {code, "\"" + name + "\"" + what};
+  return code;
+}
+
+int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply) {
+  const auto textOf = [](const Json::Value& value) { return value.isString() ? value.asString() : std::string(); };
+  std::string text = textOf(reply["error"]);
+  if (text.empty())
+    return fail(status, id, " was refused by the daemon with the status " + std::to_string(status) + ".");
+
+  const Json::Value& auxiliary = reply["aux-errors"];
+  std::string messages;
+  if (auxiliary.isArray()) {
+    for (const Json::Value& message : auxiliary) {
+      if (message.isString()) messages += (messages.empty() ? "" : "; ") + message.asString();
+    }
+  }
+  if (!messages.empty()) text += " (" + messages + ")";
+  lastError_ = {status, text};
+  return status;
+}

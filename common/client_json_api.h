@@ -1,0 +1,80 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+#include <zmq.hpp>
+
+#include "error_report.h"
+#include "export.h"
+#include "ipc_msg.h"
+
+/// A request client: sends one request at a time over ZeroMQ and waits for its answer.
+///
+/// On the wire a request is two frames, the command id as decimal text and the body as compact JSON (an empty frame
+/// when there is no body); the answer is one frame, a JSON object. A frame is at most 1 MiB, JSON nests at most 64
+/// deep. An answer belongs to its request: a late or doubled one is never taken for another's.
+///
+/// The client works again with the very next call once a daemon is back; nothing has to be made anew.
+///
+/// Threads: one caller at a time per client. A child made by fork(2) has to call `init` with a context of its own.
+/// The context has to outlive the client, but for the end of the process: a client in static storage is disconnected
+/// before the context is destroyed, and its calls return -100 from there on.
+///
+/// The order of the virtual operations is part of the binary interface.
+class ZEL_EXPORT ClientJsonApi {
+ public:
+  /// Not connected yet.
+  ClientJsonApi();
+  virtual ~ClientJsonApi();
+  ClientJsonApi(const ClientJsonApi&) = delete;
+  ClientJsonApi& operator=(const ClientJsonApi&) = delete;
+
+  /// The ZeroMQ endpoint that `init` connects to.
+  virtual std::string getIpcConnectAddress() = 0;
+
+  /// The name of a command, as the client's error texts show it. By default "command ID".
+  /// @return 0
+  virtual int getCommandDescription(unsigned int id, std::string& description);
+
+  /// How long a request may take from its start to its answer, in milliseconds: 5000. A derived class may say
+  /// otherwise; 0 and negative values count as the default.
+  virtual int getClientTimeout();
+
+  /// Opens the client's socket on the context and starts to connect it to `getIpcConnectAddress`. The daemon need not
+  /// be there yet. May be called again, also with another context: the old socket is closed first.
+  ///
+  /// @return 0, or -101 when the socket cannot be opened or the address is not valid.
+  int init(zmq::context_t& context);
+
+  /// Sends the request and waits for the answer, `getClientTimeout` at most; signals do not shorten or lengthen that.
+  ///
+  /// Logs nothing at level 2: whoever calls reports the code.
+  ///
+  /// @param reply  receives the whole answer, its "status" included. Untouched unless the daemon answered with a JSON
+  ///               object; a refusal is such an answer.
+  /// @return the answer's "status" (0 when it has none): 0 or positive for success, negative for a refusal; or
+  ///         -100  `init` has not succeeded, or the process is at its end
+  ///         -101  the socket cannot be opened or connected
+  ///         -102  no daemon took the request within the time-out: it was not sent and never will be
+  ///         -103  the request was sent and no answer came within the time-out (an answer over the size limit counts
+  ///               as none): the daemon may have acted on it
+  ///         -104  the answer is not one JSON object in one frame, or its "status" is not an integer
+  ///         -105  the request cannot be written as JSON text within the limits: nothing was sent
+  ///         Each of these is kept for `getLastErrorMessage`.
+  int sendMessage(IpcMsg& message, Json::Value& reply);
+
+  /// Tells the last failure of this client: code 0 and no text while there was none; a success leaves it in place.
+  /// The text of a refusal is the daemon's "error" text, followed by its "aux-errors" in parentheses.
+  /// @return 0
+  int getLastErrorMessage(ErrorReport& report);
+
+ private:
+  class Connection;
+  int fail(int code, unsigned int id, const std::string& what);
+  int refused(int status, unsigned int id, const Json::Value& reply);
+
+  std::unique_ptr<Connection> connection_;
+  ErrorReport lastError_;
+};

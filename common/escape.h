@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace zel {
+
+/// The text with everything escaped that could steer a terminal or forge a line: control characters (those of Unicode
+/// included) and DEL as "\x0a", the backslash as "\\"; in a text that is not UTF-8, every byte above 0x7f as well.
+std::string escaped(const std::string& text);
+
+}  // namespace zel

@@ -1,0 +1,19 @@
+#include "common/format_text.h"
+
+#include <cstdio>
+
+namespace zel {
+
+std::string formatText(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const ArgumentsEnd end{again};
+
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  if (length < 0) return format;  // nothing better can be shown of a text that does not format
+  std::string text(static_cast<std::size_t>(length), '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  return text;
+}
+
+}  // namespace zel

@@ -1,0 +1,96 @@
+#include "common/logger.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "common/escape.h"
+#include "common/format_text.h"
+
+namespace {
+
+struct State {
+  std::atomic<int> threshold{Logger::LEVEL_CONFIG};
+  std::mutex mutex;
+  std::shared_ptr<const Logger::Sink> sink;  // null: the default sink
+};
+
+State& state() {
+  // In static storage and never destroyed: static objects may log while the process ends.
+  alignas(State) static unsigned char storage[sizeof(State)];
+  static State* const made = new (storage) State;
+  return *made;
+}
+
+const char* levelName(Logger::logDebugLevel_t level) {
+  switch (level) {
+    case Logger::LEVEL_ERROR: return "error";
+    case Logger::LEVEL_CONFIG: return "config";
+    case Logger::LEVEL_LIFECYCLE: return "lifecycle";
+    case Logger::LEVEL_PROGRESS: return "progress";
+    case Logger::LEVEL_TRACE: return "trace";
+  }
+  return "log";
+}
+
+void writeToStandardError(Logger::logDebugLevel_t level, const std::string& text) {
+  const std::string line = std::string(levelName(level)) + ": " + zel::escaped(text) + '\n';
+  // One call a line, so that the lines of several threads stay whole.
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+__attribute__((format(printf, 2, 0))) void write(Logger::logDebugLevel_t level, const char* format, va_list arguments) {
+  const std::string text = zel::formatText(format, arguments);
+  std::shared_ptr<const Logger::Sink> sink;
+  {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    sink = state().sink;
+  }
+  if (sink) {
+    (*sink)(level, text);
+  } else {
+    writeToStandardError(level, text);
+  }
+}
+
+bool dropped(Logger::logDebugLevel_t level) { return level > state().threshold.load(std::memory_order_relaxed); }
+
+}  // namespace
+
+Logger* Logger::getInstance() {
+  alignas(Logger) static unsigned char storage[sizeof(Logger)];
+  static Logger* const instance = new (storage) Logger;
+  return instance;
+}
+
+void Logger::log(logDebugLevel_t level, const char* format, ...) {
+  if (dropped(level)) return;
+  va_list arguments;
+  va_start(arguments, format);
+  const zel::ArgumentsEnd end{arguments};
+  write(level, format, arguments);
+}
+
+void Logger::logMessage(logDebugLevel_t level, const char* format, ...) {
+  if (dropped(level)) return;
+  va_list arguments;
+  va_start(arguments, format);
+  const zel::ArgumentsEnd end{arguments};
+  write(level, format, arguments);
+}
+
+void Logger::setLevel(logDebugLevel_t threshold) { state().threshold.store(threshold, std::memory_order_relaxed); }
+
+Logger::logDebugLevel_t Logger::getLevel() const {
+  return static_cast<logDebugLevel_t>(state().threshold.load(std::memory_order_relaxed));
+}
+
+void Logger::setSink(Sink sink) {
+  auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  state().sink.swap(next);
+}

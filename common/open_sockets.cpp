@@ -1,0 +1,95 @@
+#include "common/open_sockets.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <set>
+#include <utility>
+
+namespace zel {
+
+namespace {
+
+struct Registry {
+  std::mutex mutex;
+  std::set<SocketHolder*> holders;
+  /// The contexts for which an exit handler is registered: the wrapper and what it wraps, since either may be reused.
+  std::set<std::pair<const void*, const void*>> contexts;
+};
+
+Registry& registry() {
+  // In static storage and never destroyed: it is needed until the process is gone.
+  alignas(Registry) static unsigned char storage[sizeof(Registry)];
+  static Registry* const made = new (storage) Registry;
+  return *made;
+}
+
+}  // namespace
+
+void SocketHolder::attach(zmq::context_t& context) {
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  registry().holders.insert(this);
+  if (registry().contexts.insert({&context, context.handle()}).second) std::atexit(closeAll);
+  context_ = &context;
+  owner_ = getpid();
+  ended_ = false;
+}
+
+void SocketHolder::detach() {
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  registry().holders.erase(this);
+}
+
+bool SocketHolder::ownsSockets() const { return owner_ == getpid(); }
+
+void SocketHolder::closeAll() {
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  for (SocketHolder* const holder : registry().holders) {
+    if (holder->ownsSockets()) holder->end();
+  }
+  registry().contexts.clear();  // what attaches from here on needs a handler of its own
+}
+
+void SocketHolder::end() {
+  ended_ = true;
+  const auto usedElsewhere = [this] {
+    const std::thread::id user = user_;
+    return user != std::thread::id() && user != std::this_thread::get_id();
+  };
+  if (usedElsewhere()) {
+    // A call of another thread is waiting: the shutdown wakes it up.
+    zmq_ctx_shutdown(context_->handle());
+    constexpr std::chrono::milliseconds kStep{1};
+    for (int step = 0; step < 50 && usedElsewhere(); ++step) std::this_thread::sleep_for(kStep);
+    if (usedElsewhere()) return;
+  }
+  closeSockets();
+}
+
+SocketHolder::Use::Use(SocketHolder& holder) : holder_(holder) {
+  holder_.user_ = std::this_thread::get_id();
+  granted_ = !holder_.ended_;
+}
+
+SocketHolder::Use::~Use() { holder_.user_ = std::thread::id(); }
+
+bool descriptorsAvailable() {
+  std::array<int, 8> probes;
+  probes.fill(-1);
+  bool available = true;
+  for (int& probe : probes) {
+    probe = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (probe < 0) available = false;
+  }
+  for (const int probe : probes) {
+    if (probe >= 0) close(probe);
+  }
+  return available;
+}
+
+}  // namespace zel

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "export.h"
+
+namespace zel {
+
+/// The most bytes that one frame of the wire holds, either way.
+constexpr std::size_t kMaxFrameBytes = 1024 * 1024;
+/// The most levels of objects and arrays that a document of the wire nests.
+constexpr unsigned int kMaxJsonDepth = 64;
+
+/// Reads the JSON text of one frame, strictly as RFC 8259 has it.
+///
+/// Refused besides what is no JSON at all: bytes behind the document, a raw NUL, a byte order mark, comments, trailing
+/// commas, special floats, numbers beyond a double or integers beyond 64 bits, invalid UTF-8, lone surrogates, a name
+/// that stands twice in one object, more than `kMaxJsonDepth` levels, more than `kMaxFrameBytes`. The escape "\u0000"
+/// is legal and kept.
+/// Threads: one caller at a time per reader.
+class ZEL_EXPORT WireJsonReader {
+ public:
+  WireJsonReader();
+  ~WireJsonReader();
+  WireJsonReader(const WireJsonReader&) = delete;
+  WireJsonReader& operator=(const WireJsonReader&) = delete;
+
+  /// @param value  receives the document, with JsonCpp's own choice between signed and unsigned numbers; untouched
+  ///               when the text is refused.
+  /// @return empty, or why the text is refused.
+  std::string read(std::string_view text, Json::Value& value);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+/// Writes values as compact JSON text: UTF-8, no blanks, no line breaks.
+/// Threads: one caller at a time per writer.
+class ZEL_EXPORT WireJsonWriter {
+ public:
+  WireJsonWriter();
+  ~WireJsonWriter();
+  WireJsonWriter(const WireJsonWriter&) = delete;
+  WireJsonWriter& operator=(const WireJsonWriter&) = delete;
+
+  /// @param text  receives the text; empty when the value is refused.
+  /// @return empty, or why the value cannot be written: a number that is not finite, a text that is not UTF-8, more
+  ///         than `kMaxJsonDepth` levels, more than `kMaxFrameBytes`.
+  std::string write(const Json::Value& value, std::string& text);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace zel
