@@ -83,7 +83,7 @@ bool waitFor(void* socket, short events, Clock::time_point deadline) {
 class ClientJsonApi::Connection final : public zel::SocketHolder {
  public:
   Connection() = default;
-  ~Connection() {
+  ~Connection() override {
     detach();
     disconnect();
   }

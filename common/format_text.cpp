@@ -5,14 +5,14 @@
 namespace zel {
 
 std::string formatText(const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  const ArgumentsEnd end{again};
-
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_list measured;
+  va_copy(measured, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, measured);
+  va_end(measured);
   if (length < 0) return format;  // nothing better can be shown of a text that does not format
+
   std::string text(static_cast<std::size_t>(length), '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
   return text;
 }
 

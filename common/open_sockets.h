@@ -22,7 +22,7 @@ class SocketHolder {
 
  protected:
   SocketHolder() = default;
-  ~SocketHolder() = default;
+  virtual ~SocketHolder() = default;
 
   /// To be called before the first socket is opened on the context.
   void attach(zmq::context_t& context);

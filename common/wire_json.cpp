@@ -11,7 +11,7 @@ namespace zel {
 namespace {
 
 /// A reader keeps its buffers for documents up to this size; larger ones are rare and their buffers are given back.
-constexpr std::size_t kKeptCapacity = 256 * 1024;
+constexpr std::size_t kKeptCapacity = std::size_t{256} * 1024;
 
 const std::string kTooDeep = "nested more than " + std::to_string(kMaxJsonDepth) + " deep";
 const std::string kTooLong = "longer than " + std::to_string(kMaxFrameBytes) + " bytes";

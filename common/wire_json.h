@@ -12,7 +12,7 @@
 namespace zel {
 
 /// The most bytes that one frame of the wire holds, either way.
-constexpr std::size_t kMaxFrameBytes = 1024 * 1024;
+constexpr std::size_t kMaxFrameBytes = std::size_t{1024} * 1024;
 /// The most levels of objects and arrays that a document of the wire nests.
 constexpr unsigned int kMaxJsonDepth = 64;
 

@@ -22,7 +22,7 @@ std::string raiseLoopback() {
   std::strncpy(request.ifr_name, "lo", sizeof request.ifr_name - 1);
   request.ifr_flags = IFF_UP | IFF_RUNNING;
   const int result = ioctl(descriptor, SIOCSIFFLAGS, &request);
-  const std::string why = result == 0 ? "" : failure("raising the loopback interface");
+  std::string why = result == 0 ? "" : failure("raising the loopback interface");
   close(descriptor);
   return why;
 }
