@@ -17,12 +17,12 @@ namespace zel {
 /// A forked child must not touch the sockets and contexts of its parent: to it the holder is as good as new.
 class SocketHolder {
  public:
+  virtual ~SocketHolder() = default;
   SocketHolder(const SocketHolder&) = delete;
   SocketHolder& operator=(const SocketHolder&) = delete;
 
  protected:
   SocketHolder() = default;
-  virtual ~SocketHolder() = default;
 
   /// To be called before the first socket is opened on the context.
   void attach(zmq::context_t& context);
