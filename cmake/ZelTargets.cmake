@@ -19,8 +19,10 @@ function(zel_add_library name)
   add_library(${name} SHARED)
   add_library(zelSysMgrApi::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
-  target_include_directories(
-    ${name} INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelSysMgrApi>")
-  target_link_options(${name} PRIVATE -Wl,--no-undefined-version)
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}")
+  target_link_options(
+    ${name} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/packaging/${name}.map"
+                    LINKER:--as-needed)
+  set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS "${PROJECT_SOURCE_DIR}/packaging/${name}.map")
   zel_configure_target(${name})
 endfunction()
