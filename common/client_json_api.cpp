@@ -63,6 +63,17 @@ class Frame {
 /// Whether the operation may succeed when it is tried again after a wait.
 bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
 
+const Json::Value* find(const Json::Value& object, std::string_view name) {
+  return object.find(name.data(), name.data() + name.size());
+}
+
+constexpr std::string_view kStatus = "status";
+
+int statusOf(const Json::Value& answer) {
+  const Json::Value* const status = find(answer, kStatus);
+  return status == nullptr ? zel::status::kOk : status->asInt();
+}
+
 /// Waits until the socket is ready for the events.
 /// @return false at the deadline, or when the socket cannot be waited for any more
 bool waitFor(void* socket, short events, Clock::time_point deadline) {
@@ -93,45 +104,43 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   /// @return empty, or why the socket cannot be opened
   std::string open(zmq::context_t& context, const std::string& address) {
     disconnect();
-    address_.clear();
     attach(context);
-    std::string why = connect(address);
-    if (why.empty()) address_ = address;
+    address_ = address;
+    std::string why = connect();
+    if (!why.empty()) address_.clear();
     return why;
   }
 
   bool isInitialized() const { return !address_.empty(); }
   bool belongsToThisProcess() const { return ownsSockets(); }
   const std::string& address() const { return address_; }
-  zel::WireJsonReader& reader() { return reader_; }
-  zel::WireJsonWriter& writer() { return writer_; }
 
-  /// Works with the connection until the scope ends; disconnects then unless the exchange went well.
+  /// Works with the connection until the scope ends; disconnects then unless the connection is worth keeping.
   class Exchange {
    public:
     explicit Exchange(Connection& connection) : connection_(connection), use_(connection) {}
     ~Exchange() {
-      if (!wentWell_ && use_) connection_.disconnect();
+      if (!keep_ && use_) connection_.disconnect();
     }
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
     explicit operator bool() const { return static_cast<bool>(use_); }
-    void wentWell() { wentWell_ = true; }
+    void keepConnection() { keep_ = true; }
 
    private:
     Connection& connection_;
     Use use_;
-    bool wentWell_ = false;
+    bool keep_ = false;
   };
 
   /// @return empty, or why there is no socket
-  std::string connect(const std::string& address) {
+  std::string connect() {
     if (socket_ != nullptr) return {};
     if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
     socket_ = zmq_socket(context()->handle(), ZMQ_REQ);
     bool made = socket_ != nullptr;
     for (const SocketOption& option : kSocketOptions) made = made && setOption(socket_, option);
-    made = made && zmq_connect(socket_, address.c_str()) == 0;
+    made = made && zmq_connect(socket_, address_.c_str()) == 0;
     if (made) return {};
     std::string why = zmq_strerror(zmq_errno());
     disconnect();
@@ -143,11 +152,27 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     return sendFrame(id, ZMQ_SNDMORE, deadline) && sendFrame(body, 0, deadline);
   }
 
+  /// Writes a request's body; null is no body, an empty frame.
+  /// @return empty, or why it cannot be written
+  std::string write(const Json::Value& body, std::string& text) {
+    return body.isNull() ? std::string() : writer_.write(body, text);
+  }
+
   bool receive(Frame& frame, Clock::time_point deadline) {
     while (zmq_msg_recv(frame.get(), socket_, ZMQ_DONTWAIT) < 0) {
       if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLIN, deadline)) return false;
     }
     return true;
+  }
+
+  /// Reads an answer, an object whose status, where it has one, is an integer.
+  /// @return empty, or why the answer cannot be used
+  std::string read(Frame& answer, Json::Value& value) {
+    if (answer.more()) return "it has more than one frame";
+    if (std::string why = reader_.read(answer.text(), value); !why.empty()) return why;
+    if (!value.isObject()) return "it is not a JSON object";
+    const Json::Value* const status = find(value, kStatus);
+    return status == nullptr || status->isInt() ? "" : "its status is not an integer";
   }
 
  private:
@@ -204,49 +229,39 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
   if (!exchange) return fail(kNotInitialized, id, " was not sent: the process is ending.");
 
   const int wished = getClientTimeout();
-  const int timeoutMs = wished > 0 ? wished : kDefaultTimeoutMs;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const std::chrono::milliseconds timeout(wished > 0 ? wished : kDefaultTimeoutMs);
+  const Clock::time_point deadline = Clock::now() + timeout;
+  const auto within = [timeout] { return " within " + std::to_string(timeout.count()) + " ms"; };
 
   std::string body;
-  if (!message.getBody().isNull()) {
-    const std::string why = connection_->writer().write(message.getBody(), body);
-    if (!why.empty()) {
-      exchange.wentWell();  // with the connection, that is: nothing was sent
-      return fail(kBadRequest, id, " was not sent: its body cannot be written as JSON text: " + why + ".");
-    }
+  if (const std::string why = connection_->write(message.getBody(), body); !why.empty()) {
+    exchange.keepConnection();  // nothing was sent
+    return fail(kBadRequest, id, " was not sent: its body cannot be written as JSON text: " + why + ".");
   }
-
-  const std::string& address = connection_->address();
-  if (const std::string why = connection_->connect(address); !why.empty()) {
-    return fail(kCannotConnect, id, " was not sent: no connection to " + address + " can be opened: " + why + ".");
+  if (const std::string why = connection_->connect(); !why.empty()) {
+    return fail(kCannotConnect, id,
+                " was not sent: no connection to " + connection_->address() + " can be opened: " + why + ".");
   }
-  const std::string within = " within " + std::to_string(timeoutMs) + " ms";
   if (!connection_->send(std::to_string(id), body, deadline)) {
     return fail(kNotSent, id,
-                " was not sent: no daemon took it at " + address + within + ". Is the system manager running?");
+                " was not sent: no daemon took it at " + connection_->address() + within() +
+                    ". Is the system manager running?");
   }
   Frame answer;
   if (!connection_->receive(answer, deadline)) {
     return fail(kNoAnswer, id,
-                " was sent to " + address + ", but no answer came" + within +
+                " was sent to " + connection_->address() + ", but no answer came" + within() +
                     ". The daemon may have acted on it: read the state back before you repeat it.");
   }
-
-  const std::string unusable = " was answered, but the answer cannot be used: ";
-  if (answer.more()) return fail(kBadAnswer, id, unusable + "it has more than one frame.");
   Json::Value received;
-  if (const std::string why = connection_->reader().read(answer.text(), received); !why.empty()) {
-    return fail(kBadAnswer, id, unusable + why + ".");
+  if (const std::string why = connection_->read(answer, received); !why.empty()) {
+    return fail(kBadAnswer, id, " was answered, but the answer cannot be used: " + why + ".");
   }
-  if (!received.isObject()) return fail(kBadAnswer, id, unusable + "it is not a JSON object.");
-  constexpr std::string_view kStatus = "status";
-  const Json::Value* const status = received.find(kStatus.data(), kStatus.data() + kStatus.size());
-  if (status != nullptr && !status->isInt()) return fail(kBadAnswer, id, unusable + "its status is not an integer.");
-
-  exchange.wentWell();
-  const int result = status == nullptr ? 0 : status->asInt();
+  exchange.keepConnection();
   reply.swap(received);
-  return result < 0 ? refused(result, id, reply) : result;
+
+  const int status = statusOf(reply);
+  return status < 0 ? refused(status, id, reply) : status;
 }
 
 int ClientJsonApi::getLastErrorMessage(ErrorReport& report) {
