@@ -1,14 +1,17 @@
 #include "common/client_json_api.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstdint>
 #include <string_view>
 
 #include "common/open_sockets.h"
+#include "common/socket_parts.h"
 #include "common/status.h"
 #include "common/wire_json.h"
 
+using zel::Clock;
+using zel::Frame;
+using zel::mayTryAgain;
+using zel::waitFor;
 using zel::status::kBadAnswer;
 using zel::status::kBadRequest;
 using zel::status::kCannotConnect;
@@ -18,16 +21,10 @@ using zel::status::kNotSent;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int kDefaultTimeoutMs = 5000;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
-struct SocketOption {
-  int option;
-  int value;
-};
-constexpr SocketOption kSocketOptions[] = {
+constexpr zel::SocketOption kSocketOptions[] = {
     {ZMQ_LINGER, 0},            // a request that failed must not leave later, nor hold up the end of the process
     {ZMQ_IMMEDIATE, 1},         // nothing is queued for a daemon that is not there
     {ZMQ_REQ_CORRELATE, 1},     // an answer carries its request's number: late and doubled ones are dropped
@@ -36,32 +33,6 @@ constexpr SocketOption kSocketOptions[] = {
     {ZMQ_CONNECT_TIMEOUT, 1000},
     {ZMQ_MAXMSGSIZE, static_cast<int>(zel::kMaxFrameBytes)},  // an endless frame cannot take the memory
 };
-
-bool setOption(void* socket, const SocketOption& option) {
-  if (option.option == ZMQ_MAXMSGSIZE) {
-    const std::int64_t size = option.value;
-    return zmq_setsockopt(socket, option.option, &size, sizeof size) == 0;
-  }
-  return zmq_setsockopt(socket, option.option, &option.value, sizeof option.value) == 0;
-}
-
-/// The frame that a socket receives, released with its scope.
-class Frame {
- public:
-  Frame() { zmq_msg_init(&message_); }
-  ~Frame() { zmq_msg_close(&message_); }
-  Frame(const Frame&) = delete;
-  Frame& operator=(const Frame&) = delete;
-  zmq_msg_t* get() { return &message_; }
-  bool more() { return zmq_msg_more(&message_) != 0; }
-  std::string_view text() { return {static_cast<const char*>(zmq_msg_data(&message_)), zmq_msg_size(&message_)}; }
-
- private:
-  zmq_msg_t message_;
-};
-
-/// Whether the operation may succeed when it is tried again after a wait.
-bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
 
 const Json::Value* find(const Json::Value& object, std::string_view name) {
   return object.find(name.data(), name.data() + name.size());
@@ -72,19 +43,6 @@ constexpr std::string_view kStatus = "status";
 int statusOf(const Json::Value& answer) {
   const Json::Value* const status = find(answer, kStatus);
   return status == nullptr ? zel::status::kOk : status->asInt();
-}
-
-/// Waits until the socket is ready for the events.
-/// @return false at the deadline, or when the socket cannot be waited for any more
-bool waitFor(void* socket, short events, Clock::time_point deadline) {
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return false;
-    zmq_pollitem_t item{socket, 0, events, 0};
-    const int ready = zmq_poll(&item, 1, left);
-    if (ready > 0) return true;
-    if (ready < 0 && zmq_errno() != EINTR) return false;
-  }
 }
 
 }  // namespace
@@ -138,9 +96,8 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     if (socket_ != nullptr) return {};
     if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
     socket_ = zmq_socket(context()->handle(), ZMQ_REQ);
-    bool made = socket_ != nullptr;
-    for (const SocketOption& option : kSocketOptions) made = made && setOption(socket_, option);
-    made = made && zmq_connect(socket_, address_.c_str()) == 0;
+    const bool made =
+        socket_ != nullptr && zel::setOptions(socket_, kSocketOptions) && zmq_connect(socket_, address_.c_str()) == 0;
     if (made) return {};
     std::string why = zmq_strerror(zmq_errno());
     disconnect();
@@ -159,7 +116,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   }
 
   bool receive(Frame& frame, Clock::time_point deadline) {
-    while (zmq_msg_recv(frame.get(), socket_, ZMQ_DONTWAIT) < 0) {
+    while (!frame.receiveNow(socket_)) {
       if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLIN, deadline)) return false;
     }
     return true;

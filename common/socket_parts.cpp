@@ -1,0 +1,35 @@
+#include "common/socket_parts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+
+namespace zel {
+
+bool setOption(void* socket, const SocketOption& option) {
+  if (option.option == ZMQ_MAXMSGSIZE) {
+    const std::int64_t size = option.value;
+    return zmq_setsockopt(socket, option.option, &size, sizeof size) == 0;
+  }
+  return zmq_setsockopt(socket, option.option, &option.value, sizeof option.value) == 0;
+}
+
+bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
+
+long millisecondsUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return std::max<long>(left, 0);
+}
+
+bool waitFor(void* socket, short events, Clock::time_point deadline) {
+  for (;;) {
+    const long left = millisecondsUntil(deadline);
+    if (left == 0) return false;
+    zmq_pollitem_t item{socket, 0, events, 0};
+    const int ready = zmq_poll(&item, 1, left);
+    if (ready > 0) return true;
+    if (ready < 0 && zmq_errno() != EINTR) return false;
+  }
+}
+
+}  // namespace zel

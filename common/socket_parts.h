@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <string_view>
+#include <zmq.hpp>
+
+// What the clients of this library share when they work with raw ZeroMQ sockets.
+
+namespace zel {
+
+using Clock = std::chrono::steady_clock;
+
+/// One option that is set before a socket connects. Integers, but for the size limit, which libzmq wants wider.
+struct SocketOption {
+  int option;
+  int value;
+};
+
+bool setOption(void* socket, const SocketOption& option);
+
+template <std::size_t count>
+bool setOptions(void* socket, const SocketOption (&options)[count]) {
+  for (const SocketOption& option : options) {
+    if (!setOption(socket, option)) return false;
+  }
+  return true;
+}
+
+/// The frame that a socket receives, released with its scope.
+class Frame {
+ public:
+  Frame() { zmq_msg_init(&message_); }
+  ~Frame() { zmq_msg_close(&message_); }
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+
+  /// @return whether there was a frame; it replaces the one before.
+  bool receiveNow(void* socket) { return zmq_msg_recv(&message_, socket, ZMQ_DONTWAIT) >= 0; }
+  /// Whether another frame of the same message follows.
+  bool more() { return zmq_msg_more(&message_) != 0; }
+  std::string_view text() { return {static_cast<const char*>(zmq_msg_data(&message_)), zmq_msg_size(&message_)}; }
+
+ private:
+  zmq_msg_t message_;
+};
+
+/// Whether the operation that failed may succeed when it is tried again after a wait.
+bool mayTryAgain();
+
+/// How long a wait may last until the deadline, rounded up to whole milliseconds; 0 when it has passed.
+long millisecondsUntil(Clock::time_point deadline);
+
+/// Waits until the socket is ready for the events; a signal does not end the wait.
+/// @return false at the deadline, or when the socket cannot be waited for any more
+bool waitFor(void* socket, short events, Clock::time_point deadline);
+
+}  // namespace zel
