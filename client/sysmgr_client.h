@@ -1,0 +1,147 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <zmq.hpp>
+
+#include "../common/error_report.h"
+#include "../common/export.h"
+#include "../types/sysmgr_eth_types.h"
+#include "../types/sysmgr_types.h"
+#include "../types/whitelist.h"
+#include "sysmgr_jsonApi.h"
+
+namespace zel {
+struct CodeLocation;
+}
+
+/// The request client of the system manager daemon in the API's own types: setters, device actions, queries and the
+/// multicast whitelist.
+///
+/// Each operation sends one request and returns 0 (a positive status of the daemon's counts as success) or the
+/// negative code of `ClientJsonApi::sendMessage`. A failure is logged twice at level 2, "CHK(%s)::%d Error Code %d":
+/// by the operation of `SysMgrJsonClient` and then by the one called here. `getLastErrorMessage` has the text.
+///
+/// No value is checked here: the daemon is the judge of each, and the ranges below are what it means by them.
+///
+/// `init` must have been called. Threads: one caller at a time per client.
+class ZEL_EXPORT SysMgrClient {
+ public:
+  /// Not connected yet.
+  SysMgrClient();
+  ~SysMgrClient();
+
+  /// As `ClientJsonApi::init`; the context is that of `ZmqUtils` as a rule.
+  int init(zmq::context_t& context);
+
+  /// As `ClientJsonApi::getLastErrorMessage`.
+  int getLastErrorMessage(ErrorReport& report);
+
+  /// @name Stored parameters
+  /// Each sends one changed key of the stored parameters, which the daemon keeps and announces to its subscribers.
+  /// @{
+
+  /// The interface on which the RTSP server listens.
+  /// @param name  an interface name such as "eth0"; taken up to its first NUL, here and below where a text is passed by
+  ///              value.
+  int setRtspEthPort(std::string name);
+  /// The TCP port of the RTSP server.
+  int setRtspTcpPort(uint32_t port);
+  /// The TCP port of the Ember+ provider.
+  int setEmberTcpPort(uint32_t port);
+  /// The interface on which the board advertises itself.
+  int setAdvertEthPort(std::string name);
+  /// The TCP port that is advertised.
+  int setAdvertTcpPort(uint32_t port);
+  /// The beginning of the name under which the board advertises itself.
+  int setAdvertBoardPrefixName(std::string prefix);
+  /// The directory in which the daemon keeps its configuration.
+  int setCfgStoragePath(std::string path);
+  /// Whether the daemon saves each change by itself.
+  int setAutosaveSupport(bool enable);
+  /// The offset from the PTP master above which the board counts as not synchronised.
+  int setCfgOfsetFromMasterThreashold(uint32_t threshold);
+  /// Whether the streams are sent twice, over two networks.
+  int setRedundancySupport(bool enable);
+  /// Whether streams are announced with SAP.
+  int setSapSupport(bool enable);
+  /// The channels on one TDM line.
+  int setTdmChannelsPerLine(uint32_t count);
+  /// The VLAN of the primary network. Travels as a signed number.
+  int setVlanPrimaryID(uint16_t id);
+  /// The VLAN of the secondary network. Travels as a signed number.
+  int setVlanSecondaryID(uint16_t id);
+  /// The image file of the video timing controller.
+  /// @param path  taken whole, NUL characters included
+  int setVtcImagePath(const std::string& path);
+  /// Whether other devices find the board through Walkabout.
+  int enableWalkabout(bool enable);
+  /// Whether other devices find the board through SLP.
+  int enableSlp(bool enable);
+  /// Whether the streams pause while PTP fails.
+  int setPauseStreamsPtpFail(bool enable);
+  /// Whether the identification LEDs blink. A command of its own, not a stored parameter's.
+  int setIdentifyLeds(bool enable);
+
+  /// Adds the configuration of an interface, or replaces the one of the same name.
+  int addEthIPv4Cfg(EthIpV4Cfg& config);
+  /// Removes the configuration of an interface.
+  /// @param name  taken up to its first NUL
+  int remEthIPv4Cfg(const std::string& name);
+  int setNmosParameters(const NmosParameters& parameters);
+  int setVideoTiming(VideoTimingParameters& timing);
+  int setBitstream(const BitstreamType& bitstream);
+  /// @}
+
+  /// @name Device actions
+  /// @{
+
+  /// Has the configuration set back to the factory's. A failure is logged once, by the JSON operation.
+  int factoryReset();
+  /// Asks for a restart of the board. A failure is logged once, by the JSON operation.
+  int rebootDevice();
+  /// Tells the daemon how a module of the board is.
+  /// @param module  its name, taken whole
+  int setModuleState(const std::string& module, bool error, bool warn);
+  /// @}
+
+  /// @name Queries
+  /// Each hands its part of the answer to the record's `Deserialize`, or null where the answer has no such part: the
+  /// record's own rules for missing keys apply. After a failed request the record is untouched. JsonCpp's exceptions
+  /// (a value that does not convert) leave the call, and the client can be used as before.
+  /// @{
+  int getStoredParameters(SysParameters& parameters);
+  int getDynamicParameters(SysParametersDynamic& parameters);
+  int getSystemInfo(SystemBasicInfo& info);
+  int getBoardModel(BoardModel& model);
+  int getNetworkStackStatus(NetworkStackStatus& status);
+  /// @}
+
+  /// @name Multicast whitelist
+  /// Addresses and masks are dotted texts. One that is no address is logged at level 2 and travels as "0.0.0.0".
+  /// @{
+
+  /// @param entries  the daemon's entries are appended to it; untouched after a failed request
+  int getMcastWhitelist(std::list<WhiteListEntry>& entries);
+  /// Logs "%s:: Adding Entry ip:%s mask:%s " at level 6 before anything is sent.
+  int addMcastWhitelist(std::string ip, std::string mask, bool enable);
+  /// The entry is sent with the default enable state, which is off.
+  int removeMcastWhitelist(std::string ip, std::string mask);
+  int enableMcastWhitelist(std::string ip, std::string mask, bool enable);
+  /// @}
+
+ private:
+  using Query = int (SysMgrJsonClient::*)(Json::Value& reply);
+  using Command = int (SysMgrJsonClient::*)(Json::Value& request, Json::Value& reply);
+
+  int send(const zel::CodeLocation& here, Command command, Json::Value& request);
+  int set(const zel::CodeLocation& here, const char* key, Json::Value value);
+  int set(const zel::CodeLocation& here, const char* key, const IJsonSerializable& record);
+  int fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record);
+  int changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry);
+
+  SysMgrJsonClient json_;
+};
