@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace zel::test {
+
+// The sanitizers slow the code and the start of processes down; upper limits of time are this much longer under them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kSlowdown = 10;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr int kSlowdown = 10;
+#else
+constexpr int kSlowdown = 1;
+#endif
+#else
+constexpr int kSlowdown = 1;
+#endif
+
+/// For what happens soon or never: far longer than it takes on a loaded machine, and only waited for in full by a test
+/// that fails.
+constexpr std::chrono::milliseconds kSoon{5000 * kSlowdown};
+
+/// Asks again and again, until the predicate holds or the limit is over.
+/// @return whether the predicate holds
+template <class Predicate>
+bool waitUntil(Predicate predicate, std::chrono::milliseconds limit = kSoon) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!predicate()) {
+    if (std::chrono::steady_clock::now() >= end) return predicate();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+/// What an action takes on the steady clock.
+template <class Action>
+std::chrono::milliseconds timeOf(Action action) {
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+}  // namespace zel::test
