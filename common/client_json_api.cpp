@@ -235,10 +235,11 @@ int ClientJsonApi::fail(int code, unsigned int id, const std::string& what) {
 }
 
 int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply) {
-  const auto textOf = [](const Json::Value& value) { return value.isString() ? value.asString() : std::string(); };
-  std::string text = textOf(reply["error"]);
-  if (text.empty())
-    return fail(status, id, " was refused by the daemon with the status " + std::to_string(status) + ".");
+  if (const Json::Value& error = reply["error"]; error.isString() && !error.empty()) {
+    lastError_ = {status, error.asString()};
+  } else {
+    fail(status, id, " was refused by the daemon with the status " + std::to_string(status) + ".");
+  }
 
   const Json::Value& auxiliary = reply["aux-errors"];
   std::string messages;
@@ -247,7 +248,6 @@ int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply
       if (message.isString()) messages += (messages.empty() ? "" : "; ") + message.asString();
     }
   }
-  if (!messages.empty()) text += " (" + messages + ")";
-  lastError_ = {status, text};
+  if (!messages.empty()) lastError_.text += " (" + messages + ")";
   return status;
 }
