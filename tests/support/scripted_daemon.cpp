@@ -3,6 +3,8 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
+#include <csignal>
 #include <memory>
 
 #include "tests/support/wait_until.h"
@@ -59,7 +61,12 @@ ScriptedDaemon::ScriptedDaemon(const std::string& endpoint)
   router_.set(zmq::sockopt::linger, 0);
   router_.bind(endpoint);
   stop_.bind(kStopEndpoint);
+  // The signals of a test are for its own thread.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
   thread_ = std::thread([this] { serve(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 ScriptedDaemon::~ScriptedDaemon() {
@@ -127,6 +134,7 @@ void ScriptedDaemon::take() {
   if (!request.frames.empty()) request.id = request.frames[0];
   if (request.frames.size() > 1) request.body = request.frames[1];
   request.json = parsed(request.body);
+  request.peer = envelope.front();
 
   std::vector<Answer> answers{Answer(Json::Value(Json::objectValue))};
   Handler handler;

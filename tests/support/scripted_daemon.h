@@ -21,6 +21,7 @@ struct Request {
   std::string body;                 ///< the text of the second frame
   Json::Value json;                 ///< the body parsed; null when it is empty or no JSON
   std::vector<std::string> frames;  ///< all frames, behind the envelope
+  std::string peer;                 ///< what tells one connection from another
 };
 
 /// One message that the daemon sends when a request has come.
