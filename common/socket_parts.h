@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <chrono>
 #include <string_view>
 #include <zmq.hpp>
@@ -34,8 +35,13 @@ class Frame {
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 
-  /// @return whether there was a frame; it replaces the one before.
-  bool receiveNow(void* socket) { return zmq_msg_recv(&message_, socket, ZMQ_DONTWAIT) >= 0; }
+  /// Takes the next frame in place of the one before, if there is one already; a signal does not disturb it.
+  bool receiveNow(void* socket) {
+    int size;
+    do size = zmq_msg_recv(&message_, socket, ZMQ_DONTWAIT);
+    while (size < 0 && zmq_errno() == EINTR);
+    return size >= 0;
+  }
   /// Whether another frame of the same message follows.
   bool more() { return zmq_msg_more(&message_) != 0; }
   std::string_view text() { return {static_cast<const char*>(zmq_msg_data(&message_)), zmq_msg_size(&message_)}; }

@@ -1,0 +1,270 @@
+#include "common/subscribe_json_client.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "common/link_keeper.h"
+#include "common/logger.h"
+#include "common/open_sockets.h"
+#include "common/socket_parts.h"
+#include "common/status.h"
+#include "common/wire_json.h"
+
+using zel::Clock;
+using zel::Frame;
+using zel::status::kBadNotificationFrames;
+using zel::status::kBadNotificationJson;
+using zel::status::kCannotConnect;
+using zel::status::kNotInitialized;
+using zel::status::kOk;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// The longest that `connect` waits for a publisher that takes the connection and then says nothing.
+constexpr std::chrono::milliseconds kConnectLimit = 200ms;
+/// Between the loss of a connection and the next attempt; libzmq adds up to as much again at random.
+constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
+
+/// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
+constexpr zel::SocketOption kSocketOptions[] = {
+    {ZMQ_LINGER, 0},     // nothing holds up the end of the process
+    {ZMQ_RCVHWM, 1000},  // not above the publisher's own limit, where what we do not take waits next
+    {ZMQ_RECONNECT_IVL, static_cast<int>(kReconnectInterval.count())},
+    {ZMQ_HANDSHAKE_IVL, 1000},  // ms; a peer that accepts and then says nothing is given up
+    {ZMQ_CONNECT_TIMEOUT, 1000},
+    {ZMQ_HEARTBEAT_IVL, 1000},      // ms; a frozen peer, or one whose end was not seen, is noticed ...
+    {ZMQ_HEARTBEAT_TIMEOUT, 2000},  // ... after 2 to 3 s
+    {ZMQ_MAXMSGSIZE, static_cast<int>(zel::kMaxFrameBytes)},  // an endless frame cannot take the memory
+};
+
+constexpr zel::SocketOption kMonitorOptions[] = {
+    {ZMQ_LINGER, 0},
+    {ZMQ_RCVHWM, 0},  // no limit: at a limit libzmq's I/O thread would wait for us, and with it every other socket
+};
+
+/// Only what tells the state of an existing connection. Attempts that are refused raise no event: an application that
+/// sleeps for a day without a daemon finds an empty queue.
+constexpr int kLinkEvents = ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
+                            ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH |
+                            ZMQ_EVENT_DISCONNECTED;
+constexpr int kAttemptEvents = ZMQ_EVENT_CONNECTED | ZMQ_EVENT_CLOSED;
+
+/// A SUB socket, and the PAIR socket on which libzmq tells what becomes of its connection.
+class WatchedSocket {
+ public:
+  WatchedSocket() = default;
+  ~WatchedSocket() { close(); }
+  WatchedSocket(const WatchedSocket&) = delete;
+  WatchedSocket& operator=(const WatchedSocket&) = delete;
+
+  bool open(zmq::context_t& context, int events) {
+    static std::atomic<unsigned int> opened{0};
+    const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++opened);
+    socket_ = zmq_socket(context.handle(), ZMQ_SUB);
+    monitor_ = zmq_socket(context.handle(), ZMQ_PAIR);
+    return socket_ != nullptr && monitor_ != nullptr && zel::setOptions(socket_, kSocketOptions) &&
+           zel::setOptions(monitor_, kMonitorOptions) && zmq_socket_monitor(socket_, endpoint.c_str(), events) == 0 &&
+           zmq_connect(monitor_, endpoint.c_str()) == 0;
+  }
+
+  void close() noexcept {
+    if (monitor_ != nullptr) zmq_close(monitor_);
+    if (socket_ != nullptr) zmq_close(socket_);
+    forget();
+  }
+  void forget() noexcept { socket_ = monitor_ = nullptr; }
+
+  void* socket() const { return socket_; }
+  void* monitor() const { return monitor_; }
+
+  /// @return the next event's number; 0 when there is none
+  int nextEvent() {
+    Frame event;
+    if (!event.receiveNow(monitor_)) return 0;
+    std::uint16_t number = 0;
+    std::memcpy(&number, event.text().data(), sizeof number);
+    Frame address;
+    address.receiveNow(monitor_);
+    return number;
+  }
+  /// @return 0 at the deadline
+  int awaitEvent(Clock::time_point deadline) {
+    for (;;) {
+      if (const int event = nextEvent(); event != 0) return event;
+      if (!zel::waitFor(monitor_, ZMQ_POLLIN, deadline)) return 0;
+    }
+  }
+
+ private:
+  void* socket_ = nullptr;
+  void* monitor_ = nullptr;
+};
+
+/// Whether somebody accepts connections at the address. It takes a socket of its own to ask: one that tells of every
+/// attempt would go on telling as long as it lives.
+bool somebodyListens(zmq::context_t& context, const std::string& address, Clock::time_point deadline) {
+  WatchedSocket probe;
+  return probe.open(context, kAttemptEvents) && zmq_connect(probe.socket(), address.c_str()) == 0 &&
+         probe.awaitEvent(deadline) == ZMQ_EVENT_CONNECTED;
+}
+
+}  // namespace
+
+/// The sockets, and the care for the connection behind them.
+///
+/// libzmq itself reconnects when a peer goes away. It gives a connection up for good after a violation of its protocol,
+/// a message over the limit included. Both look the same here; so after each loss the address is connected anew, unless
+/// libzmq was faster.
+class SubscribeJsonClient::Connection final : public zel::SocketHolder, public zel::LinkKeeper {
+ public:
+  using SocketHolder::Use;
+
+  explicit Connection(zmq::context_t& context) : context_(context) {}
+  ~Connection() override {
+    detach();
+    close();
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  bool open(const std::string& address) {
+    const Clock::time_point deadline = Clock::now() + kConnectLimit;
+    close();
+    attach(context_);
+    const Use use(*this);
+    address_ = address;
+    if (!zel::descriptorsAvailable() || !link_.open(context_, kLinkEvents)) return false;
+    const bool there = somebodyListens(context_, address, deadline);
+    if (zmq_connect(link_.socket(), address.c_str()) != 0) return false;
+    keepLinkOf(link_.socket());
+    if (there) noteEvent(link_.awaitEvent(deadline));
+    return true;
+  }
+
+  /// Gives up what there is. A forked child forgets it: it belongs to the parent and to threads that the child does
+  /// not have.
+  void close() noexcept {
+    if (ownsSockets()) {
+      closeSockets();
+    } else {
+      keepLinkOf(nullptr);
+      link_.forget();
+    }
+    reviveAt_.reset();
+    linked_ = false;
+  }
+
+  bool isOpen() const { return link_.socket() != nullptr && ownsSockets(); }
+  void* socket() const { return link_.socket(); }
+
+  int setFilter(int option, const std::string& topic) {
+    if (!isOpen()) return kNotInitialized;
+    return zmq_setsockopt(link_.socket(), option, topic.data(), topic.size()) == 0 ? kOk : kCannotConnect;
+  }
+
+  /// Takes the frames behind a topic, all of them.
+  int takePayload(Frame& topic, Json::Value& payload) {
+    Frame frame;
+    const bool two = topic.more() && frame.receiveNow(link_.socket()) && !frame.more();
+    while (frame.more() && frame.receiveNow(link_.socket())) continue;
+    if (!two) return kBadNotificationFrames;
+    if (!frame.text().empty()) return reader_.read(frame.text(), payload).empty() ? kOk : kBadNotificationJson;
+    payload = Json::Value();
+    return kOk;
+  }
+
+  bool beginWait() override { return static_cast<bool>(wait_.emplace(*this)); }
+  void endWait() noexcept override { wait_.reset(); }
+  void* watched() const override { return link_.monitor(); }
+
+  std::optional<Clock::time_point> tend() override {
+    while (const int event = link_.nextEvent()) noteEvent(event);
+    if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
+    if (*reviveAt_ <= Clock::now()) revive();
+    return reviveAt_;
+  }
+
+ private:
+  void noteEvent(int event) {
+    if (event == 0) return;
+    if (event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
+      reviveAt_.reset();
+      linked_ = true;
+      return;
+    }
+    if (!reviveAt_) reviveAt_ = Clock::now() + kReconnectInterval;
+    if (!std::exchange(linked_, false)) return;
+    Logger::log(Logger::LEVEL_PROGRESS, "SubscribeJsonClient: lost the connection to %s, connecting again",
+                address_.c_str());
+  }
+
+  bool mayHoldMessages() const {
+    int events = 0;
+    std::size_t size = sizeof events;
+    return zmq_getsockopt(link_.socket(), ZMQ_EVENTS, &events, &size) != 0 || (events & ZMQ_POLLIN) != 0;
+  }
+
+  void revive() {
+    zmq_disconnect(link_.socket(), address_.c_str());  // fails when libzmq has given the connection up
+    reviveAt_.reset();
+    if (zmq_connect(link_.socket(), address_.c_str()) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
+  }
+
+  void closeSockets() noexcept override {
+    keepLinkOf(nullptr);
+    link_.close();
+  }
+
+  zmq::context_t& context_;
+  std::string address_;
+  WatchedSocket link_;
+  bool linked_ = false;
+  std::optional<Clock::time_point> reviveAt_;
+  std::optional<Use> wait_;
+  zel::WireJsonReader reader_;
+};
+
+SubscribeJsonClient::SubscribeJsonClient(zmq::context_t& context)
+    : connection_(std::make_unique<Connection>(context)) {}
+
+SubscribeJsonClient::~SubscribeJsonClient() = default;
+
+int SubscribeJsonClient::connect(const std::string& address) {
+  if (connection_->open(address)) return kOk;
+  connection_->close();
+  return kCannotConnect;
+}
+
+int SubscribeJsonClient::subscribe(const std::string& topic) {
+  const Connection::Use use(*connection_);
+  return use ? connection_->setFilter(ZMQ_SUBSCRIBE, topic) : kNotInitialized;
+}
+
+int SubscribeJsonClient::unsubscribe(const std::string& topic) {
+  const Connection::Use use(*connection_);
+  return use ? connection_->setFilter(ZMQ_UNSUBSCRIBE, topic) : kNotInitialized;
+}
+
+int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
+  if (!connection_->isOpen()) return kNotInitialized;
+  pollFds.add({connection_->socket(), 0, ZMQ_POLLIN, 0});
+  return kOk;
+}
+
+int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
+  const Connection::Use use(*connection_);
+  if (!use || !connection_->isOpen()) return 0;
+  connection_->tend();
+
+  Frame first;
+  if (!first.receiveNow(connection_->socket())) return 0;
+  topic.assign(first.text());
+  errorCode = connection_->takePayload(first, payload);
+  return 1;
+}

@@ -1,0 +1,571 @@
+#include "common/subscribe_json_client.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <optional>
+#include <thread>
+
+#include "common/status.h"
+#include "common/wire_json.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/child_process.h"
+#include "tests/support/raw_peer.h"
+#include "tests/support/scripted_daemon.h"
+#include "tests/support/wait_until.h"
+
+/// What the library is to set as ZMQ_RECONNECT_IVL instead of its own choice.
+static std::optional<int> reconnectInterval;
+
+/// Stands before libzmq's own function.
+extern "C" int zmq_setsockopt(void* socket, int option, const void* value, std::size_t size) {
+  static const auto own = reinterpret_cast<decltype(&zmq_setsockopt)>(dlsym(RTLD_NEXT, "zmq_setsockopt"));
+  if (option == ZMQ_RECONNECT_IVL && reconnectInterval) value = &*reconnectInterval;
+  return own(socket, option, value, size);
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using zel::test::CapturedLog;
+using zel::test::ChildProcess;
+using zel::test::kSlowdown;
+using zel::test::kSoon;
+using zel::test::LogLine;
+using zel::test::PublisherFake;
+using zel::test::RawBehaviour;
+using zel::test::RawPeer;
+using zel::test::timeOf;
+using zel::test::waitUntil;
+
+const char* const kAddress = PublisherFake::kEndpoint;
+constexpr unsigned short kPort = 5575;
+const LogLine kLost{Logger::LEVEL_PROGRESS,
+                    "SubscribeJsonClient: lost the connection to tcp://127.0.0.1:5575, connecting again"};
+
+struct Notification {
+  std::string topic;
+  int errorCode;
+  Json::Value payload;
+};
+
+/// An application with one subscriber, which waits in its poll set.
+class Application {
+ public:
+  explicit Application(const std::string& topic = "1") : client(context) {
+    EXPECT_EQ(client.connect(kAddress), 0);
+    EXPECT_EQ(client.subscribe(topic), 0);
+    EXPECT_EQ(client.getPollItems(fds), 0);
+  }
+
+  /// @return the notification that is there already
+  std::optional<Notification> take() {
+    Notification taken{"untouched", 77, "untouched"};
+    if (client.processEvent(fds[0], taken.topic, taken.errorCode, taken.payload) == 0) return {};
+    return taken;
+  }
+  /// @return the next notification, when one comes soon
+  std::optional<Notification> next(std::chrono::milliseconds limit = kSoon) {
+    if (auto taken = take()) return taken;
+    return fds.poll(static_cast<long>(limit.count())) > 0 ? take() : std::nullopt;
+  }
+  /// @return the topic of the next notification that is in order
+  std::string nextTopic() {
+    const auto taken = next();
+    return taken && taken->errorCode == 0 ? taken->topic : "none";
+  }
+  /// Whether the publisher's notifications arrive, soon.
+  bool follows(PublisherFake& publisher, std::chrono::milliseconds limit = kSoon) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < end) {
+      publisher.publish("1follows", "");
+      const auto taken = next(1ms);
+      if (taken && taken->topic == "1follows") return true;
+    }
+    return false;
+  }
+
+  zmq::context_t context;
+  SubscribeJsonClient client;
+  PollFds fds;
+};
+
+std::string overSize() { return '"' + std::string(zel::kMaxFrameBytes, 'x') + '"'; }
+
+// ---- connect
+
+TEST(SubscribeJsonClient, ReturnsAtOnceWhenNobodyListens) {
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  int result = -1;
+  EXPECT_LT(timeOf([&] { result = client.connect(kAddress); }), 50ms * kSlowdown);
+  EXPECT_EQ(result, 0);
+}
+
+TEST(SubscribeJsonClient, ReturnsSoonWhenAPublisherIsThere) {
+  const PublisherFake publisher;
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  int result = -1;
+  EXPECT_LT(timeOf([&] { result = client.connect(kAddress); }), 100ms * kSlowdown);
+  EXPECT_EQ(result, 0);
+}
+
+TEST(SubscribeJsonClient, WaitsALimitedTimeForAPeerThatSaysNothing) {
+  const RawPeer peer(RawBehaviour::kSilentAccept, kPort);
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  int result = -1;
+  const auto time = timeOf([&] { result = client.connect(kAddress); });
+  EXPECT_EQ(result, 0);
+  EXPECT_GE(time, 190ms) << "it is the handshake that counts, not the connection";
+  EXPECT_LT(time, 300ms * kSlowdown);
+}
+
+TEST(SubscribeJsonClient, RefusesAnAddressThatIsNone) {
+  zmq::context_t context;
+  for (const char* const address : {"", "127.0.0.1:5575", "tcp://127.0.0.1", "http://x:1"}) {
+    SubscribeJsonClient client(context);
+    PollFds fds;
+    EXPECT_EQ(client.connect(address), zel::status::kCannotConnect) << address;
+    EXPECT_EQ(client.getPollItems(fds), zel::status::kNotInitialized) << address;
+  }
+}
+
+TEST(SubscribeJsonClient, ReportsThatNoSocketIsLeft) {
+  zmq::context_t context;
+  context.set(zmq::ctxopt::max_sockets, 1);
+  SubscribeJsonClient client(context);
+  EXPECT_EQ(client.connect(kAddress), zel::status::kCannotConnect);
+}
+
+TEST(SubscribeJsonClient, GivesTheOldConnectionUpWhenItConnectsAgain) {
+  PublisherFake publisher;
+  Application application("1000");
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+
+  EXPECT_EQ(application.client.connect(kAddress), 0);
+  EXPECT_TRUE(publisher.waitForUnsubscription("1000"));
+  EXPECT_EQ(application.client.subscribe("1001"), 0);
+  EXPECT_EQ(application.client.getPollItems(application.fds), 0);
+  ASSERT_TRUE(publisher.waitForSubscription("1001"));
+  publisher.publish("1001", "");
+  EXPECT_TRUE(waitUntil([&] { return application.take().has_value(); }));
+}
+
+TEST(SubscribeJsonClient, DoesNothingBeforeItIsConnected) {
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  PollFds fds;
+  EXPECT_EQ(client.subscribe("1"), zel::status::kNotInitialized);
+  EXPECT_EQ(client.unsubscribe("1"), zel::status::kNotInitialized);
+  EXPECT_EQ(client.getPollItems(fds), zel::status::kNotInitialized);
+  EXPECT_TRUE(fds.empty());
+  std::string topic = "untouched";
+  int errorCode = 77;
+  Json::Value payload = "untouched";
+  EXPECT_EQ(client.processEvent({}, topic, errorCode, payload), 0);
+  EXPECT_EQ(topic, "untouched");
+  EXPECT_EQ(errorCode, 77);
+  EXPECT_EQ(payload, Json::Value("untouched"));
+}
+
+TEST(SubscribeJsonClient, AddsItsSocketToThePollSet) {
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  ASSERT_EQ(client.connect(kAddress), 0);
+  PollFds fds;
+  fds.add({nullptr, 0, ZMQ_POLLIN, 0});
+  EXPECT_EQ(client.getPollItems(fds), 0);
+  ASSERT_EQ(fds.size(), 2u);
+  EXPECT_NE(fds[1].socket, nullptr);
+  EXPECT_EQ(fds[1].events, ZMQ_POLLIN);
+  EXPECT_EQ(fds[1].revents, 0);
+  int type = 0;
+  std::size_t size = sizeof type;
+  EXPECT_EQ(zmq_getsockopt(fds[1].socket, ZMQ_TYPE, &type, &size), 0);
+  EXPECT_EQ(type, ZMQ_SUB);
+}
+
+// ---- notifications
+
+TEST(SubscribeJsonClient, TakesOneNotificationACall) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  publisher.publish("1000", R"({"a": 1, "b": 18446744073709551615})");
+  publisher.publish("1001", "");
+  publisher.publish("1002", "[]");
+
+  const auto first = application.next();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->topic, "1000");
+  EXPECT_EQ(first->errorCode, 0);
+  EXPECT_EQ(first->payload["a"], Json::Value(1));
+  EXPECT_EQ(first->payload["b"], Json::Value(Json::UInt64(18446744073709551615u)));
+  const auto second = application.next();
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->topic, "1001");
+  EXPECT_EQ(second->errorCode, 0);
+  EXPECT_EQ(second->payload, Json::Value()) << "an empty frame is null";
+  const auto third = application.next();
+  ASSERT_TRUE(third);
+  EXPECT_EQ(third->topic, "1002");
+  EXPECT_EQ(third->payload, Json::Value(Json::arrayValue));
+}
+
+TEST(SubscribeJsonClient, ReturnsZeroAtOnceAndTouchesNothingWhenNothingIsThere) {
+  const PublisherFake publisher;
+  Application application;
+  std::string topic = "untouched";
+  int errorCode = 77;
+  Json::Value payload = "untouched";
+  EXPECT_LT(
+      timeOf([&] { EXPECT_EQ(application.client.processEvent(application.fds[0], topic, errorCode, payload), 0); }),
+      50ms * kSlowdown);
+  EXPECT_EQ(topic, "untouched");
+  EXPECT_EQ(errorCode, 77);
+  EXPECT_EQ(payload, Json::Value("untouched"));
+}
+
+TEST(SubscribeJsonClient, IsToldLongerTopicsToo) {
+  PublisherFake publisher;
+  Application application("1000");
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  for (const char* const topic : {"999", "100", "10000", "1000x"}) publisher.publish(topic, "");
+  publisher.publish(std::string("1000\0x", 6), "");
+  EXPECT_EQ(application.nextTopic(), "10000");
+  EXPECT_EQ(application.nextTopic(), "1000x");
+  EXPECT_EQ(application.nextTopic(), std::string("1000\0x", 6));
+}
+
+TEST(SubscribeJsonClient, DropsATopic) {
+  PublisherFake publisher;
+  Application application("1000");
+  EXPECT_EQ(application.client.subscribe("1001"), 0);
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  ASSERT_TRUE(publisher.waitForSubscription("1001"));
+  EXPECT_EQ(application.client.unsubscribe("1000"), 0);
+  EXPECT_TRUE(publisher.waitForUnsubscription("1000"));
+  publisher.publish("1000", "");
+  publisher.publish("1001", "");
+  EXPECT_EQ(application.nextTopic(), "1001");
+}
+
+TEST(SubscribeJsonClient, DropsATopicAsOftenAsItWasAdded) {
+  PublisherFake publisher;
+  Application application("1000");
+  EXPECT_EQ(application.client.subscribe("1000"), 0);
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  EXPECT_EQ(application.client.unsubscribe("never added"), 0);
+  EXPECT_EQ(application.client.unsubscribe("1000"), 0);
+  publisher.publish("1000", "");
+  EXPECT_EQ(application.nextTopic(), "1000");
+  EXPECT_EQ(application.client.unsubscribe("1000"), 0);
+  EXPECT_TRUE(publisher.waitForUnsubscription("1000"));
+}
+
+// ---- malformed notifications
+
+TEST(SubscribeJsonClient, ReportsAWrongNumberOfFramesAndTakesThemAll) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  const std::vector<std::vector<std::string>> wrong = {
+      {"1000"}, {"1000{}"}, {"1000", "{}", ""}, {"1001", "{}", "{}", "{}"}, std::vector<std::string>(1000, "1000")};
+  for (const std::vector<std::string>& frames : wrong) {
+    SCOPED_TRACE(std::to_string(frames.size()) + " frames");
+    publisher.publish(frames);
+    publisher.publish("1000", "5");
+
+    const auto refused = application.next();
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->topic, frames.front());
+    EXPECT_EQ(refused->errorCode, zel::status::kBadNotificationFrames);
+    EXPECT_EQ(refused->payload, Json::Value("untouched"));
+    const auto right = application.next();
+    ASSERT_TRUE(right);
+    EXPECT_EQ(right->errorCode, 0);
+    EXPECT_EQ(right->payload, Json::Value(5));
+  }
+}
+
+TEST(SubscribeJsonClient, ReportsAPayloadThatIsNoJsonAndLeavesTheCallersAlone) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  const std::string wrong[] = {"{",
+                               "{\"a\": 1} x",
+                               "{\"a\": 1, \"a\": 2}",
+                               "{\"a\": NaN}",
+                               "{\"a\": -}",
+                               "// no\n{}",
+                               "\"\xff\"",
+                               std::string("{}\0", 3),
+                               " ",
+                               std::string(65, '[') + std::string(65, ']')};
+  for (const std::string& text : wrong) {
+    SCOPED_TRACE(text);
+    publisher.publish("1000", text);
+    publisher.publish("1001", "{}");
+
+    const auto refused = application.next();
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->topic, "1000");
+    EXPECT_EQ(refused->errorCode, zel::status::kBadNotificationJson);
+    EXPECT_EQ(refused->payload, Json::Value("untouched"));
+    EXPECT_EQ(application.nextTopic(), "1001");
+  }
+}
+
+// ---- a publisher that comes, goes and misbehaves
+
+TEST(SubscribeJsonClient, FollowsAPublisherThatStartsLater) {
+  CapturedLog log;
+  Application application;
+  PublisherFake publisher;
+  EXPECT_TRUE(application.follows(publisher));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(SubscribeJsonClient, FollowsAPublisherThatRestarts) {
+  std::optional<PublisherFake> publisher(std::in_place);
+  Application application;
+  ASSERT_TRUE(application.follows(*publisher));
+  for (const long absent : {0, 30, 60, 90, 120}) {
+    CapturedLog log;
+    publisher.reset();
+    application.fds.poll(absent);
+    publisher.emplace();
+    EXPECT_TRUE(application.follows(*publisher, 250ms * kSlowdown));
+    EXPECT_THAT(log.lines(), ElementsAre(kLost));
+  }
+}
+
+TEST(SubscribeJsonClient, KeepsItsPollItemWhenThePublisherRestarts) {
+  std::optional<PublisherFake> publisher(std::in_place);
+  Application application;
+  ASSERT_TRUE(application.follows(*publisher));
+  publisher->publish("1big", overSize());
+  EXPECT_TRUE(application.follows(*publisher));
+  publisher.reset();
+  publisher.emplace();
+  EXPECT_TRUE(application.follows(*publisher));
+  PollFds fds;
+  application.client.getPollItems(fds);
+  EXPECT_EQ(fds[0].socket, application.fds[0].socket);
+}
+
+TEST(SubscribeJsonClient, DeliversWhatAPublisherSentBeforeItsEnd) {
+  std::optional<PublisherFake> publisher(std::in_place);
+  Application application;
+  ASSERT_TRUE(publisher->waitForSubscription("1"));
+  publisher->publish("1last", "");
+  ASSERT_GT(application.fds.poll(kSoon.count()), 0);
+  publisher.reset();
+  const PublisherFake next;
+  for (int round = 0; round < 20; ++round) {
+    EXPECT_EQ(application.fds.poll(0), 1);
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_EQ(application.nextTopic(), "1last");
+}
+
+TEST(SubscribeJsonClient, IsRevivedAfterAMessageOverTheLimit) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  CapturedLog log;
+  publisher.publish("1before", "");
+  publisher.publish("1big", overSize());
+  ASSERT_GT(application.fds.poll(kSoon.count()), 0);
+  EXPECT_TRUE(publisher.waitForUnsubscription("1")) << "libzmq breaks the connection";
+  for (int round = 0; round < 10; ++round) {
+    EXPECT_EQ(application.fds.poll(0), 1) << "and what came before waits still";
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_EQ(application.nextTopic(), "1before");
+  EXPECT_TRUE(application.follows(publisher, 250ms * kSlowdown));
+  EXPECT_THAT(log.lines(), ElementsAre(kLost));
+}
+
+TEST(SubscribeJsonClient, IsRevivedByAPollThatReturnsOnlyWhenSomethingIsThere) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  publisher.publish("1big", overSize());
+  std::thread later([&] {
+    publisher.waitForUnsubscription("1");
+    publisher.waitForSubscription("1");
+    publisher.publish("1after", "");
+  });
+  EXPECT_EQ(application.fds.poll(kSoon.count()), 1);
+  EXPECT_EQ(application.nextTopic(), "1after");
+  later.join();
+}
+
+TEST(SubscribeJsonClient, IsRevivedByCallsOfProcessEvent) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  publisher.publish("1big", overSize());
+  EXPECT_TRUE(publisher.waitForUnsubscription("1"));
+  EXPECT_TRUE(waitUntil([&] {
+    EXPECT_FALSE(application.take().has_value());
+    return publisher.subscriptions("1") == 1;
+  }));
+}
+
+TEST(SubscribeJsonClient, MakesItsDescriptorReadyWhenTheConnectionIsGoneForGood) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  int descriptor = -1;
+  std::size_t size = sizeof descriptor;
+  ASSERT_EQ(zmq_getsockopt(application.fds[0].socket, ZMQ_FD, &descriptor, &size), 0);
+  while (application.take()) continue;
+
+  publisher.publish("1big", overSize());
+  zmq_pollitem_t item{nullptr, descriptor, ZMQ_POLLIN, 0};
+  EXPECT_EQ(zmq_poll(&item, 1, kSoon.count()), 1);
+}
+
+class OtherPeer : public testing::TestWithParam<RawBehaviour> {};
+
+TEST_P(OtherPeer, IsBorneUntilThePublisherIsThere) {
+  CapturedLog log;
+  std::optional<RawPeer> peer(std::in_place, GetParam(), kPort);
+  Application application;
+  EXPECT_EQ(application.fds.poll(300), 0) << "it wakes nobody";
+  EXPECT_LT(peer->accepted(), 25) << "and is not besieged";
+  peer.reset();
+  PublisherFake publisher;
+  EXPECT_TRUE(application.follows(publisher, 250ms * kSlowdown));
+  EXPECT_LE(log.lines().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(SubscribeJsonClient, OtherPeer, testing::ValuesIn(zel::test::kAllRawBehaviours),
+                         [](const auto& behaviour) { return testing::PrintToString(behaviour.param); });
+
+TEST(SubscribeJsonClient, NoticesAPublisherThatIsFrozenAndFollowsItAgain) {
+  ChildProcess daemon = ChildProcess::call([] {
+    PublisherFake publisher;
+    for (;;) {
+      publisher.publish("1", "");
+      std::this_thread::sleep_for(1ms);
+    }
+    return 0;
+  });
+  CapturedLog log;
+  Application application;
+  ASSERT_EQ(application.nextTopic(), "1");
+  daemon.freeze();
+  EXPECT_TRUE(waitUntil([&] {
+    application.next(10ms);
+    return !log.lines().empty();
+  }));
+  while (application.take()) continue;
+  daemon.thaw();
+  EXPECT_EQ(application.nextTopic(), "1");
+  EXPECT_THAT(log.lines(), ElementsAre(kLost));
+}
+
+TEST(SubscribeJsonClient, DropsAFloodBeyondItsQueueAndFollowsOn) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  const std::string payload = '"' + std::string(10000, 'x') + '"';
+  for (int count = 0; count < 20000; ++count) publisher.publish("1", payload);
+  int taken = 0;
+  while (application.next(100ms)) ++taken;
+  EXPECT_GE(taken, 1000);
+  EXPECT_LT(taken, 10000) << "200 MB were sent";
+  EXPECT_TRUE(application.follows(publisher));
+}
+
+TEST(SubscribeJsonClient, DoesNotStopTheOtherSocketsOfTheContextWhileTheApplicationSleeps) {
+  reconnectInterval = 1;
+  const RawPeer peer(RawBehaviour::kReset, kPort);
+  Application application;
+  ASSERT_TRUE(waitUntil([&] { return peer.accepted() > 3000; })) << "more events than a queue holds by default";
+
+  PublisherFake other("tcp://127.0.0.1:5574");
+  SubscribeJsonClient client(application.context);
+  ASSERT_EQ(client.connect("tcp://127.0.0.1:5574"), 0);
+  ASSERT_EQ(client.subscribe("1"), 0);
+  EXPECT_TRUE(other.waitForSubscription("1"));
+}
+
+// ---- the process
+
+TEST(SubscribeJsonClient, IsLeftAloneInAForkedChild) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  ChildProcess child = ChildProcess::call([&] {
+    PollFds fds;
+    const bool refused = application.client.subscribe("2") == zel::status::kNotInitialized &&
+                         application.client.unsubscribe("1") == zel::status::kNotInitialized &&
+                         application.client.getPollItems(fds) == zel::status::kNotInitialized && !application.take();
+    Application own("3");
+    return refused && own.nextTopic() == "3" ? 0 : 1;
+  });
+  EXPECT_TRUE(publisher.waitForSubscription("3"));
+  publisher.publish("3", "");
+  EXPECT_EQ(child.wait(), 0) << child.errors();
+  EXPECT_TRUE(application.follows(publisher));
+}
+
+/// How long a process takes to end after `body`, which its other thread may still run.
+std::chrono::milliseconds endOf(const std::function<void()>& body) {
+  ChildProcess child = ChildProcess::call([&] {
+    body();
+    std::puts("ends");
+    std::fflush(stdout);
+    return 0;
+  });
+  EXPECT_TRUE(child.waitForOutput("ends"));
+  return timeOf([&] { EXPECT_EQ(child.wait(), 0); });
+}
+
+TEST(SubscribeJsonClient, DoesNotHoldUpTheEndOfTheProcess) {
+  const auto connected = [] {
+    static std::optional<SubscribeJsonClient> client;  // destroyed after the context, since it was made before
+    static zmq::context_t context;
+    client.emplace(context);
+    client->connect(kAddress);
+    client->subscribe("1");
+  };
+  EXPECT_LT(endOf(connected), 100ms * kSlowdown);
+  ChildProcess daemon = ChildProcess::call([] {
+    PublisherFake publisher;
+    publisher.waitForSubscription("1");
+    std::puts("there");
+    std::fflush(stdout);
+    return std::this_thread::sleep_for(1h), 0;
+  });
+  EXPECT_LT(endOf(connected), 100ms * kSlowdown);
+}
+
+TEST(SubscribeJsonClient, DoesNotHoldUpTheEndOfTheProcessWhileAThreadWaits) {
+  const auto waiting = [] {
+    static zmq::context_t context;
+    static SubscribeJsonClient client(context);
+    client.connect(kAddress);
+    static PollFds fds;
+    client.getPollItems(fds);
+    std::thread([] {
+      while (fds.poll(-1) >= 0) continue;
+    }).detach();
+    std::this_thread::sleep_for(20ms);
+  };
+  EXPECT_LT(endOf(waiting), 150ms * kSlowdown);
+}
+
+}  // namespace
