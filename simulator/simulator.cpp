@@ -1,0 +1,331 @@
+#include "simulator/simulator.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+#include "client/sysmgr_jsonApi.h"
+#include "simulator/field.h"
+
+namespace zel::sim {
+
+namespace {
+
+// A client has one request out at a time. What more it sends waits in its own socket, not in the memory of the board,
+// and answers that it does not fetch are dropped.
+constexpr int kQueuedRequests = 8;
+constexpr int kQueuedAnswers = 8;
+constexpr int kQueuedNotifications = 1000;
+constexpr int kWaitingConnections = 512;
+
+constexpr int kShutdownMs = 200;  // for the answers that are on their way
+constexpr std::size_t kMostFrames = 16;
+constexpr int kRequestsATurn = 64;  // then timers and the end of the program have their turn
+
+std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
+  std::string text = "cannot listen on " + endpoint + ": " + error.what();
+  if (error.num() == EADDRINUSE) text += ". Is the system manager or another simulator running?";
+  return text;
+}
+
+bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
+  return zmq_send(socket.handle(), frame.data(), frame.size(), ZMQ_DONTWAIT | (more ? ZMQ_SNDMORE : 0)) >= 0;
+}
+
+}  // namespace
+
+/// A request as it came.
+struct Simulator::Request {
+  std::vector<std::string> envelope;  ///< returned with the answer: identity, request number, empty frame
+  unsigned int id = 0;
+  std::string body;
+};
+
+Simulator::Simulator(SimulatorOptions options)
+    : options_(std::move(options)), wakeUp_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+  for (const FaultRule& rule : options_.faults) faults_.add(rule);
+  if (!options_.storeFile.empty()) store_.emplace(options_.storeFile);
+}
+
+Simulator::~Simulator() {
+  if (wakeUp_ >= 0) close(wakeUp_);
+}
+
+std::string Simulator::requestEndpoint() { return SysMgrJsonClient().getIpcConnectAddress(); }
+
+std::string Simulator::publishEndpoint() { return "tcp://127.0.0.1:5575"; }
+
+std::string Simulator::open() {
+  if (wakeUp_ < 0) return "no event descriptor can be made";
+  // The ports first: who cannot listen must leave the store of the one that does alone.
+  if (std::string why = listen(); !why.empty()) return why;
+  return openStore();
+}
+
+std::string Simulator::openStore() {
+  if (!store_) return {};
+  Json::Value document;
+  bool found = false;
+  std::string damage;
+  if (std::string why = store_->load(document, found, damage); !why.empty()) return why;
+  if (found && damage.empty()) {
+    damage = options_.board.restore(document).text;
+    if (damage.empty()) return {};
+  }
+  if (found) {
+    std::string newPath;
+    if (std::string why = store_->setAside(newPath); !why.empty()) return why;
+    if (options_.tell) {
+      options_.tell(store_->path() + " is damaged (" + damage + "); it is now " + newPath +
+                    ", and the board starts with its defaults.");
+    }
+  }
+  return store_->save(options_.board.keptState());  // shows at once whether it can be written
+}
+
+std::string Simulator::listen() {
+  requests_ = zmq::socket_t(context_, zmq::socket_type::router);
+  requests_.set(zmq::sockopt::linger, kShutdownMs);
+  requests_.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(kMaxFrameBytes));
+  requests_.set(zmq::sockopt::rcvhwm, kQueuedRequests);
+  requests_.set(zmq::sockopt::sndhwm, kQueuedAnswers);
+  requests_.set(zmq::sockopt::backlog, kWaitingConnections);
+
+  publisher_ = zmq::socket_t(context_, zmq::socket_type::pub);
+  publisher_.set(zmq::sockopt::linger, kShutdownMs);
+  publisher_.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(kMaxFrameBytes));
+  publisher_.set(zmq::sockopt::sndhwm, kQueuedNotifications);
+  publisher_.set(zmq::sockopt::backlog, kWaitingConnections);
+
+  // The publisher first: who is answered can subscribe.
+  for (const auto& [socket, endpoint] :
+       {std::pair(&publisher_, publishEndpoint()), std::pair(&requests_, requestEndpoint())}) {
+    try {
+      socket->bind(endpoint);
+    } catch (const zmq::error_t& error) {
+      return cannotListen(endpoint, error);
+    }
+  }
+  return {};
+}
+
+void Simulator::stop() noexcept {
+  const eventfd_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(wakeUp_, &one, sizeof one);  // fails only when it is woken already
+}
+
+void Simulator::misbehave(const FaultRule& rule) { faults_.add(rule); }
+
+void Simulator::run() {
+  if (options_.liveInterval.count() > 0) at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
+  for (;;) {
+    zmq_pollitem_t items[] = {{requests_.handle(), 0, ZMQ_POLLIN, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
+    const int ready = zmq_poll(items, 2, untilNextTimer());
+    if (ready < 0) {
+      if (zmq_errno() == EINTR) continue;
+      return;
+    }
+    if (items[1].revents != 0) return;
+    if (items[0].revents != 0) receiveAll();
+    runTimers();
+  }
+}
+
+// --- time
+
+void Simulator::at(Clock::time_point time, std::function<void()> action) { timers_.emplace(time, std::move(action)); }
+
+long Simulator::untilNextTimer() const {
+  if (timers_.empty()) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first - Clock::now()).count();
+  return static_cast<long>(std::max<std::chrono::milliseconds::rep>(left, 0));
+}
+
+void Simulator::runTimers() {
+  const auto now = Clock::now();
+  while (!timers_.empty() && timers_.begin()->first <= now) {
+    const std::function<void()> action = std::move(timers_.begin()->second);
+    timers_.erase(timers_.begin());
+    action();
+  }
+}
+
+void Simulator::moveOn() {
+  for (const Notification& notification : options_.board.moveOn()) publish(notification);
+  at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
+}
+
+// --- requests
+
+void Simulator::receiveAll() {
+  std::vector<std::string> frames;
+  for (int count = 0; count < kRequestsATurn && receive(frames); ++count) take(std::move(frames));
+}
+
+/// @param frames  receives the frames of one message; of one that has far too many only the first
+bool Simulator::receive(std::vector<std::string>& frames) {
+  frames.clear();
+  for (;;) {
+    zmq::message_t frame;
+    if (zmq_msg_recv(frame.handle(), requests_.handle(), ZMQ_DONTWAIT) < 0) return false;
+    if (frames.size() <= kMostFrames) frames.push_back(frame.to_string());
+    if (!frame.more()) return true;
+  }
+}
+
+void Simulator::take(std::vector<std::string> frames) {
+  // Behind the identity of the connection stands what the client's socket put there, up to an empty frame.
+  const auto delimiter = std::find(frames.begin() + 1, frames.end(), std::string());
+  if (delimiter == frames.end()) return;  // no envelope: nobody could take an answer
+
+  Request request;
+  request.envelope.assign(frames.begin(), delimiter + 1);
+  const auto content = frames.end() - (delimiter + 1);
+  if (content != 2) {
+    return refuse(request,
+                  {refusal::kMalformedRequest,
+                   "A request has two frames, the command id and the body; this "
+                   "one has " +
+                       std::string(frames.size() > kMostFrames ? "many more" : std::to_string(content)) + "."});
+  }
+  const std::string& id = *(delimiter + 1);
+  const char* const end = id.data() + id.size();
+  const auto read = std::from_chars(id.data(), end, request.id);
+  if (read.ec != std::errc() || read.ptr != end) {
+    return refuse(request, {refusal::kMalformedRequest,
+                            "The command id \"" + shownBytes(id) + "\" is not a decimal number of 32 bits."});
+  }
+  request.body = std::move(*(delimiter + 2));
+
+  const Exchange exchange = faults_.next(request.id);
+  if (exchange.actAfter.count() > 0) {
+    at(Clock::now() + exchange.actAfter, [this, request, exchange] { carryOut(request, exchange); });
+  } else {
+    carryOut(request, exchange);
+  }
+}
+
+void Simulator::carryOut(const Request& request, const Exchange& exchange) {
+  if (exchange.crash == Exchange::Crash::kBeforeActing) crash(false);
+
+  Outcome outcome;
+  if (exchange.acts) outcome = act(request);
+  for (const Notification& notification : outcome.notifications) publish(notification);
+  for (unsigned int sent = 0; sent < exchange.burst; ++sent) publish(options_.board.dynamicNotification());
+  if (exchange.crash == Exchange::Crash::kBeforeAnswering) crash(true);
+
+  if (exchange.editReply) exchange.editReply(outcome.reply);
+  std::string text;
+  if (const std::string why = writer_.write(outcome.reply, text); !why.empty()) {
+    writer_.write(refusalReply({refusal::kMalformedRequest, "The answer cannot be written: " + why + "."}), text);
+  }
+  if (exchange.editText) exchange.editText(text);
+  trace(request, exchange, text);
+
+  for (int sent = 0; sent < exchange.answers; ++sent) {
+    if (exchange.answerAfter.count() > 0) {
+      at(Clock::now() + exchange.answerAfter, [this, request, text] { answer(request, text); });
+    } else {
+      answer(request, text);
+    }
+  }
+  if (exchange.crash == Exchange::Crash::kAfterAnswering) crash(true);
+}
+
+Outcome Simulator::act(const Request& request) {
+  Json::Value body;
+  if (!request.body.empty()) {
+    if (const std::string why = reader_.read(request.body, body); !why.empty()) {
+      Outcome outcome;
+      outcome.reply = refusalReply({refusal::kMalformedRequest, "The body \"" + shownBytes(request.body) +
+                                                                    "\" is not one JSON document: " + why + "."});
+      return outcome;
+    }
+  }
+  return change(request.id, body);
+}
+
+/// A change that the store does not take is not made.
+Outcome Simulator::change(unsigned int id, const Json::Value& body) {
+  if (!store_) return options_.board.handle(id, body);
+
+  Board next = options_.board;
+  Outcome outcome = next.handle(id, body);
+  if (outcome.keptStateChanged) {
+    if (const std::string why = store_->save(next.keptState()); !why.empty()) {
+      outcome = {};
+      outcome.reply = refusalReply({refusal::kNotStored, "The change cannot be stored: " + why + "."});
+      return outcome;
+    }
+  }
+  options_.board = std::move(next);
+  return outcome;
+}
+
+void Simulator::answer(const Request& request, const std::string& text) {
+  for (const std::string& frame : request.envelope) {
+    if (!sendFrame(requests_, frame, true)) return;  // the client is gone
+  }
+  sendFrame(requests_, text, false);
+}
+
+void Simulator::refuse(const Request& request, const Refusal& why) {
+  std::string text;
+  writer_.write(refusalReply(why), text);
+  trace(request, Exchange(), text);
+  answer(request, text);
+}
+
+void Simulator::publish(const Notification& notification) {
+  std::string payload;
+  if (!notification.payload.isNull() && !writer_.write(notification.payload, payload).empty()) return;
+  if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
+}
+
+void Simulator::trace(const Request& request, const Exchange& exchange, const std::string& answer) const {
+  if (!options_.trace) return;
+  std::string name;
+  SysMgrCommands::getCommandNameStr(static_cast<SysMgrCommands::sysmgr_msg_t>(request.id), name);
+  std::string line =
+      std::to_string(request.id) + " \"" + name + "\" " + shownBytes(request.body) + " -> " + shownBytes(answer);
+  if (exchange.fault != nullptr) line += std::string(" (fault: ") + exchange.fault + ")";
+  options_.trace(line);
+}
+
+/// Ends the process as a crash does, without destructors and exit handlers.
+/// @param flush  whether what was sent leaves first
+void Simulator::crash(bool flush) {
+  if (flush) {
+    requests_.close();
+    publisher_.close();
+    context_.close();  // waits for the messages on their way, for as long as they may linger
+  }
+  std::raise(SIGKILL);
+  std::abort();
+}
+
+// --- in a thread
+
+BackgroundSimulator::BackgroundSimulator(SimulatorOptions options)
+    : simulator_(std::move(options)), failure_(simulator_.open()) {
+  if (failure_.empty()) thread_ = std::thread([this] { simulator_.run(); });
+}
+
+BackgroundSimulator::~BackgroundSimulator() {
+  simulator_.stop();
+  if (thread_.joinable()) thread_.join();
+}
+
+std::string BackgroundSimulator::misbehave(const std::string& rule) {
+  FaultRule read;
+  std::string why = FaultRule::parse(rule, read);
+  if (why.empty()) simulator_.misbehave(read);
+  return why;
+}
+
+}  // namespace zel::sim
