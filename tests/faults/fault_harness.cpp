@@ -194,8 +194,9 @@ void restarted(Run& run, const char* name) {
 
 void unmannered(Run& run, const char* name) {
   run.kill();
-  run.startDaemon({static_cast<int>(run.below(80)), run.below(2) == 0, run.below(2) == 0});
-  for (unsigned i = 1 + run.below(8); i > 0; --i) run.call(name);
+  const unsigned delay = run.below(2) == 0 ? 0 : run.below(80);
+  run.startDaemon({static_cast<int>(delay), run.below(2) == 0, run.below(2) == 0});
+  for (unsigned i = 1 + run.below(20); i > 0; --i) run.call(name);
 }
 
 void hostile(Run& run, const char* name) {
