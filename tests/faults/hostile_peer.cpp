@@ -49,7 +49,10 @@ class Malice {
   /// Mostly as it is; sometimes with a bit flipped or cut short.
   std::string damaged(std::string text) {
     if (text.empty()) return text;
-    if (oneIn(4)) text[below(static_cast<unsigned>(text.size()))] ^= static_cast<char>(1U << below(8));
+    if (oneIn(4)) {
+      char& byte = text[below(static_cast<unsigned>(text.size()))];
+      byte = static_cast<char>(static_cast<unsigned char>(byte) ^ (1U << below(8)));
+    }
     if (oneIn(8)) text.resize(below(static_cast<unsigned>(text.size())));
     return text;
   }
