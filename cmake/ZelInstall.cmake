@@ -1,5 +1,6 @@
-# What an installation holds, in four components: runtime (the libraries), dev (headers, CMake package, pkg-config),
-# tools (the programs) and doc. No step runs a program of the target, so cross builds install as native ones do.
+# What an installation holds, in five components: runtime (the libraries), dev (headers, CMake package, pkg-config),
+# tools (the command line), simulator, doc. No step runs a program of the target, so cross builds install as native ones
+# do.
 
 include(CMakePackageConfigHelpers)
 
@@ -24,14 +25,20 @@ configure_package_config_file(
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/zelSysMgrApiConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(
   FILES "${PROJECT_BINARY_DIR}/zelSysMgrApiConfig.cmake" "${PROJECT_BINARY_DIR}/zelSysMgrApiConfigVersion.cmake"
-        "${PROJECT_SOURCE_DIR}/cmake/FindZeroMQ.cmake"
+        "${PROJECT_SOURCE_DIR}/cmake/FindJsonCpp.cmake" "${PROJECT_SOURCE_DIR}/cmake/FindZeroMQ.cmake"
   DESTINATION ${zel_package_dir}
   COMPONENT dev)
 
+# A .pc file names the prefix, which `cmake --install --prefix` may still change: it is written then.
+set(zel_pc_prefix "@CMAKE_INSTALL_PREFIX@")
+cmake_path(APPEND zel_pc_libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
+cmake_path(APPEND zel_pc_includedir "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 foreach(library zelCommonTypes zelSysMgrApi)
-  configure_file("${PROJECT_SOURCE_DIR}/packaging/${library}.pc.in" "${PROJECT_BINARY_DIR}/${library}.pc" @ONLY)
+  set(pc_file "${PROJECT_BINARY_DIR}/${library}.pc")
+  configure_file("${PROJECT_SOURCE_DIR}/packaging/${library}.pc.in" "${pc_file}.in" @ONLY)
+  install(CODE "configure_file(\"${pc_file}.in\" \"${pc_file}\" @ONLY)" COMPONENT dev)
   install(
-    FILES "${PROJECT_BINARY_DIR}/${library}.pc"
+    FILES "${pc_file}"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
     COMPONENT dev)
 endforeach()
@@ -40,5 +47,16 @@ if(TARGET sysmgrctl)
   install(TARGETS sysmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 if(TARGET sysmgr-sim)
-  install(TARGETS sysmgr-sim RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT simulator)
+  install(TARGETS sysmgr-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
 endif()
+
+install(
+  FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${PROJECT_SOURCE_DIR}/LICENSE"
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  COMPONENT doc)
+install(
+  DIRECTORY "${PROJECT_SOURCE_DIR}/docs/"
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+  COMPONENT doc
+  FILES_MATCHING
+  PATTERN "*.md")
