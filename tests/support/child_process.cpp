@@ -1,6 +1,7 @@
 #include "tests/support/child_process.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -19,6 +20,7 @@ namespace zel::test {
 
 namespace {
 
+constexpr int kFailed = 98;  // the exit status of a child in which an expectation failed
 constexpr int kBroken = 99;  // the exit status of a child that could not run, or that threw
 
 std::array<int, 2> makePipe() {
@@ -67,7 +69,8 @@ ChildProcess ChildProcess::run(const std::vector<std::string>& command) {
 ChildProcess ChildProcess::call(const std::function<int()>& body) {
   return start([&] {
     try {
-      std::exit(body());
+      const int status = body();
+      std::exit(status == 0 && testing::Test::HasFailure() ? kFailed : status);
     } catch (const std::exception& thrown) {
       std::fprintf(stderr, "thrown: %s\n", thrown.what());
     }

@@ -19,7 +19,8 @@ class ChildProcess {
   /// Starts a program, found as execvp(3) finds it.
   static ChildProcess run(const std::vector<std::string>& command);
   /// Runs a function in a fork of this process, which then ends as a program does, static objects destroyed, with the
-  /// function's result as its status. To be called before this process has threads, so that the child may make some.
+  /// function's result as its status; 98 for a 0 when an expectation failed meanwhile. To be called before this process
+  /// has threads, so that the child may make some.
   static ChildProcess call(const std::function<int()>& body);
 
   ChildProcess(ChildProcess&& other) noexcept;

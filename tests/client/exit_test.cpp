@@ -1,0 +1,257 @@
+// The end of a process in whatever state its clients are: at once, with the context closed after every socket.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <thread>
+
+#include "client/sysmgr_jsonApi.h"
+#include "client/zmq_utils.h"
+#include "common/logger.h"
+#include "tests/support/daemon_process.h"
+#include "tests/support/raw_peer.h"
+
+using std::chrono::milliseconds;
+using testing::EndsWith;
+using testing::HasSubstr;
+using zel::test::ChildProcess;
+using zel::test::kSlowdown;
+using zel::test::RawBehaviour;
+using zel::test::RawPeer;
+using zel::test::ScriptedDaemon;
+using zel::test::startDaemon;
+
+namespace {
+
+constexpr milliseconds kExitLimit{100 * kSlowdown};
+constexpr const char* kClosing = "5 ZmqUtils: closing ZMQ context\n";
+
+class Client : public SysMgrJsonClient {
+ public:
+  explicit Client(int timeoutMs = 50) : timeoutMs_(timeoutMs) {}
+  int getClientTimeout() override { return timeoutMs_; }
+  void connect() { EXPECT_EQ(init(ZmqUtils::getInstance().getContext()), 0); }
+  int request() {
+    Json::Value reply;
+    return getBoardModel(reply);
+  }
+
+ private:
+  int timeoutMs_;
+};
+
+void print(const std::string& line) {
+  std::printf("%s\n", line.c_str());
+  std::fflush(stdout);
+}
+
+/// Brings a process into the state, and expects it to end within the limit from there.
+/// @return what the process wrote
+std::string expectQuickExit(const std::function<void()>& state) {
+  ChildProcess child = ChildProcess::call([&state] {
+    Logger::getInstance()->setLevel(Logger::LEVEL_LIFECYCLE);
+    Logger::getInstance()->setSink([](Logger::logDebugLevel_t level, const std::string& text) {
+      if (level == Logger::LEVEL_LIFECYCLE) print(std::to_string(level) + " " + text);
+    });
+    state();
+    print("leaving");
+    return 0;
+  });
+  EXPECT_TRUE(child.waitForOutput("leaving\n"));
+  const milliseconds took = zel::test::timeOf([&] { EXPECT_EQ(child.wait(), 0) << child.errors(); });
+  EXPECT_LE(took, kExitLimit);
+  testing::Test::RecordProperty("exitMs", static_cast<int>(took.count()));
+  return child.output();
+}
+
+/// A thread of the process waits in a request while the process ends.
+void waitInAnotherThread() {
+  static Client client(60'000);
+  client.connect();
+  static std::atomic<bool> asking{false};
+  std::thread([] {
+    asking = true;
+    client.request();
+  }).detach();
+  zel::test::waitUntil([] { return asking.load(); });
+  std::this_thread::sleep_for(milliseconds(20));  // most likely in the wait by now; right either way
+}
+
+}  // namespace
+
+TEST(Exit, WithAClientThatWasNeverConnected) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                EXPECT_EQ(client.request(), -100);
+              }),
+              EndsWith("leaving\n"));
+}
+
+TEST(Exit, WithNobodyAtTheOtherEnd) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                client.connect();
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, AfterARequestThatWasNotSent) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                client.connect();
+                EXPECT_EQ(client.request(), -102);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, AfterAnAnsweredRequest) {
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client(5000);
+                client.connect();
+                EXPECT_EQ(client.request(), 0);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, AfterAnUnansweredRequest) {
+  const ChildProcess daemon = startDaemon(zel::test::keepSilent);
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client(500);
+                client.connect();
+                EXPECT_EQ(client.request(), -103);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithAFrozenDaemon) {
+  const ChildProcess daemon = startDaemon();
+  daemon.freeze();
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                client.connect();
+                EXPECT_EQ(client.request(), -102);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithAPeerThatIsNoDaemon) {
+  const RawPeer peer(RawBehaviour::kGreetingThenSilence);
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                client.connect();
+                EXPECT_EQ(client.request(), -102);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithAClientThatIsNeverDestroyed) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client& client = *new Client;
+                client.connect();
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithAClientOnTheStackOfTheThreadThatEndsTheProcess) {
+  ChildProcess child = ChildProcess::call([]() -> int {
+    Client client;
+    client.connect();
+    print("leaving");
+    std::exit(0);
+  });
+  ASSERT_TRUE(child.waitForOutput("leaving\n"));
+  EXPECT_LE(zel::test::timeOf([&] { EXPECT_EQ(child.wait(), 0); }), kExitLimit);
+}
+
+TEST(Exit, WithAStaticClientThatIsOlderThanTheContext) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;  // so it is destroyed after the context
+                ZmqUtils::getInstance();
+                client.connect();
+                EXPECT_EQ(client.request(), -102);
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithAStaticClientConnectedAgainAfterAReset) {
+  EXPECT_THAT(expectQuickExit([] {
+                static Client client;
+                {
+                  Client first;
+                  first.connect();
+                }
+                ZmqUtils::getInstance().resetContext();
+                client.connect();
+              }),
+              EndsWith(kClosing));
+}
+
+TEST(Exit, WithARequestInAnotherThreadAndNoDaemon) {
+  EXPECT_THAT(expectQuickExit(waitInAnotherThread), EndsWith(kClosing));
+}
+
+TEST(Exit, WithARequestInAnotherThreadThatIsNotAnswered) {
+  const ChildProcess daemon = startDaemon(zel::test::keepSilent);
+  EXPECT_THAT(expectQuickExit(waitInAnotherThread), EndsWith(kClosing));
+}
+
+TEST(Exit, WithManyClientsInOtherThreads) {
+  EXPECT_THAT(expectQuickExit([] {
+                for (int i = 0; i < 8; ++i) {
+                  std::thread([] {
+                    Client client;
+                    client.connect();
+                    for (;;) client.request();
+                  }).detach();
+                }
+                std::this_thread::sleep_for(milliseconds(70));  // some are in a request, some between two
+              }),
+              HasSubstr(kClosing));
+}
+
+TEST(Exit, AStaticClientIsOfNoUseAfterTheContextIsGone) {
+  struct Late {
+    Client client;
+    ~Late() {
+      print("late " + std::to_string(client.request()));
+      ErrorReport report;
+      client.getLastErrorMessage(report);
+      print(report.text);
+    }
+  };
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(
+      expectQuickExit([] {
+        static Late late;
+        ZmqUtils::getInstance();
+        late.client.connect();
+      }),
+      EndsWith(std::string(kClosing) + "late -100\n\"GET Board Model\" was not sent: the process is ending.\n"));
+}
+
+TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
+  struct Farewell {
+    Client client{5000};
+    Farewell() { client.connect(); }
+    ~Farewell() { print("farewell " + std::to_string(client.request())); }
+  };
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(expectQuickExit([] { static Farewell farewell; }), HasSubstr("farewell 0\n"));
+}
+
+TEST(Exit, OfAForkedChildThatInheritsAClient) {
+  Client client;
+  client.connect();
+  const ScriptedDaemon daemon;
+  expectQuickExit([] {});
+  expectQuickExit([&client] {
+    ZmqUtils::getInstance().resetContext();
+    client.connect();
+    EXPECT_EQ(client.request(), 0);
+  });
+  EXPECT_EQ(client.request(), 0);
+}

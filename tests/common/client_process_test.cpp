@@ -1,0 +1,242 @@
+// Requests to a daemon in a process of its own that is killed or frozen, and requests of a process in distress.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <future>
+#include <iterator>
+#include <vector>
+
+#include "common/client_json_api.h"
+#include "tests/common/test_client.h"
+#include "tests/support/daemon_process.h"
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using zel::test::ChildProcess;
+using zel::test::expectAtOnce;
+using zel::test::expectFailure;
+using zel::test::expectTimedOut;
+using zel::test::keepSilent;
+using zel::test::Outcome;
+using zel::test::ScriptedDaemon;
+using zel::test::startDaemon;
+using zel::test::TestClient;
+
+namespace {
+
+class DaemonFault : public testing::Test {
+ protected:
+  void expectWorkingWithANewDaemon() {
+    const ChildProcess daemon = startDaemon();
+    EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
+  }
+
+  zmq::context_t context_;
+  TestClient client_{context_};
+};
+
+}  // namespace
+
+TEST_F(DaemonFault, KilledBeforeARequest) {
+  ChildProcess daemon = startDaemon();
+  EXPECT_EQ(client_.send(1).code, 0);
+  daemon.kill();
+  // The socket may see the end of the connection only after it took the request.
+  const Outcome outcome = client_.send(3);
+  EXPECT_THAT(outcome.code, testing::AnyOf(-102, -103));
+  expectFailure(client_, outcome, outcome.code, "\"command 3\" was ");
+  expectTimedOut(client_, outcome);
+
+  const Outcome next = client_.send(3);
+  expectFailure(client_, next, -102, "no daemon took it");
+  expectTimedOut(client_, next);
+  expectWorkingWithANewDaemon();
+}
+
+TEST_F(DaemonFault, KilledDuringARequest) {
+  ChildProcess daemon = startDaemon(keepSilent);
+  auto request = std::async(std::launch::async, [this] { return client_.send(3); });
+  ASSERT_TRUE(daemon.waitForOutput("request 3\n"));
+  daemon.kill();
+  const Outcome outcome = request.get();
+  expectFailure(client_, outcome, -103, "The daemon may have acted on it");
+  expectTimedOut(client_, outcome);
+  expectWorkingWithANewDaemon();
+}
+
+TEST_F(DaemonFault, ARequestThatADeadDaemonTookIsNotSentAgain) {
+  ChildProcess first = startDaemon(keepSilent);
+  TestClient patient(context_, TestClient::kTimeout * 3 * zel::test::kSlowdown);
+  auto request = std::async(std::launch::async, [&] { return patient.send(8); });
+  ASSERT_TRUE(first.waitForOutput("request 8\n"));
+  first.kill();
+  ChildProcess second = startDaemon();
+  EXPECT_EQ(request.get().code, -103);
+  EXPECT_EQ(patient.send(19).code, 0);
+  ASSERT_TRUE(second.waitForOutput("request 19\n"));
+  EXPECT_THAT(second.output(), testing::Not(HasSubstr("request 8")));
+}
+
+TEST_F(DaemonFault, KilledAndReplacedBetweenRequests) {
+  for (int round = 0; round < 3; ++round) {
+    const ChildProcess daemon = startDaemon();
+    EXPECT_EQ(client_.send(1).code, 0) << client_.lastError().text;
+    EXPECT_EQ(client_.send(1).code, 0) << client_.lastError().text;
+  }
+}
+
+TEST_F(DaemonFault, FrozenAndThawed) {
+  const ChildProcess daemon = startDaemon();
+  EXPECT_EQ(client_.send(1).code, 0);
+  daemon.freeze();
+  for (int round = 0; round < 2; ++round) {
+    // The first request leaves on the connection that is there; a new one never shakes hands.
+    const Outcome outcome = client_.send(3);
+    expectFailure(client_, outcome, round == 0 ? -103 : -102,
+                  round == 0 ? "may have acted on it" : "no daemon took it");
+    expectTimedOut(client_, outcome);
+  }
+  daemon.thaw();
+  EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
+}
+
+namespace {
+
+std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+/// Lets the process open so many more descriptors and no further one, until the end of the scope.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(unsigned int left) {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    // Fill every gap, so that what is left is what lies below the limit.
+    int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int highest = static_cast<int>(before_.rlim_cur < 1024 ? before_.rlim_cur : 1024) - 1;
+    int top = next;
+    for (int descriptor = 0; descriptor < highest; ++descriptor) {
+      if (fcntl(descriptor, F_GETFD) >= 0 && descriptor > top) top = descriptor;
+    }
+    while (next >= 0 && next < top) {
+      filled_.push_back(next);
+      next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    filled_.push_back(next);
+    const rlimit few{static_cast<rlim_t>(std::max(next, top)) + 1 + left, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() {
+    setrlimit(RLIMIT_NOFILE, &before_);
+    for (const int descriptor : filled_) close(descriptor);
+  }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+  std::vector<int> filled_;
+};
+
+}  // namespace
+
+class DescriptorFault : public testing::TestWithParam<unsigned int> {};
+INSTANTIATE_TEST_SUITE_P(Left, DescriptorFault, testing::Range(0u, 8u), testing::PrintToStringParamName());
+
+TEST_P(DescriptorFault, InitFailsAndSucceedsLater) {
+  const ScriptedDaemon daemon;
+  zmq::context_t context;
+  TestClient client;
+  {
+    const FewDescriptors few(GetParam());
+    EXPECT_EQ(client.init(context), -101);
+  }
+  EXPECT_EQ(client.lastError().code, -101);
+  EXPECT_THAT(client.lastError().text, HasSubstr("too few file descriptors are left"));
+  EXPECT_EQ(client.init(context), 0);
+  EXPECT_EQ(client.send(3).code, 0);
+}
+
+TEST_P(DescriptorFault, ARequestThatNeedsANewConnectionFailsAtOnceAndTheNextWorks) {
+  ScriptedDaemon daemon;
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(3).code, 0);
+  daemon.answer("no JSON");
+  const std::size_t connected = openDescriptors();
+  EXPECT_EQ(client.send(3).code, -104);
+  // ZeroMQ's thread closes the socket: its mailbox and, as the daemon is here too, both ends of the connection.
+  ASSERT_TRUE(zel::test::waitUntil([&] { return openDescriptors() + 3 <= connected; }));
+  {
+    const FewDescriptors few(GetParam());
+    const Outcome outcome = client.send(3);
+    expectFailure(client, outcome, -101,
+                  "\"command 3\" was not sent: no connection to tcp://127.0.0.1:5556 can be opened: ");
+    expectAtOnce(client, outcome);
+  }
+  EXPECT_EQ(daemon.requestCount(), 2u);
+  EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+}
+
+TEST(DescriptorFault, ARequestOnAnOpenConnectionNeedsNoDescriptor) {
+  const ScriptedDaemon daemon;
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(3).code, 0);
+  const FewDescriptors few(0);
+  EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+}
+
+TEST(DescriptorFault, EightAreEnoughForTheFirstUseOfAContext) {
+  const ChildProcess daemon = startDaemon();
+  for (unsigned int left = 8; left < 16; ++left) {
+    zmq::context_t context;
+    TestClient client;
+    const FewDescriptors few(left);
+    EXPECT_EQ(client.init(context), 0) << left;
+    EXPECT_EQ(client.send(3).code, 0) << left << ": " << client.lastError().text;
+  }
+}
+
+TEST(Fork, AClientOfTheParentIsNotUsableInTheChild) {
+  const ScriptedDaemon daemon;
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(1).code, 0);
+  ChildProcess child = ChildProcess::call([&]() -> int {
+    const Outcome outcome = client.send(3);
+    expectFailure(client, outcome, -100, "Call init again, with a context of this process.");
+    expectAtOnce(client, outcome);
+    _exit(testing::Test::HasFailure() ? 1 : 0);  // the parent's context is not the child's to end
+  });
+  EXPECT_EQ(child.wait(), 0) << child.output();
+  EXPECT_EQ(client.send(1).code, 0) << client.lastError().text;
+  EXPECT_EQ(daemon.requestCount(), 2u);
+}
+
+TEST(Fork, AClientWorksInTheChildAfterInitWithAContextOfItsOwn) {
+  const ScriptedDaemon daemon;
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(1).code, 0);
+  ChildProcess child = ChildProcess::call([&]() -> int {
+    {
+      zmq::context_t own;
+      EXPECT_EQ(client.init(own), 0);
+      EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+      TestClient another(own);
+      EXPECT_EQ(another.send(4).code, 0) << another.lastError().text;
+      EXPECT_EQ(client.init(context), 0) << "closes the socket on the child's context";
+    }
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  });
+  EXPECT_EQ(child.wait(), 0) << child.output();
+  EXPECT_EQ(client.send(1).code, 0) << client.lastError().text;
+  EXPECT_EQ(daemon.requestCount(), 4u);
+}
