@@ -1,0 +1,285 @@
+#include "config/system_default_cfg.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "client/zmq_utils.h"
+#include "common/failed_check.h"
+#include "common/status.h"
+
+using zel::checked;
+using zel::status::kInterfaceNotFound;
+using zel::status::kNullParameter;
+using zel::status::kOk;
+
+namespace {
+
+/// How a board model carries streams twice when redundancy is enabled.
+enum class Redundancy { kNone, kDualLink, kSinglePort };
+
+/// The interfaces that carry the streams.
+struct Traffic {
+  const char* primary;
+  const char* secondary;  ///< null: none
+};
+
+struct ModelRow {
+  BoardModelType::board_models_t model;
+  Redundancy redundancy;
+  Traffic withRedundancy;
+  Traffic withoutRedundancy;
+};
+
+constexpr Traffic kEth12{"eth1", "eth2"};
+constexpr Traffic kEth23{"eth2", "eth3"};
+// The interface of this model has its name from the model's label; this one stands where the label is empty.
+constexpr Traffic kNimbra{"enp2s0f0", nullptr};
+
+// On purpose most models report their secondary interface with redundancy off, too.
+constexpr ModelRow kModels[] = {
+    {BoardModelType::ORVEN_AES67, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::TRISK_AES67, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::ORVEN_AVB, Redundancy::kNone, {"eth1", nullptr}, {"eth1", nullptr}},
+    {BoardModelType::KORVA, Redundancy::kDualLink, kEth23, kEth23},
+    {BoardModelType::ORVEN_TESSA, Redundancy::kSinglePort, {"eth0.10", "eth0.20"}, {"eth0", nullptr}},
+    {BoardModelType::BRAVIK_AOIP, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::ORVEN_QUILL_IO, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::NIMBRA_AES67, Redundancy::kNone, kNimbra, kNimbra},
+    {BoardModelType::ZIRC, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::VELDA, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::MERIX, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::PIXA_MADI, Redundancy::kDualLink, kEth12, kEth12},
+    {BoardModelType::PIXA_AES1616, Redundancy::kDualLink, kEth12, kEth12},
+};
+
+/// @return null for a model that is none of the table's
+const ModelRow* rowOf(BoardModelType::board_models_t model) {
+  const auto row = std::find_if(std::begin(kModels), std::end(kModels),
+                                [model](const ModelRow& each) { return each.model == model; });
+  return row == std::end(kModels) ? nullptr : row;
+}
+
+bool hasRedundancy(const BoardModel& board, Redundancy redundancy) {
+  const ModelRow* const row = rowOf(board.model);
+  return row != nullptr && row->redundancy == redundancy;
+}
+
+std::vector<std::string> trafficInterfaces(const BoardModel& board, bool redundancyEnable) {
+  const ModelRow* const row = rowOf(board.model);
+  if (row == nullptr) return {};
+  const Traffic& traffic = redundancyEnable ? row->withRedundancy : row->withoutRedundancy;
+  const bool named = board.model == BoardModelType::NIMBRA_AES67 && !board.modelLabel.empty();
+  std::vector<std::string> names{named ? board.modelLabel : traffic.primary};
+  if (traffic.secondary != nullptr) names.emplace_back(traffic.secondary);
+  return names;
+}
+
+/// Hands a value to the caller of the operation.
+template <class Out, class Value>
+int give(const char* operation, Out* out, Value&& value) {
+  if (out == nullptr) {
+    Logger::log(Logger::LEVEL_ERROR, "%s:: Parameter is null.", operation);
+    return kNullParameter;
+  }
+  *out = std::forward<Value>(value);
+  return kOk;
+}
+
+void logReceived(const char* notification) {
+  Logger::log(Logger::LEVEL_PROGRESS, "%s - received notification", notification);
+}
+
+/// Checks a step of the start-up, and logs its success.
+int step(const zel::CodeLocation& here, int result, const char* done) {
+  if (const int failure = checked(here, result)) return failure;
+  Logger::log(Logger::LEVEL_PROGRESS, "SystemDefaultCfg %s", done);
+  return kOk;
+}
+
+}  // namespace
+
+SystemDefaultCfg& SystemDefaultCfg::getInstance() {
+  static SystemDefaultCfg instance;
+  return instance;
+}
+
+SystemDefaultCfg::SystemDefaultCfg() {
+  Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton being created ...");
+  init();
+  Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton created");
+}
+
+SystemDefaultCfg::~SystemDefaultCfg() { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); }
+
+int SystemDefaultCfg::init() {
+  zmq::context_t& context = ZmqUtils::getInstance().getContext();
+  if (const int failure = step(ZEL_HERE, client_.init(context), "zmq context initialized")) return failure;
+  if (const int failure = step(ZEL_HERE, client_.getStoredParameters(stored_), "stored parameters retrieved")) {
+    return failure;
+  }
+  if (const int failure = step(ZEL_HERE, client_.getDynamicParameters(dynamic_), "dynamic parameters retrieved")) {
+    return failure;
+  }
+  if (const int failure = step(ZEL_HERE, client_.getBoardModel(boardModel_), "board model retrieved")) return failure;
+
+  Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg INITIALIZATION SUCCESS");
+  initialized_ = true;
+
+  std::list<WhiteListEntry> fetched;  // the client appends
+  if (const int failure = step(ZEL_HERE, client_.getMcastWhitelist(fetched), "whitelist entry retrieved")) {
+    return failure;
+  }
+  whitelist_.swap(fetched);
+  return kOk;
+}
+
+bool SystemDefaultCfg::isInitialized() const { return initialized_; }
+
+int SystemDefaultCfg::initSubscribers(PollFds& pollFds) {
+  if (!subscribersInitialized_) {
+    if (const int failure = SysmgrSubscriber::init(ZmqUtils::getInstance().getContext())) return failure;
+    if (const int failure = subscribeAll()) return failure;
+    subscribersInitialized_ = true;
+  }
+  return getPollItems(pollFds);
+}
+
+int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) { return SysmgrSubscriber::processEvent(item); }
+
+SysMgrClient& SystemDefaultCfg::getClientReference() { return client_; }
+
+int SystemDefaultCfg::setModuleState(std::string name, unsigned char error, unsigned char warn) {
+  return client_.setModuleState(name, error != 0, warn != 0);
+}
+
+// Stored parameters
+
+int SystemDefaultCfg::getRtspTcpPort(unsigned int* port) const { return give(__func__, port, stored_.rtspTcpPort); }
+
+int SystemDefaultCfg::getAdvertisementTcpPort(unsigned int* port) const {
+  return give(__func__, port, stored_.advertTcpPort);
+}
+
+int SystemDefaultCfg::getAdvertisementBoardName(std::string* name) const {
+  const std::string mac = dynamic_.ethBasics.empty() ? "" : dynamic_.ethBasics.front().mac;
+  return give(__func__, name, stored_.advertBoardNamePrefix + mac);
+}
+
+int SystemDefaultCfg::getAdvertisementIfaceIndex(unsigned int* index) const {
+  const EthBasicInfo* const interface = findInterface(stored_.advertBoardNamePrefix);
+  return give(__func__, index, interface == nullptr ? static_cast<unsigned int>(-1) : interface->index);
+}
+
+int SystemDefaultCfg::getCfgFilePath(std::string* path) const { return give(__func__, path, stored_.cfgFilePath); }
+
+int SystemDefaultCfg::getClockOffsetFromMasterThreshold(float& threshold) const {
+  threshold = static_cast<float>(stored_.offsetFromMasterThreshold);
+  return kOk;
+}
+
+bool SystemDefaultCfg::isRedundancyEnable() const { return stored_.redundancyEnable; }
+
+bool SystemDefaultCfg::isRedundancyDualLinkEnable() const {
+  return stored_.redundancyEnable && hasRedundancy(boardModel_, Redundancy::kDualLink);
+}
+
+bool SystemDefaultCfg::isRedundancySinglePortEnable() const {
+  return stored_.redundancyEnable && hasRedundancy(boardModel_, Redundancy::kSinglePort);
+}
+
+bool SystemDefaultCfg::isWalkaboutEnable() const { return stored_.walkaboutEnable; }
+bool SystemDefaultCfg::isSapEnable() const { return stored_.sapEnable; }
+bool SystemDefaultCfg::isSlpEnable() const { return stored_.slpEnable; }
+bool SystemDefaultCfg::isAutosaveEnabled() const { return stored_.cfgAutosaveEnable; }
+bool SystemDefaultCfg::pauseStreamsIfPtpIsInFailure() const { return stored_.pauseStreamsPtpFail; }
+unsigned short SystemDefaultCfg::getPrimaryVlanTag() const { return stored_.primaryVlanId; }
+unsigned short SystemDefaultCfg::getSecondaryVlanTag() const { return stored_.secondaryVlanId; }
+
+int SystemDefaultCfg::getVideoTimingParameters(VideoTimingParameters& out) const {
+  out = stored_.videoTiming;
+  return kOk;
+}
+
+unsigned int SystemDefaultCfg::getTdmChannelsPerLine() const { return stored_.tdmChannelsPerLine; }
+NmosParameters SystemDefaultCfg::getNmosParameters() const { return stored_.nmos; }
+
+std::list<WhiteListEntry>& SystemDefaultCfg::getMulticastWhiteList() { return whitelist_; }
+BoardModel SystemDefaultCfg::getBoardModel() const { return boardModel_; }
+
+// Interfaces
+
+const EthBasicInfo* SystemDefaultCfg::findInterface(const std::string& name) const {
+  const auto found = std::find_if(dynamic_.ethBasics.begin(), dynamic_.ethBasics.end(),
+                                  [&name](const EthBasicInfo& interface) { return interface.name == name; });
+  return found == dynamic_.ethBasics.end() ? nullptr : &*found;
+}
+
+int SystemDefaultCfg::refreshUnlessFollowing(const zel::CodeLocation& here) {
+  return subscribersInitialized_ ? kOk : checked(here, client_.getDynamicParameters(dynamic_));
+}
+
+int SystemDefaultCfg::getEthDynamicBasicInfo(std::string name, EthBasicInfo& info) {
+  if (const int failure = refreshUnlessFollowing(ZEL_HERE)) return failure;
+  const EthBasicInfo* const interface = findInterface(name);
+  if (interface == nullptr) {
+    Logger::log(Logger::LEVEL_ERROR, "%s - interface %s not found", __func__, name.c_str());
+    return kInterfaceNotFound;
+  }
+  info = *interface;
+  return kOk;
+}
+
+int SystemDefaultCfg::getEthDynamicBasicInfo(std::list<EthBasicInfo>& list) {
+  if (const int failure = refreshUnlessFollowing(ZEL_HERE)) return failure;
+  list = dynamic_.ethBasics;
+  return kOk;
+}
+
+bool SystemDefaultCfg::isLocalBoardIpAddr(IpAddress address) const {
+  return std::any_of(dynamic_.ethBasics.begin(), dynamic_.ethBasics.end(),
+                     [&address](const EthBasicInfo& interface) { return interface.ip == address.getAddress(); });
+}
+
+int SystemDefaultCfg::getRtspIPv4Address(IpAddress& address) const {
+  const EthBasicInfo* const interface = findInterface(stored_.rtspEthPort);
+  address.setAddress(interface == nullptr ? 0 : interface->ip);
+  return kOk;
+}
+
+int SystemDefaultCfg::getTrafficInterfacesIPv4Address(std::vector<IpAddress>& addresses) const {
+  addresses.clear();
+  for (const std::string& name : trafficInterfaces(boardModel_, stored_.redundancyEnable)) {
+    if (const EthBasicInfo* const interface = findInterface(name)) addresses.emplace_back(interface->ip);
+  }
+  if (!addresses.empty()) return kOk;
+  Logger::log(Logger::LEVEL_ERROR, "%s:: Interface not found", __func__);
+  return kInterfaceNotFound;
+}
+
+// Notifications
+
+int SystemDefaultCfg::notifyStoredParametersUpdate(SysParameters& parameters) {
+  logReceived(__func__);
+  BoardModel configured = std::move(stored_.boardModel);
+  stored_ = parameters;
+  stored_.boardModel = std::move(configured);
+  stored_.boardModel.setModel(parameters.boardModel.model);
+  return kOk;
+}
+
+int SystemDefaultCfg::notifyDynamicInfoUpdate(SysParametersDynamic& parameters) {
+  logReceived(__func__);
+  dynamic_ = parameters;
+  return kOk;
+}
+
+int SystemDefaultCfg::notifyRebootRequest() {
+  Logger::log(Logger::LEVEL_PROGRESS, "%s - received notification - ignoring it", __func__);
+  return kOk;
+}
+
+int SystemDefaultCfg::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>& entries) {
+  logReceived(__func__);
+  whitelist_ = entries;
+  return kOk;
+}

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <list>
+#include <string>
+#include <vector>
+#include <zmq.hpp>
+
+#include "../client/sysmgr_client.h"
+#include "../common/eth_basic_info.h"
+#include "../common/export.h"
+#include "../common/ip_address.h"
+#include "../common/poll_fds.h"
+#include "../subscriber/sysmgr_subscriber.h"
+#include "../types/sysmgr_types.h"
+#include "../types/whitelist.h"
+
+namespace zel {
+struct CodeLocation;
+}
+
+/// The process's view of the board's configuration: fetched from the daemon once, kept current by its notifications,
+/// and read without asking the daemon again.
+///
+///     SystemDefaultCfg& cfg = SystemDefaultCfg::getInstance();  // fetches
+///     PollFds fds;
+///     cfg.initSubscribers(fds);                                 // follows from here on
+///     cfg.init();                                               // closes the gap between the two
+///     while (running) {
+///       fds.poll(1000);
+///       while (cfg.processEvent(fds[0]) != 0) continue;
+///     }
+///
+/// Until a fetch has succeeded the getters answer with the defaults of the records. `init` may be called again at any
+/// time: to try again, after `initSubscribers`, and after a pause of the poll loop or an absence of the daemon in which
+/// notifications may have been lost (1000 wait, the ones behind them are dropped).
+///
+/// Two board models are there: the configured one inside the stored parameters, and the one that the daemon reports.
+/// Every operation here means the reported one.
+///
+/// A null output pointer is logged at level 2, "%s:: Parameter is null." with the operation's name, and yields -4.
+///
+/// Threads: the first `getInstance` may happen on several threads at once. Everything else, reading included, belongs
+/// to the thread that runs the poll loop: a notification changes the records in place, inside `processEvent`.
+/// An object in static storage that uses the cache in its destructor has to use it in its constructor too, so that the
+/// cache is destroyed after it.
+class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
+ public:
+  /// The single instance. The first call makes it and runs `init`, which takes up to the time-out of a request when
+  /// there is no daemon; it comes out not initialized then. Logs "SystemDefaultCfg singleton being created ..." and
+  /// "SystemDefaultCfg singleton created" at level 5.
+  /// @throws zmq::error_t when no context can be made, and JsonCpp's exceptions when the daemon's answer holds a value
+  ///         of a type that does not convert: the next call tries again.
+  static SystemDefaultCfg& getInstance();
+
+  /// Logs "SystemDefaultCfg singleton destroyed" at level 5.
+  ~SystemDefaultCfg() override;
+  SystemDefaultCfg(const SystemDefaultCfg&) = delete;
+  SystemDefaultCfg& operator=(const SystemDefaultCfg&) = delete;
+
+  /// Connects the client and fetches the stored parameters, the dynamic parameters, the board model and the whitelist,
+  /// in this order. The first step that fails ends it and is logged at level 2; what was fetched before is kept.
+  ///
+  /// Does all of it again each time: the client is connected anew, the records are read over what they hold (keys that
+  /// a record keeps when they are missing stay), and the whitelist is replaced when it has come and kept when not. The
+  /// subscription is not touched.
+  ///
+  /// @return 0, or the negative code of the step that failed. A whitelist that does not come is reported here only: the
+  ///         cache counts as initialized without it.
+  int init();
+  /// Whether everything but the whitelist has been fetched once.
+  bool isInitialized() const;
+
+  /// Subscribes to every notification and adds the subscription's poll item to the application's set. The cache follows
+  /// the daemon from then on, as long as the application hands the item's events to `processEvent`.
+  ///
+  /// What changed between the last fetch and the arrival of the subscription is not seen: call `init` after this.
+  /// The subscription is made once. Another call only adds its poll item, to the same set or to another one.
+  ///
+  /// @return 0, or the negative code of the subscriber's operation that failed: the cache does not follow then, and the
+  ///         next call tries again.
+  int initSubscribers(PollFds& pollFds);
+  /// As `SysmgrSubscriber::processEvent`; the callbacks below run inside it.
+  int processEvent(const zmq_pollitem_t& item);
+
+  /// The cache's own client, for requests through it.
+  SysMgrClient& getClientReference();
+  /// As `SysMgrClient::setModuleState`; a flag that is not 0 is true.
+  int setModuleState(std::string name, unsigned char error, unsigned char warn);
+
+  /// @name Stored parameters
+  /// Those that take a pointer return 0, or -4 when it is null.
+  /// @{
+  int getRtspTcpPort(unsigned int* port) const;
+  int getAdvertisementTcpPort(unsigned int* port) const;
+  /// The board-name prefix, followed by the MAC address of the first interface (12 hexadecimal digits) if there is one.
+  int getAdvertisementBoardName(std::string* name) const;
+  /// The index of the first interface whose name equals the board-name prefix, all ones if there is none. It is the
+  /// prefix that is compared, not the advertisement interface: with the usual settings the result is all ones.
+  int getAdvertisementIfaceIndex(unsigned int* index) const;
+  int getCfgFilePath(std::string* path) const;
+  /// @return 0
+  int getClockOffsetFromMasterThreshold(float& threshold) const;
+  bool isRedundancyEnable() const;
+  /// Redundancy is enabled, and the board has two links for it.
+  bool isRedundancyDualLinkEnable() const;
+  /// Redundancy is enabled, and the board has it over one port (`ORVEN_TESSA`). Some boards have neither kind.
+  bool isRedundancySinglePortEnable() const;
+  bool isWalkaboutEnable() const;
+  bool isSapEnable() const;
+  bool isSlpEnable() const;
+  bool isAutosaveEnabled() const;
+  bool pauseStreamsIfPtpIsInFailure() const;
+  unsigned short getPrimaryVlanTag() const;
+  unsigned short getSecondaryVlanTag() const;
+  /// @return 0
+  int getVideoTimingParameters(VideoTimingParameters& out) const;
+  unsigned int getTdmChannelsPerLine() const;
+  NmosParameters getNmosParameters() const;
+  /// @}
+
+  /// The cached list itself: a notification or `init` replaces its content.
+  std::list<WhiteListEntry>& getMulticastWhiteList();
+  /// The model that the daemon reports.
+  BoardModel getBoardModel() const;
+
+  /// @name Interfaces
+  /// Addresses in host order, the first octet in the most significant byte.
+  /// @{
+
+  /// The state of one interface. Fetches the dynamic parameters first, unless `initSubscribers` has succeeded.
+  /// @param info  untouched on failure
+  /// @return 0; -16 when there is no interface of that name, logged at level 2 ("%s - interface %s not found"); or the
+  ///         negative code of the fetch, logged at level 2: the cache keeps what it had.
+  int getEthDynamicBasicInfo(std::string name, EthBasicInfo& info);
+  /// The state of all interfaces, in place of what the list held. Fetches as the form above.
+  /// @return 0, or the negative code of the fetch.
+  int getEthDynamicBasicInfo(std::list<EthBasicInfo>& list);
+  /// Whether an interface of the board has exactly this address.
+  bool isLocalBoardIpAddr(IpAddress address) const;
+  /// The address of the interface on which the RTSP server listens; 0 when the board has no interface of that name, as
+  /// with the setting "all".
+  /// @return 0
+  int getRtspIPv4Address(IpAddress& address) const;
+  /// The addresses of the interfaces that carry the media streams, the primary's first, in place of what the vector
+  /// held. Which interfaces these are depends on the board model, and on `ORVEN_TESSA` on redundancy; on the other
+  /// models the secondary one is reported even with redundancy off.
+  /// @return 0, or -16 when the board has none of them: logged at level 2 ("%s:: Interface not found").
+  int getTrafficInterfacesIPv4Address(std::vector<IpAddress>& addresses) const;
+  /// @}
+
+  /// @name Notifications
+  /// Each logs "%s - received notification" with its name at level 6 and returns 0.
+  /// @{
+
+  /// Replaces the stored parameters; of the board model inside them only the model is taken over, with `setModel`.
+  int notifyStoredParametersUpdate(SysParameters& parameters) override;
+  /// Replaces the dynamic parameters.
+  int notifyDynamicInfoUpdate(SysParametersDynamic& parameters) override;
+  /// Does nothing, and its line says so: "%s - received notification - ignoring it".
+  int notifyRebootRequest() override;
+  /// Replaces the whitelist.
+  int notifyMcastWhitelistUpdate(std::list<WhiteListEntry>& entries) override;
+  /// @}
+
+ private:
+  SystemDefaultCfg();
+  int refreshUnlessFollowing(const zel::CodeLocation& here);
+  const EthBasicInfo* findInterface(const std::string& name) const;
+
+  SysMgrClient client_;
+  SysParameters stored_;
+  SysParametersDynamic dynamic_;
+  BoardModel boardModel_;
+  bool subscribersInitialized_ = false;
+  bool initialized_ = false;
+  std::list<WhiteListEntry> whitelist_;
+};

@@ -1,0 +1,117 @@
+#include "subscriber/sysmgr_subscriber.h"
+
+#include "common/failed_check.h"
+#include "common/status.h"
+#include "common/subscribe_json_client.h"
+
+using zel::checked;
+
+namespace {
+
+using Notification = SysmgrPublisher::sysmgr_notifications_t;
+
+int notInitialized(int result) {
+  Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber is not initialized yet.");
+  return result;
+}
+
+int notOverridden(const char* callback) {
+  Logger::log(Logger::LEVEL_PROGRESS,
+              "SysmgrSubscriber: client subscribed to messages, but didn't override the callback %s.", callback);
+  return zel::status::kOk;
+}
+
+std::list<WhiteListEntry> whitelistOf(Json::Value& payload) {
+  std::list<WhiteListEntry> entries;
+  Json::Value& listed = payload["white-list"];
+  for (Json::ArrayIndex i = 0; i < listed.size(); ++i) {
+    WhiteListEntry entry;
+    entry.Deserialize(listed[i]);
+    entries.push_back(entry);
+  }
+  return entries;
+}
+
+}  // namespace
+
+std::string SysmgrPublisher::topicOf(sysmgr_notifications_t notification) { return std::to_string(int(notification)); }
+
+SysmgrSubscriber::SysmgrSubscriber() = default;
+
+SysmgrSubscriber::~SysmgrSubscriber() { delete client_; }
+
+int SysmgrSubscriber::notifyStoredParametersUpdate(SysParameters&) { return notOverridden(__func__); }
+int SysmgrSubscriber::notifyDynamicInfoUpdate(SysParametersDynamic&) { return notOverridden(__func__); }
+int SysmgrSubscriber::notifyRebootRequest() { return notOverridden(__func__); }
+int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { return notOverridden(__func__); }
+
+int SysmgrSubscriber::init(zmq::context_t& context) {
+  client_ = new SubscribeJsonClient(context);  // an earlier one stays as it is
+  return checked(ZEL_HERE, client_->connect(SysmgrPublisher::kEndpoint));
+}
+
+int SysmgrSubscriber::subscribe(Notification notification) {
+  if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);
+  return checked(ZEL_HERE, client_->subscribe(SysmgrPublisher::topicOf(notification)));
+}
+
+int SysmgrSubscriber::unsubscribe(Notification notification) {
+  if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);
+  return checked(ZEL_HERE, client_->unsubscribe(SysmgrPublisher::topicOf(notification)));
+}
+
+int SysmgrSubscriber::subscribeAll() {
+  for (const Notification notification : SysmgrPublisher::kNotifications) {
+    if (const int result = subscribe(notification); result < 0) return result;
+  }
+  return zel::status::kOk;
+}
+
+int SysmgrSubscriber::getPollItems(PollFds& pollFds) {
+  if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);
+  return client_->getPollItems(pollFds);
+}
+
+int SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
+  if (client_ == nullptr) return notInitialized(0);  // to a poll loop, nothing was received
+  std::string topic;
+  int errorCode = 0;
+  Json::Value payload;
+  const int taken = client_->processEvent(item, topic, errorCode, payload);
+  if (taken == 0) return 0;
+  if (errorCode != 0) {
+    Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber: Error receiving message %d", errorCode);
+  } else {
+    processNotification(topic, payload);
+  }
+  return taken;
+}
+
+int SysmgrSubscriber::processNotification(std::string& topic, Json::Value& payload) {
+  for (const Notification notification : SysmgrPublisher::kNotifications) {
+    if (topic == SysmgrPublisher::topicOf(notification)) return dispatch(notification, payload);
+  }
+  Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber: filter [%s] is not recognized!", topic.c_str());
+  return zel::status::kUnknownTopic;
+}
+
+int SysmgrSubscriber::dispatch(Notification notification, Json::Value& payload) {
+  switch (notification) {
+    case SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE: {
+      SysParameters parameters;
+      parameters.Deserialize(payload);
+      return notifyStoredParametersUpdate(parameters);
+    }
+    case SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE: {
+      SysParametersDynamic parameters;
+      parameters.Deserialize(payload);
+      return notifyDynamicInfoUpdate(parameters);
+    }
+    case SysmgrPublisher::SYSMGR_REBOOT_REQUEST: return notifyRebootRequest();
+    case SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE: {
+      std::list<WhiteListEntry> entries = whitelistOf(payload);
+      return notifyMcastWhitelistUpdate(entries);
+    }
+  }
+  return zel::status::kUnknownTopic;
+}
