@@ -8,8 +8,6 @@ using zel::checked;
 
 namespace {
 
-using Notification = SysmgrPublisher::sysmgr_notifications_t;
-
 int notInitialized(int result) {
   Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber is not initialized yet.");
   return result;
@@ -50,18 +48,18 @@ int SysmgrSubscriber::init(zmq::context_t& context) {
   return checked(ZEL_HERE, client_->connect(SysmgrPublisher::kEndpoint));
 }
 
-int SysmgrSubscriber::subscribe(Notification notification) {
+int SysmgrSubscriber::subscribe(SysmgrPublisher::sysmgr_notifications_t notification) {
   if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);
   return checked(ZEL_HERE, client_->subscribe(SysmgrPublisher::topicOf(notification)));
 }
 
-int SysmgrSubscriber::unsubscribe(Notification notification) {
+int SysmgrSubscriber::unsubscribe(SysmgrPublisher::sysmgr_notifications_t notification) {
   if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);
   return checked(ZEL_HERE, client_->unsubscribe(SysmgrPublisher::topicOf(notification)));
 }
 
 int SysmgrSubscriber::subscribeAll() {
-  for (const Notification notification : SysmgrPublisher::kNotifications) {
+  for (const auto notification : SysmgrPublisher::kNotifications) {
     if (const int result = subscribe(notification); result < 0) return result;
   }
   return zel::status::kOk;
@@ -88,14 +86,14 @@ int SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
 }
 
 int SysmgrSubscriber::processNotification(std::string& topic, Json::Value& payload) {
-  for (const Notification notification : SysmgrPublisher::kNotifications) {
+  for (const auto notification : SysmgrPublisher::kNotifications) {
     if (topic == SysmgrPublisher::topicOf(notification)) return dispatch(notification, payload);
   }
   Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber: filter [%s] is not recognized!", topic.c_str());
   return zel::status::kUnknownTopic;
 }
 
-int SysmgrSubscriber::dispatch(Notification notification, Json::Value& payload) {
+int SysmgrSubscriber::dispatch(SysmgrPublisher::sysmgr_notifications_t notification, Json::Value& payload) {
   switch (notification) {
     case SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE: {
       SysParameters parameters;
