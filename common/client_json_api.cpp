@@ -63,6 +63,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   std::string open(zmq::context_t& context, const std::string& address) {
     disconnect();
     attach(context);
+    const Use use(*this);  // the process may end meanwhile
     address_ = address;
     std::string why = connect();
     if (!why.empty()) address_.clear();

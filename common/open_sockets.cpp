@@ -66,7 +66,7 @@ void SocketHolder::end() {
     zmq_ctx_shutdown(context_->handle());
     constexpr std::chrono::milliseconds kStep{1};
     for (int step = 0; step < 50 && usedElsewhere(); ++step) std::this_thread::sleep_for(kStep);
-    if (usedElsewhere()) return;
+    if (usedElsewhere()) return;  // the use closes the sockets when it is over
   }
   closeSockets();
 }
@@ -76,7 +76,13 @@ SocketHolder::Use::Use(SocketHolder& holder) : holder_(holder) {
   granted_ = !holder_.ended_;
 }
 
-SocketHolder::Use::~Use() { holder_.user_ = std::thread::id(); }
+SocketHolder::Use::~Use() {
+  holder_.user_ = std::thread::id();
+  if (!holder_.ended_) return;
+  // The process may have given up waiting for this use: then nobody else closes what it left open.
+  const std::lock_guard<std::mutex> lock(registry().mutex);
+  holder_.closeSockets();
+}
 
 bool descriptorsAvailable() {
   std::array<int, 8> probes;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -211,6 +212,31 @@ TEST(Exit, WithManyClientsInOtherThreads) {
                 std::this_thread::sleep_for(milliseconds(70));  // some are in a request, some between two
               }),
               HasSubstr(kClosing));
+}
+
+TEST(Exit, WithACallInAnotherThreadThatReturnsLate) {
+  class Slow : public Client {
+   public:
+    int getClientTimeout() override {
+      std::this_thread::sleep_for(milliseconds(200));  // longer than the process waits for the thread
+      return 60'000;
+    }
+  };
+  ChildProcess child = ChildProcess::call([] {
+    static Slow client;
+    client.connect();
+    static std::atomic<bool> asking{false};
+    std::thread([] {
+      Json::Value request = std::nan("");  // refused before the socket is looked at
+      Json::Value reply;
+      asking = true;
+      client.setSysMgrParameter(request, reply);
+    }).detach();
+    zel::test::waitUntil([] { return asking.load(); });
+    std::this_thread::sleep_for(milliseconds(20));
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0) << "the process hangs";
 }
 
 TEST(Exit, AStaticClientIsOfNoUseAfterTheContextIsGone) {
