@@ -1,5 +1,5 @@
-// The documents of the wire: the strict reader, then every record behind it. What a record reads, writes and reads again
-// is the same both times, and nothing but JsonCpp's own exception leaves a record.
+// The documents of the wire: the strict reader, then every record behind it. What a record reads, writes and reads
+// again is the same both times, and nothing but JsonCpp's own exception leaves a record.
 
 #include <json/value.h>
 
