@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "common/logger.h"
+#include "net/host_interfaces.h"
 #include "net/interface_chain.h"
 
 // The priority puts it before the static objects of programs and libraries, which may make an EthIpUtils.
@@ -36,6 +37,8 @@ using Directory = std::unique_ptr<DIR, CloseDirectory>;
 bool hasDirectoryBit(const struct stat& status) { return (status.st_mode & S_IFDIR) != 0; }
 
 }  // namespace
+
+std::list<EthBasicInfo> zel::hostInterfaces() { return addressedInterfaces(enumerate().get()); }
 
 EthIpUtils::EthIpUtils() : leaseDirectory_(dhcp_lease) {}
 EthIpUtils::~EthIpUtils() = default;

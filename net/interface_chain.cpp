@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "common/ip_address.h"
 
@@ -70,6 +72,18 @@ bool readAddress(const ifaddrs* chain, EthBasicInfo& info) {
     info.ipPresent = false;
   }
   return found;
+}
+
+std::list<EthBasicInfo> addressedInterfaces(const ifaddrs* chain) {
+  std::list<EthBasicInfo> interfaces = linkLayerInterfaces(chain, false);
+  std::unordered_map<std::string_view, EthBasicInfo*> byName;
+  for (EthBasicInfo& info : interfaces) byName.emplace(info.name, &info);
+  for (const ifaddrs* entry = chain; entry != nullptr; entry = entry->ifa_next) {
+    if (!isOfFamily(*entry, AF_INET)) continue;
+    const auto found = byName.find(entry->ifa_name);
+    if (found != byName.end()) takeAddress(entry->ifa_addr, sizeof(sockaddr_in), *found->second);
+  }
+  return interfaces;
 }
 
 void takeAddress(const sockaddr* address, socklen_t length, EthBasicInfo& info) {

@@ -22,6 +22,9 @@ bool readLinkLayer(const ifaddrs* chain, const std::string& name, EthBasicInfo& 
 /// them. @return whether there is one
 bool readAddress(const ifaddrs* chain, EthBasicInfo& info);
 
+/// `linkLayerInterfaces` without the loopback, each with what `readAddress` says of it, in time linear in the chain.
+std::list<EthBasicInfo> addressedInterfaces(const ifaddrs* chain);
+
 /// Marks the address as present and stores it, unless its numeric text is no IPv4 address, which is logged. Ends the
 /// process with status 1 when the system library refuses the socket address.
 void takeAddress(const sockaddr* address, socklen_t length, EthBasicInfo& info);

@@ -2,6 +2,7 @@
 
 #include "common/status.h"
 #include "net/eth_ip_utils.h"
+#include "net/host_interfaces.h"
 #include "types/sys_parameters.h"
 
 namespace {
@@ -58,10 +59,7 @@ void appendFactorySet(std::list<EthIpV4Cfg>& out, BoardModelType::board_models_t
 /// The host's interfaces as they are now, in the kernel's order.
 void appendHostSet(std::list<EthIpV4Cfg>& out) {
   EthIpUtils host;
-  std::list<EthBasicInfo> interfaces;
-  host.get_eth_info(interfaces, false);
-  for (EthBasicInfo& interface : interfaces) {
-    host.get_ip_address(interface);
+  for (EthBasicInfo& interface : zel::hostInterfaces()) {
     EthIpV4Cfg& config = out.emplace_back();
     config.eth = interface.name;
     config.mode.mode = host.set_ip_mode(interface) ? kDhcp : kStatic;

@@ -206,6 +206,26 @@ TEST(ReadAddress, ClearsTheRecordWhenTheChainIsEmpty) {
   EXPECT_FALSE(info.ipPresent);
 }
 
+TEST(AddressedInterfaces, AreTheListedOnesWithTheirAddresses) {
+  TestChain chain;
+  chain.link("lo", kNoMac).link("eth1", kMac).link("eth0", kOtherMac).withoutAddress("tun0").link("eth2", kMac);
+  chain.ip("lo", "127.0.0.1").ip("eth0", "10.0.0.1").ip("tun0", "10.8.0.1").ip("eth1", "10.0.0.3");
+  chain.ip("eth0", "10.0.0.2").ip6("eth2");
+  const std::list<EthBasicInfo> interfaces = zel::addressedInterfaces(chain.first());
+
+  const std::list<EthBasicInfo> listed = zel::linkLayerInterfaces(chain.first(), false);
+  EXPECT_THAT(namesAndMacs(interfaces), testing::ContainerEq(namesAndMacs(listed)));
+  for (const EthBasicInfo& info : interfaces) {
+    EthBasicInfo alone = named(info.name.c_str());
+    zel::readAddress(chain.first(), alone);
+    EXPECT_EQ(info.ip, alone.ip) << info.name;
+    EXPECT_EQ(info.ipPresent, alone.ipPresent) << info.name;
+  }
+  EXPECT_EQ(std::next(interfaces.begin())->ip, 0x0A000002U);
+}
+
+TEST(AddressedInterfaces, OfAnEmptyChainAreNone) { EXPECT_THAT(zel::addressedInterfaces(nullptr), IsEmpty()); }
+
 // The kernel's IPv4 addresses always have a text, and it always is an address: other families stand in for those that
 // have not.
 
