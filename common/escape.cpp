@@ -4,6 +4,14 @@
 
 namespace zel {
 
+namespace {
+
+// simdjson chooses its code for this processor on its first use, and destroys it at exit. The first use is here, while
+// the library is loaded: so it outlives the static objects of the application, which may log and send to their end.
+[[maybe_unused]] const bool kSimdjsonIsReady = simdjson::validate_utf8("", 0);
+
+}  // namespace
+
 std::string escaped(const std::string& text) {
   const bool utf8 = simdjson::validate_utf8(text.data(), text.size());
   std::string safe;

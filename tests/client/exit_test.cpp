@@ -263,10 +263,20 @@ TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
   struct Farewell {
     Client client{5000};
     Farewell() { client.connect(); }
-    ~Farewell() { print("farewell " + std::to_string(client.request())); }
+    ~Farewell() { print("farewell " + std::to_string(store())); }
+    int store() {
+      Json::Value request;
+      request["rtsp-tcp-port"] = 5004u;
+      Json::Value reply;
+      return client.setSysMgrParameter(request, reply);
+    }
   };
   const ChildProcess daemon = startDaemon();
-  EXPECT_THAT(expectQuickExit([] { static Farewell farewell; }), HasSubstr("farewell 0\n"));
+  EXPECT_THAT(expectQuickExit([] {
+                static Farewell farewell;
+                EXPECT_EQ(farewell.store(), 0);
+              }),
+              HasSubstr("farewell 0\n"));
 }
 
 TEST(Exit, OfAForkedChildThatInheritsAClient) {
