@@ -1,0 +1,143 @@
+// The order of the virtual operations in every public class, read from the libraries as the dynamic linker sees them:
+// programs call a virtual operation by its number, so an order that changes breaks each of them in silence.
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <elf.h>
+#include <gmock/gmock.h>
+#include <link.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Table = std::vector<std::string>;
+using Tables = std::map<std::string, Table>;  // by class
+
+struct Symbol {
+  std::string name;
+  ElfW(Addr) address;
+  std::size_t size;
+  bool isFunction;
+};
+
+template <class T>
+const T* at(const std::string& file, std::size_t offset) {
+  return reinterpret_cast<const T*>(file.data() + offset);
+}
+
+/// What the library exports, from its file.
+std::vector<Symbol> exportedSymbols(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  const std::string file(std::istreambuf_iterator<char>(stream), {});
+  std::vector<Symbol> symbols;
+  if (file.size() < sizeof(ElfW(Ehdr))) return symbols;
+  const auto* header = at<ElfW(Ehdr)>(file, 0);
+  const auto* sections = at<ElfW(Shdr)>(file, header->e_shoff);
+  for (std::size_t i = 0; i < header->e_shnum; ++i) {
+    if (sections[i].sh_type != SHT_DYNSYM) continue;
+    const char* names = at<char>(file, sections[sections[i].sh_link].sh_offset);
+    const auto* symbol = at<ElfW(Sym)>(file, sections[i].sh_offset);
+    for (std::size_t left = sections[i].sh_size / sizeof *symbol; left > 0; --left, ++symbol) {
+      if (symbol->st_shndx == SHN_UNDEF) continue;
+      symbols.push_back(
+          {names + symbol->st_name, symbol->st_value, symbol->st_size, (symbol->st_info & 0xf) == STT_FUNC});
+    }
+  }
+  return symbols;
+}
+
+std::string demangled(const std::string& name) {
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
+                                                         &std::free);
+  return status == 0 ? text.get() : name;
+}
+
+/// What stands for a destructor, which takes two slots: most are inline and so have no exported name, and an abstract
+/// class has none.
+constexpr char kDestructor[] = "~";
+
+/// The function at an address, by its exported name, whichever library it lives in.
+std::string functionAt(void* address) {
+  Dl_info info{};
+  if (dladdr(address, &info) == 0 || info.dli_saddr != address) return kDestructor;
+  const std::string name = demangled(info.dli_sname);
+  return name.find("::~") == std::string::npos ? name : kDestructor;
+}
+
+/// The virtual table of every class that the library exports.
+Tables tablesOf(const char* path) {
+  const std::string prefix = "vtable for ";
+  Tables tables;
+  void* library = dlopen(path, RTLD_NOW);
+  if (library == nullptr) return tables;
+  for (const Symbol& symbol : exportedSymbols(path)) {
+    const std::string name = demangled(symbol.name);
+    if (name.compare(0, prefix.size(), prefix) != 0) continue;
+    auto* const* slot = static_cast<void* const*>(dlsym(library, symbol.name.c_str()));
+    Table& table = tables[name.substr(prefix.size())];
+    // Two words stand before the first operation: the offset to the whole object and the type's description.
+    for (std::size_t i = 2; i < symbol.size / sizeof(void*); ++i) table.push_back(functionAt(slot[i]));
+  }
+  dlclose(library);
+  return tables;
+}
+
+/// A record's operations, in the order of `IJsonSerializable`.
+Table record(const std::string& name) {
+  return {kDestructor, kDestructor, name + "::Serialize(Json::Value&) const", name + "::Deserialize(Json::Value&)"};
+}
+
+Tables records(const std::vector<std::string>& names) {
+  Tables tables;
+  for (const std::string& name : names) tables[name] = record(name);
+  return tables;
+}
+
+std::string describes(const std::string& name) {
+  const std::string text = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >";
+  return name + "::getCommandDescription(unsigned int, " + text + "&)";
+}
+
+constexpr char kPure[] = "__cxa_pure_virtual";
+
+TEST(VirtualTables, OfTheCommonLibraryKeepTheirOrder) {
+  Tables expected = records({"EthBasicInfo", "SfpInfo", "VideoFormat"});
+  expected["IJsonSerializable"] = {kDestructor, kDestructor, kPure, kPure};
+  expected["ClientJsonApi"] = {kDestructor, kDestructor, kPure, describes("ClientJsonApi"),
+                               "ClientJsonApi::getClientTimeout()"};
+  expected["SubscribeJsonClient"] = {kDestructor, kDestructor};
+  EXPECT_EQ(tablesOf(ZEL_COMMON_TYPES), expected);
+}
+
+TEST(VirtualTables, OfTheClientLibraryKeepTheirOrder) {
+  Tables expected =
+      records({"BitstreamType", "BoardModel", "EthIpV4Cfg", "EthMode", "FanSpeed", "NetworkStackStatus",
+               "NmosParameters", "SysParameters", "SysParametersDynamic", "SystemBasicInfo", "SystemError",
+               "SystemTemperature", "VideoTimingParameters", "Vlan", "WhiteListDb", "WhiteListEntry"});
+  expected["SysMgrJsonClient"] = {kDestructor, kDestructor, "SysMgrJsonClient::getIpcConnectAddress[abi:cxx11]()",
+                                  describes("SysMgrJsonClient"), "ClientJsonApi::getClientTimeout()"};
+  const auto subscriber = [](const std::string& name) {
+    return Table{kDestructor,
+                 kDestructor,
+                 name + "::notifyStoredParametersUpdate(SysParameters&)",
+                 name + "::notifyDynamicInfoUpdate(SysParametersDynamic&)",
+                 name + "::notifyRebootRequest()",
+                 name +
+                     "::notifyMcastWhitelistUpdate(std::__cxx11::list<WhiteListEntry, "
+                     "std::allocator<WhiteListEntry> >&)"};
+  };
+  expected["SysmgrSubscriber"] = subscriber("SysmgrSubscriber");
+  expected["SystemDefaultCfg"] = subscriber("SystemDefaultCfg");
+  EXPECT_EQ(tablesOf(ZEL_SYS_MGR_API), expected);
+}
+
+}  // namespace
