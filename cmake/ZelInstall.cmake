@@ -48,6 +48,11 @@ if(TARGET sysmgrctl)
 endif()
 if(TARGET sysmgr-sim)
   install(TARGETS sysmgr-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
+  configure_file("${PROJECT_SOURCE_DIR}/packaging/sysmgr-sim.service.in" "${PROJECT_BINARY_DIR}/sysmgr-sim.service" @ONLY)
+  install(
+    FILES "${PROJECT_BINARY_DIR}/sysmgr-sim.service"
+    DESTINATION lib/systemd/system
+    COMPONENT simulator)
 endif()
 
 install(
