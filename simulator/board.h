@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/publisher.h"
 #include "simulator/refusal.h"
+#include "subscriber/sysmgr_subscriber.h"
 #include "types/sysmgr_types.h"
 
 namespace zel::sim {

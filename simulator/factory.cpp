@@ -109,9 +109,8 @@ SysParameters factoryParameters(const BoardModel& model) {
   stored.videoTiming.timingMode = VideoTimingParameters::TIMING_MODE_LOW_LATENCY;
   stored.boardModel = model;
   stored.serialNumber = serialNumber(model.model);
-  stored.ethIPv4Cfg.emplace_back();
-  stored.ethIPv4Cfg.back().eth = "eth0";
-  stored.ethIPv4Cfg.back().ip = address("192.168.0.100");
+  stored.setEthIpv4DefaultConfig(model);
+  stored.ethIPv4Cfg.sort();
   return stored;
 }
 

@@ -58,7 +58,7 @@ Simulator::~Simulator() {
 
 std::string Simulator::requestEndpoint() { return SysMgrJsonClient().getIpcConnectAddress(); }
 
-std::string Simulator::publishEndpoint() { return "tcp://127.0.0.1:5575"; }
+std::string Simulator::publishEndpoint() { return SysmgrPublisher::kEndpoint; }
 
 std::string Simulator::open() {
   if (wakeUp_ < 0) return "no event descriptor can be made";
@@ -284,6 +284,9 @@ void Simulator::refuse(const Request& request, const Refusal& why) {
 void Simulator::publish(const Notification& notification) {
   std::string payload;
   if (!notification.payload.isNull() && !writer_.write(notification.payload, payload).empty()) return;
+  // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
+  // the request that is served now gets its notification.
+  [[maybe_unused]] const int events = publisher_.get(zmq::sockopt::events);
   if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
 }
 

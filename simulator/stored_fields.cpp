@@ -68,9 +68,6 @@ Refusal readInterface(const std::string& name, const Json::Value& value, EthIpV4
   if (cfg.eth.empty()) {
     return {refusal::kOutOfRange, "\"" + name + "\" is " + shown(value) + ", which names no interface: \"eth\"."};
   }
-  if (cfg.validate() < 0) {
-    return {refusal::kInvalidAddress, "\"" + name + "\" is " + shown(value) + ", which may not be applied."};
-  }
   return {};
 }
 
@@ -79,20 +76,27 @@ auto findInterface(SysParameters& stored, const std::string& name) {
                       [&name](const EthIpV4Cfg& cfg) { return cfg.eth == name; });
 }
 
-Refusal addInterface(const std::string& name, const Json::Value& value, SysParameters& stored) {
-  EthIpV4Cfg cfg;
-  if (Refusal why = readInterface(name, value, cfg)) return why;
+Refusal mergeInterface(const std::string& name, const EthIpV4Cfg& cfg, SysParameters& stored) {
   const auto known = findInterface(stored, cfg.eth);
   if (known != stored.ethIPv4Cfg.end()) {
     *known = cfg;
     return {};
   }
   if (stored.ethIPv4Cfg.size() >= kMostInterfaces) {
-    return {refusal::kTooMany, "\"" + name + "\" is " + shown(value) + ": there are " +
-                                   std::to_string(kMostInterfaces) + " interfaces already."};
+    return {refusal::kTooMany, "\"" + name + "\" adds " + cfg.eth + ": there are " + std::to_string(kMostInterfaces) +
+                                   " interfaces already."};
   }
   stored.ethIPv4Cfg.insert(std::upper_bound(stored.ethIPv4Cfg.begin(), stored.ethIPv4Cfg.end(), cfg), cfg);
   return {};
+}
+
+Refusal addInterface(const std::string& name, const Json::Value& value, SysParameters& stored) {
+  EthIpV4Cfg cfg;
+  if (Refusal why = readInterface(name, value, cfg)) return why;
+  if (cfg.validate() < 0) {
+    return {refusal::kInvalidAddress, "\"" + name + "\" is " + shown(value) + ", which may not be applied."};
+  }
+  return mergeInterface(name, cfg, stored);
 }
 
 Refusal removeInterface(const std::string& name, const Json::Value& value, SysParameters& stored) {
@@ -105,11 +109,14 @@ Refusal removeInterface(const std::string& name, const Json::Value& value, SysPa
   return {};
 }
 
+/// Takes entries that no client could add: a default that was read from the host may be without an address.
 Refusal replaceInterfaces(const std::string& name, const Json::Value& value, SysParameters& stored) {
   if (!value.isArray()) return wrongType(name, value, "an array");
   stored.ethIPv4Cfg.clear();
   for (const Json::Value& element : value) {
-    if (Refusal why = addInterface(name, element, stored)) return why;
+    EthIpV4Cfg cfg;
+    if (Refusal why = readInterface(name, element, cfg)) return why;
+    if (Refusal why = mergeInterface(name, cfg, stored)) return why;
   }
   return {};
 }
