@@ -1,0 +1,95 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cli/failure.h"
+#include "cli/suggest.h"
+#include "client/sysmgr_jsonApi.h"
+#include "common/json_serializable.h"
+
+namespace zel::ctl {
+
+/// The end of a command's time, which all its requests share.
+class Deadline {
+ public:
+  explicit Deadline(double seconds);
+  /// What is left, not below 0.
+  std::chrono::milliseconds left() const;
+  bool isOver() const { return left().count() == 0; }
+  /// The whole time as text: "5 s".
+  const std::string& text() const { return text_; }
+
+ private:
+  std::chrono::steady_clock::time_point end_;
+  std::string text_;
+};
+
+/// A document that the daemon can be asked for.
+struct Document {
+  const char* name;  ///< as it is typed
+  const char* what;  ///< as messages name it
+  const char* help;
+  int (*query)(SysMgrJsonClient& client, Json::Value& reply);
+  const char* member;  ///< where the answer holds it; null: where the daemon likes, see `unwrapped`
+};
+const std::vector<Document>& documents();
+const Document& documentOf(const std::string& name);
+
+/// The payload of an answer whose layout is the daemon's affair: what its one member holds, or the answer itself.
+Json::Value unwrapped(const Json::Value& answer);
+
+/// The daemon as the commands see it: every request ends with the command's deadline, and a failed one is thrown.
+///
+/// It asks at the JSON level, for two reasons: the time-out of the typed client is fixed, and a user wants to see what
+/// the daemon says, not what the records make of it.
+class Board {
+ public:
+  explicit Board(const Deadline& deadline);
+
+  /// @throws Failure
+  Json::Value get(const Document& document);
+  Json::Value get(const std::string& name) { return get(documentOf(name)); }
+  /// The same as a record. @throws Failure, also for a document that does not fit the record
+  template <class Record>
+  Record record(const std::string& name) {
+    Json::Value document = get(name);
+    Record record;
+    read(record, document, name);
+    return record;
+  }
+
+  /// Sends a command with a request body.
+  /// @param action  what it does, as it follows "cannot"
+  /// @return the answer's payload
+  /// @throws Failure
+  using Command = std::function<int(SysMgrJsonClient& client, Json::Value& request, Json::Value& reply)>;
+  Json::Value send(const std::string& action, const Command& command, Json::Value request,
+                   Purpose purpose = Purpose::kToChange);
+  /// A command without a body.
+  using BareCommand = std::function<int(SysMgrJsonClient& client, Json::Value& reply)>;
+  Json::Value send(const std::string& action, const BareCommand& command);
+
+ private:
+  class Client final : public SysMgrJsonClient {
+   public:
+    explicit Client(const Deadline& deadline) : deadline_(deadline) {}
+    int getClientTimeout() override;
+
+   private:
+    const Deadline& deadline_;
+  };
+
+  static void read(IJsonSerializable& record, Json::Value& document, const std::string& name);
+  template <class Call>
+  Json::Value exchange(Purpose purpose, const std::string& action, const Call& call);
+
+  const Deadline& deadline_;
+  Client client_;
+};
+
+}  // namespace zel::ctl

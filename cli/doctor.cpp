@@ -1,0 +1,254 @@
+#include <map>
+#include <optional>
+#include <set>
+
+#include "cli/command.h"
+#include "cli/host_interfaces.h"
+#include "cli/publisher_probe.h"
+#include "common/error_aux_msg.h"
+#include "subscriber/sysmgr_subscriber.h"
+#include "types/sysmgr_types.h"
+#include "types/whitelist.h"
+
+namespace zel::ctl {
+
+namespace {
+
+/// What the checks look at.
+struct Snapshot {
+  SysParameters stored;
+  SysParametersDynamic dynamic;
+  BoardModel model;
+  Json::Value whitelist;
+  Host host;
+};
+
+/// What the doctor has to say, in the order of the checks.
+class Findings {
+ public:
+  void fine(const std::string& what) { add("ok", what, ""); }
+  /// Odd, but perhaps meant.
+  void note(const std::string& what, const std::string& advice) { add("note", what, advice); }
+  void problem(const std::string& what, const std::string& advice) {
+    add("problem", what, advice);
+    ++problems_;
+  }
+
+  int problems() const { return problems_; }
+  const Json::Value& list() const { return list_; }
+
+ private:
+  void add(const char* severity, const std::string& what, const std::string& advice) {
+    Json::Value finding;
+    finding["severity"] = severity;
+    finding["what"] = what;
+    if (!advice.empty()) finding["advice"] = advice;
+    list_.append(finding);
+  }
+
+  Json::Value list_{Json::arrayValue};
+  int problems_ = 0;
+};
+
+using Check = void (*)(const Snapshot& board, Findings& findings);
+
+bool hasInterface(const SysParametersDynamic& dynamic, const std::string& name) {
+  for (const EthBasicInfo& info : dynamic.ethBasics) {
+    if (info.name == name) return true;
+  }
+  return false;
+}
+
+void checkModel(const Snapshot& board, Findings& findings) {
+  if (board.model.model == BoardModelType::BOARD_MODEL_UNDEFINED) {
+    findings.problem("the daemon does not know which board this is",
+                     "factory settings and traffic interfaces depend on it: look at 'sysmgrctl get model'");
+  }
+  const BitstreamType::bitstream_t running = board.model.bitstream.type;
+  const BitstreamType::bitstream_t configured = board.stored.bitstream.type;
+  if (configured != BitstreamType::BITSTREAM_NONE && configured != running) {
+    findings.note(std::string("the bitstream ") + BitstreamType::toText(configured) + " is configured, but " +
+                      BitstreamType::toText(running) + " is running",
+                  "'sysmgrctl reboot' lets the board load the configured one");
+  }
+}
+
+void checkErrors(const Snapshot& board, Findings& findings) {
+  for (const SystemError& error : board.dynamic.errors) {
+    findings.problem("the board reports error " + std::to_string(error.code) + ": " + error.description,
+                     "the text is the daemon's; 'sysmgrctl watch dynamic' shows when it goes");
+  }
+}
+
+void checkInterfaceNames(const Snapshot& board, Findings& findings) {
+  const std::pair<const char*, std::string> named[] = {
+      {"rtsp/eth-port", board.stored.rtspEthPort},
+      {"advert/eth-port", board.stored.advertEthPort},
+      {"nmos/advertisement-interface", board.stored.nmos.advertisementInterface}};
+  for (const auto& [key, name] : named) {
+    if (name == "all" || hasInterface(board.dynamic, name)) continue;
+    findings.problem(std::string(key) + " names '" + name + "', which is no interface of the board",
+                     std::string("set one of those in 'sysmgrctl status': sysmgrctl set ") + key + " NAME");
+  }
+}
+
+void checkConfigurations(const Snapshot& board, Findings& findings) {
+  std::map<uint32_t, std::string> owners;
+  for (const EthIpV4Cfg& config : board.stored.ethIPv4Cfg) {
+    ErrorAuxMsg::getInstance()->clear();
+    if (config.validate() != 0) {
+      const std::vector<std::string> messages = ErrorAuxMsg::getInstance()->getMessages();
+      findings.problem("the configuration of " + config.eth +
+                           " cannot be applied: " + (messages.empty() ? "it is not valid" : messages.back()),
+                       "'sysmgrctl eth add " + config.eth + " ...' replaces it");
+    }
+    if (!hasInterface(board.dynamic, config.eth)) {
+      findings.note("a configuration is stored for " + config.eth + ", which the board does not have",
+                    "'sysmgrctl eth remove " + config.eth + "' removes it");
+    }
+    if (config.mode.mode != EthMode::ETH_MODE_STATIC || config.ip == 0) continue;
+    const auto [owner, isNew] = owners.emplace(config.ip, config.eth);
+    if (!isNew) {
+      findings.problem(
+          owner->second + " and " + config.eth + " have the same address, " + IpAddress(config.ip).toString(),
+          "give one of them another with 'sysmgrctl eth add'");
+    }
+  }
+}
+
+void checkAddresses(const Snapshot& board, Findings& findings) {
+  for (const EthBasicInfo& info : board.dynamic.ethBasics) {
+    if (info.ipPresent) continue;
+    findings.note(info.name + " has no address", "is its cable plugged in, and does a DHCP server answer there?");
+  }
+}
+
+void checkPorts(const Snapshot& board, Findings& findings) {
+  const SysParameters& stored = board.stored;
+  const auto nmos = [](int port) { return static_cast<uint32_t>(port); };
+  std::vector<std::pair<const char*, uint32_t>> ports = {{"rtsp/tcp-port", stored.rtspTcpPort},
+                                                         {"ember/tcp-port", stored.emberTcpPort},
+                                                         {"advert/tcp-port", stored.advertTcpPort}};
+  if (stored.nmos.enable) {
+    ports.emplace_back("nmos/http-sdp-port", nmos(stored.nmos.httpSdpPort));
+    ports.emplace_back("nmos/node-port", nmos(stored.nmos.nodePort));
+  }
+  std::map<uint32_t, std::string> users;
+  for (const auto& [key, port] : ports) {
+    const auto [user, isNew] = users.emplace(port, key);
+    if (isNew) continue;
+    findings.problem(user->second + " and " + key + " are both " + std::to_string(port),
+                     std::string("give one of them another port: sysmgrctl set ") + key + " NUMBER");
+  }
+}
+
+void checkVlans(const Snapshot& board, Findings& findings) {
+  if (board.stored.redundancyEnable && board.stored.primaryVlanId == board.stored.secondaryVlanId) {
+    findings.note("redundancy is on, and both networks use VLAN " + std::to_string(board.stored.primaryVlanId),
+                  "two networks need two ids: sysmgrctl set vlan/secondary-id NUMBER");
+  }
+}
+
+void checkAutosave(const Snapshot& board, Findings& findings) {
+  if (board.stored.cfgAutosaveEnable) return;
+  findings.note("changes are not saved by themselves: a restart loses them",
+                "'sysmgrctl set cfg/autosave-enable on' changes that");
+}
+
+void checkWhitelist(const Snapshot& board, Findings& findings) {
+  for (const Json::Value& element : board.whitelist) {
+    Json::Value copy = element;
+    WhiteListEntry entry;
+    entry.Deserialize(copy);
+    const uint32_t firstOctet = entry.ip >> 24U;
+    if (firstOctet < 224 || firstOctet > 239) {
+      findings.problem("the whitelist holds " + entry.getIpStr() + ", which is no multicast address",
+                       "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");
+    }
+  }
+}
+
+void checkHost(const Snapshot& board, Findings& findings) {
+  if (!board.host.leasesAreKnown) {
+    findings.note("the DHCP leases in " + board.host.leaseDirectory + " cannot be read",
+                  "whether this machine's addresses come from DHCP cannot be told; is a DHCP client installed?");
+  }
+  std::set<std::string> names;
+  for (const Json::Value& interface : board.host.interfaces) names.insert(interface["name"].asString());
+  std::string strangers;
+  for (const EthBasicInfo& info : board.dynamic.ethBasics) {
+    if (names.count(info.name) == 0) strangers += (strangers.empty() ? "" : ", ") + info.name;
+  }
+  if (strangers.empty()) return;
+  findings.note("the daemon speaks of " + strangers + ", which this machine does not have",
+                "'sysmgrctl host' shows what it has; does the daemon run in a container, or is it a stand-in?");
+}
+
+constexpr Check kChecks[] = {checkModel, checkErrors, checkInterfaceNames, checkConfigurations, checkAddresses,
+                             checkPorts, checkVlans,  checkAutosave,       checkWhitelist,      checkHost};
+
+/// Reads what the checks look at. @return nothing when the daemon does not get that far; the findings say why
+std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
+  Snapshot board;
+  try {
+    Board& daemon = call.board();
+    board.stored = daemon.record<SysParameters>("stored");
+    findings.fine("a daemon is there and answers");
+    board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
+    board.model = daemon.record<BoardModel>("model");
+    board.whitelist = daemon.get("whitelist");
+    for (const char* name : {"info", "network", "debug"}) daemon.get(name);
+    findings.fine("it answers every question");
+  } catch (const Failure& failure) {
+    status = failure.status();
+    const char* const advice =
+        status == Exit::kNoDaemon
+            ? "start the daemon, and look into its log when it does not stay; 'sysmgrctl wait-ready' waits for it"
+        : status == Exit::kTimeOut ? "it is there, but stuck or very busy: look into its log, and restart it"
+                                   : "is it of another version than this program? Its log may tell more";
+    findings.problem(failure.what(), advice);
+    return std::nullopt;
+  }
+  board.host = examineHost(call.word("--leases"));
+  return board;
+}
+
+void tellOfPublisher(bool accepts, Findings& findings) {
+  if (accepts) return findings.fine("it takes subscribers for its notifications");
+  findings.problem("nobody takes subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
+                   "programs that follow changes see none: restart the daemon, and look into its log");
+}
+
+std::string marked(const Json::Value& finding) {
+  std::string mark = finding["severity"].asString();
+  mark.resize(9, ' ');
+  return mark + cellOf(finding["what"]);
+}
+
+}  // namespace
+
+void runDoctor(Call& call) {
+  Findings findings;
+  Exit status = Exit::kOther;
+  const bool publishes = publisherAccepts(call.deadline);  // first: a daemon that does not answer takes all the time
+  const std::optional<Snapshot> board = examine(call, findings, status);
+  if (status != Exit::kNoDaemon) tellOfPublisher(publishes, findings);
+  if (board) {
+    for (const Check check : kChecks) check(*board, findings);
+  }
+
+  Json::Value document;
+  document["findings"] = findings.list();
+  call.output.page(document, [&] {
+    for (const Json::Value& finding : findings.list()) {
+      call.output.line(marked(finding));
+      if (finding.isMember("advice")) call.output.line("         -> " + cellOf(finding["advice"]));
+    }
+  });
+  if (findings.problems() > 0) {
+    const std::string count = std::to_string(findings.problems());
+    throw Failure(status, count + (findings.problems() == 1 ? " problem was" : " problems were") + " found");
+  }
+}
+
+}  // namespace zel::ctl

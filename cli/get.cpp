@@ -1,0 +1,63 @@
+#include "cli/command.h"
+#include "cli/json_paths.h"
+#include "common/logger.h"
+#include "types/sysmgr_types.h"
+
+namespace zel::ctl {
+
+namespace {
+
+bool isSingle(const Json::Value& value) { return !value.isObject() && !value.isArray(); }
+
+Json::Value asObject(const std::string& name, const Json::Value& value) {
+  Json::Value object(Json::objectValue);
+  object[name] = value;
+  return object;
+}
+
+}  // namespace
+
+void runGet(Call& call) {
+  const Document& document = documentOf(call.word("DOCUMENT"));
+  const Json::Value whole = call.board().get(document);
+  const std::string path = call.word("PATH");
+  const std::optional<Json::Value> value = valueAt(whole, path);
+  if (!value) {
+    const std::string guess = didYouMean(path, pathsOf(whole));
+    throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
+                  guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess);
+  }
+  if (!path.empty() && isSingle(*value)) {
+    return call.output.page(asObject(path, *value), [&] { call.output.line(cellOf(*value)); });
+  }
+  // One object a command: what is none by itself stands under its name.
+  const bool bare = path.empty() && !value->isArray();
+  const std::string name = path.empty() && document.member != nullptr ? document.member : path;
+  call.output.page(bare ? *value : asObject(name, *value), [&] { call.output.leaves(*value); });
+}
+
+void runDelta(Call& call) {
+  auto stored = call.board().record<SysParameters>("stored");
+  Json::Value delta;
+  stored.SerializeDelta(delta);
+  call.output.document(delta);
+}
+
+void runDump(Call& call) {
+  const auto stored = call.board().record<SysParameters>("stored");
+  const auto model = call.board().record<BoardModel>("model");
+  Json::Value lines(Json::arrayValue);
+  Logger* const logger = Logger::getInstance();
+  const Logger::logDebugLevel_t level = logger->getLevel();
+  logger->setLevel(Logger::LEVEL_CONFIG);
+  logger->setSink([&lines](Logger::logDebugLevel_t, const std::string& text) { lines.append(text); });
+  stored.dumpParameter(model);
+  logger->setSink([](Logger::logDebugLevel_t, const std::string&) {});
+  logger->setLevel(level);
+
+  call.output.page(asObject("lines", lines), [&] {
+    for (const Json::Value& line : lines) call.output.line(cellOf(line));
+  });
+}
+
+}  // namespace zel::ctl

@@ -1,0 +1,177 @@
+#include <zmq.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <optional>
+
+#include "cli/command.h"
+#include "cli/json_paths.h"
+#include "client/zmq_utils.h"
+#include "subscriber/sysmgr_subscriber.h"
+#include "types/whitelist.h"
+
+namespace zel::ctl {
+
+namespace {
+
+/// Follows the notifications and prints how each differs from what was known before.
+class ChangePrinter final : public SysmgrSubscriber {
+ public:
+  ChangePrinter(Output& output, long limit) : output_(output), limit_(limit) {}
+
+  /// Takes a document as the one to compare with.
+  void know(const std::string& event, const Json::Value& document) { known_[event] = document; }
+  bool isDone() const { return printed_ >= limit_; }
+
+  int notifyStoredParametersUpdate(SysParameters& stored) override { return compare("stored", stored); }
+  int notifyDynamicInfoUpdate(SysParametersDynamic& dynamic) override { return compare("dynamic", dynamic); }
+  int notifyRebootRequest() override {
+    Json::Value line;
+    line["event"] = "reboot";
+    print(line, "reboot  requested");
+    output_.flush();
+    return 0;
+  }
+  int notifyMcastWhitelistUpdate(std::list<WhiteListEntry>& entries) override {
+    WhiteListDb list;
+    for (const WhiteListEntry& entry : entries) list.entries.emplace(entry.ip, entry);
+    return compare("whitelist", list);
+  }
+
+ private:
+  int compare(const std::string& event, const IJsonSerializable& record) {
+    Json::Value document;
+    record.Serialize(document);
+    for (const Change& change : changesBetween(known_[event], document)) {
+      Json::Value line;
+      line["event"] = event;
+      line["key"] = change.path;
+      if (change.before) line["old"] = *change.before;
+      if (change.after) line["new"] = *change.after;
+      print(line, event + "  " + cellOf(change.path) + "  " + cellOf(change.before) + " -> " + cellOf(change.after));
+    }
+    known_[event] = document;
+    output_.flush();
+    return 0;
+  }
+
+  static std::string cellOf(const std::optional<Json::Value>& value) { return value ? zel::ctl::cellOf(*value) : "-"; }
+  static std::string cellOf(const std::string& text) { return zel::ctl::cellOf(text); }
+
+  void print(const Json::Value& line, const std::string& text) {
+    if (isDone()) return;
+    ++printed_;
+    output_.page(line, [&] { output_.line(text); });
+  }
+
+  Output& output_;
+  long limit_;
+  long printed_ = 0;
+  std::map<std::string, Json::Value> known_;
+};
+
+/// A document that can be watched. What is known of it at the start is read from the daemon as a record, so that it has
+/// the form in which the notifications come.
+struct Watched {
+  const char* name;
+  SysmgrPublisher::sysmgr_notifications_t notification;
+  void (*learn)(Board& board, ChangePrinter& printer);
+};
+
+template <class Record>
+void learn(Board& board, ChangePrinter& printer, const char* name) {
+  Json::Value document;
+  board.record<Record>(name).Serialize(document);
+  printer.know(name, document);
+}
+
+constexpr Watched kWatched[] = {
+    {"stored", SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE,
+     [](Board& board, ChangePrinter& printer) { learn<SysParameters>(board, printer, "stored"); }},
+    {"dynamic", SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
+     [](Board& board, ChangePrinter& printer) { learn<SysParametersDynamic>(board, printer, "dynamic"); }},
+    {"whitelist", SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE,
+     [](Board& board, ChangePrinter& printer) { learn<WhiteListDb>(board, printer, "whitelist"); }},
+    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Board&, ChangePrinter&) {}},
+};
+
+/// The ones that were asked for, or all.
+std::vector<Watched> chosen(const Words& names) {
+  std::vector<Watched> watched(std::begin(kWatched), std::end(kWatched));
+  if (names.empty()) return watched;
+  const Words known = watchableDocuments();
+  for (const std::string& name : names) {
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+      throw Failure(Exit::kNotFound, "'" + name + "' cannot be watched", didYouMean(name, known));
+    }
+  }
+  const auto unwanted = [&names](const Watched& one) {
+    return std::find(names.begin(), names.end(), one.name) == names.end();
+  };
+  watched.erase(std::remove_if(watched.begin(), watched.end(), unwanted), watched.end());
+  return watched;
+}
+
+template <class Number>
+std::optional<Number> positive(const Call& call, const char* option) {
+  if (!call.has(option)) return std::nullopt;
+  const std::string text = call.word(option);
+  Number number{};
+  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool fits = error == std::errc() && rest == text.data() + text.size() && number > 0;
+  if (!fits) throw usage(std::string(option) + ": '" + text + "' is not a number above 0");
+  return number;
+}
+
+}  // namespace
+
+Words watchableDocuments() {
+  Words names;
+  for (const Watched& one : kWatched) names.emplace_back(one.name);
+  return names;
+}
+
+void runWatch(Call& call) {
+  const std::vector<Watched> watched = chosen(call.words("DOCUMENT"));
+  const std::optional<long> count = positive<long>(call, "--count");
+  const std::optional<double> seconds = positive<double>(call, "--timeout");
+  const std::optional<Deadline> end = seconds ? std::optional<Deadline>(*seconds) : std::nullopt;
+
+  ChangePrinter printer(call.output, count.value_or(std::numeric_limits<long>::max()));
+  int result = printer.init(ZmqUtils::getInstance().getContext());
+  for (const Watched& one : watched) result = result < 0 ? result : printer.subscribe(one.notification);
+  PollFds items;
+  result = result < 0 ? result : printer.getPollItems(items);
+  if (result < 0) throw Failure(Exit::kNoDaemon, "cannot subscribe to notifications (" + std::to_string(result) + ")");
+
+  // Subscribed first and read then: no change falls between the two.
+  for (const Watched& one : watched) one.learn(call.board(), printer);
+  std::fprintf(stderr, "sysmgrctl: watching; Ctrl-C ends it\n");
+
+  constexpr long kForEver = -1;
+  while (!printer.isDone()) {
+    // An explicit --wait bounds this command as it does any other.
+    if (call.common.wait && call.deadline.isOver()) {
+      throw Failure(Exit::kTimeOut, "the " + call.deadline.text() + " of this command are over");
+    }
+    if (end && end->isOver()) {
+      if (count)
+        throw Failure(Exit::kTimeOut,
+                      "the time is over, and fewer than " + call.word("--count") + " changes have come");
+      return;
+    }
+    long left = end ? static_cast<long>(end->left().count()) : kForEver;
+    if (call.common.wait) {
+      const auto whole = static_cast<long>(call.deadline.left().count());
+      left = left == kForEver ? whole : std::min(left, whole);
+    }
+    if (items.poll(left) < 0) throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
+    while (!printer.isDone() && printer.processEvent(items[0]) != 0) {
+    }
+  }
+}
+
+}  // namespace zel::ctl
