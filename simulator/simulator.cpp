@@ -18,8 +18,8 @@ namespace {
 
 // A client has one request out at a time. What more it sends waits in its own socket, not in the memory of the board,
 // and answers that it does not fetch are dropped.
-constexpr int kQueuedRequests = 8;
-constexpr int kQueuedAnswers = 8;
+constexpr int kQueuedRequests = 32;
+constexpr int kQueuedAnswers = 32;
 constexpr int kQueuedNotifications = 1000;
 constexpr int kWaitingConnections = 512;
 

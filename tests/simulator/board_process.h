@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+
+namespace zel::test {
+
+/// Starts sysmgr-sim; does not wait for it.
+inline ChildProcess startBoard(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), ZEL_SYSMGR_SIM);
+  return ChildProcess::run(arguments);
+}
+
+/// What sysmgr-sim prints when it can be reached.
+constexpr const char* kReady = " ready, requests on tcp://127.0.0.1:5556, notifications on tcp://127.0.0.1:5575\n";
+
+/// The memory that a process has in use, in KiB; 0 when it cannot be told.
+inline long residentKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string word; status >> word;) {
+    long size = 0;
+    if (word == "VmRSS:" && status >> size) return size;
+  }
+  return 0;
+}
+
+/// How long a test runs: a number from the environment, for long runs by hand, or what ctest runs.
+inline int lengthFromEnvironment(const char* name, int otherwise) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? otherwise : std::atoi(text);
+}
+
+}  // namespace zel::test

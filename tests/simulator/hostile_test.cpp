@@ -1,0 +1,203 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "simulator/refusal.h"
+#include "tests/common/test_client.h"
+#include "tests/simulator/board_process.h"
+#include "tests/simulator/json_text.h"
+#include "tests/support/zmtp.h"
+
+namespace {
+
+using testing::HasSubstr;
+using zel::test::ChildProcess;
+using zel::test::json;
+using zel::test::kReady;
+using zel::test::kSlowdown;
+using zel::test::kSoon;
+using zel::test::startBoard;
+using zel::test::TestClient;
+namespace refusal = zel::sim::refusal;
+namespace zmtp = zel::test::zmtp;
+
+constexpr std::uint16_t kPorts[] = {5556, 5575};  // requests, notifications
+
+using Frames = std::vector<std::string>;
+
+/// A client that may send whatever it likes.
+class LooseClient {
+ public:
+  explicit LooseClient(zmq::context_t& context) : socket_(context, zmq::socket_type::dealer) {
+    socket_.set(zmq::sockopt::linger, 0);
+    socket_.set(zmq::sockopt::sndhwm, 0);
+    socket_.connect("tcp://127.0.0.1:5556");
+  }
+  void send(const Frames& frames) {
+    for (std::size_t index = 0; index < frames.size(); ++index) {
+      const bool last = index + 1 == frames.size();
+      socket_.send(zmq::buffer(frames[index]), last ? zmq::send_flags::none : zmq::send_flags::sndmore);
+    }
+  }
+  /// The frames of the next answer; none when there was none in time.
+  Frames receive() {
+    zmq_pollitem_t item{socket_.handle(), 0, ZMQ_POLLIN, 0};
+    Frames frames;
+    if (zmq_poll(&item, 1, kSoon.count()) <= 0) return frames;
+    zmq::message_t frame;
+    do {
+      if (!socket_.recv(frame)) return frames;
+      frames.push_back(frame.to_string());
+    } while (frame.more());
+    return frames;
+  }
+
+ private:
+  zmq::socket_t socket_;
+};
+
+std::string deep(std::size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); }
+
+struct Malformed {
+  const char* what;
+  Frames frames;
+  std::vector<const char*> words;
+};
+
+const std::vector<Malformed>& malformedRequests() {
+  static const std::vector<Malformed> kRequests = {
+      {"no frame", {""}, {"two frames", "0"}},
+      {"one frame", {"", "2"}, {"two frames", "1"}},
+      {"three frames", {"", "2", "{}", "x"}, {"two frames", "3"}},
+      {"a thousand frames", Frames(1000, ""), {"two frames", "many more"}},
+      {"a text as id", {"", "abc", ""}, {"\"abc\"", "decimal"}},
+      {"no id", {"", "0x10", ""}, {"0x10"}},
+      {"a negative id", {"", "-1", ""}, {"-1"}},
+      {"a huge id", {"", "4294967296", ""}, {"4294967296"}},
+      {"an endless id", {"", std::string(10000, '9'), ""}, {"99999"}},
+      {"an id with a blank", {"", " 2", "{}"}, {"\" 2\""}},
+      {"an id with a NUL", {"", std::string("2\0", 2), "{}"}, {"\"2?\""}},
+      {"an id that is no UTF-8", {"", "\xff\xfe", ""}, {"\"??\""}},
+      {"no JSON", {"", "2", "{rtsp"}, {"{rtsp", "not one JSON document"}},
+      {"two documents", {"", "2", "{}{}"}, {"not one JSON document"}},
+      {"no UTF-8", {"", "2", "{\"\xff\":1}"}, {"not one JSON document"}},
+      {"deep JSON", {"", "2", deep(100000)}, {"64 deep"}},
+      {"doubled names", {"", "2", R"({"sap-enable":true,"sap-enable":false})"}, {"twice"}},
+  };
+  return kRequests;
+}
+
+class RunningBoard : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(board_.waitForOutput(kReady)); }
+  void expectThatItServes() {
+    TestClient client(context_, kSoon);
+    EXPECT_EQ(client.send(0).code, 0);
+  }
+
+  ChildProcess board_ = startBoard({});
+  zmq::context_t context_;
+};
+
+TEST_F(RunningBoard, RefusesMalformedRequestsWithAReason) {
+  LooseClient client(context_);
+  for (const Malformed& request : malformedRequests()) {
+    client.send(request.frames);
+    const Frames answer = client.receive();
+    ASSERT_EQ(answer.size(), 2U) << request.what;  // the delimiter comes back
+    const Json::Value reply = json(answer[1]);
+    EXPECT_EQ(reply["status"], refusal::kMalformedRequest) << request.what;
+    for (const char* word : request.words) EXPECT_THAT(reply["error"].asString(), HasSubstr(word)) << request.what;
+    EXPECT_LT(answer[1].size(), 1000U) << request.what;
+  }
+  expectThatItServes();
+}
+
+TEST_F(RunningBoard, GivesTheWholeEnvelopeBack) {
+  LooseClient client(context_);
+  client.send({"one", "two", "", "3", ""});
+  const Frames answer = client.receive();
+  ASSERT_EQ(answer.size(), 4U);
+  EXPECT_EQ((Frames{answer[0], answer[1], answer[2]}), (Frames{"one", "two", ""}));
+  EXPECT_EQ(json(answer[3])["status"], 0);
+}
+
+TEST_F(RunningBoard, DropsARequestWithoutAnEnvelope) {
+  LooseClient client(context_);
+  client.send({"3", "{}"});
+  client.send({"", "3", ""});
+  EXPECT_EQ(json(client.receive().at(1))["status"], 0);  // the answer to the second
+}
+
+/// A connection of bytes, to one of the board's ports.
+class Connection {
+ public:
+  explicit Connection(std::uint16_t port) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{1, 0};
+    setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  }
+  ~Connection() { close(descriptor_); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  zmtp::Stream stream() const { return zmtp::Stream(descriptor_); }
+
+ private:
+  int descriptor_;
+};
+
+void sendOversizeFrame(std::uint16_t port, std::size_t size) {
+  const Connection connection(port);
+  if (!zmtp::shakeHands(connection.stream(), port == 5556 ? "DEALER" : "SUB")) return;
+  if (!connection.stream().write(zmtp::longFrameHeader(0, size))) return;
+  const std::string piece(65536, 'x');
+  for (std::size_t sent = 0; sent < 2 * 1024 * 1024 && connection.stream().write(piece); sent += piece.size()) {
+  }
+}
+
+TEST_F(RunningBoard, OutlivesPeersThatAreNoClients) {
+  for (const std::uint16_t port : kPorts) {
+    for (const std::string& bytes :
+         {std::string("GET / HTTP/1.1\r\nHost: board\r\n\r\n"), std::string(100000, '\0'), std::string(100000, '\xff'),
+          zmtp::greeting(), zmtp::greeting() + std::string(1000, '\x7f')}) {
+      const Connection connection(port);
+      connection.stream().write(bytes);
+    }
+    sendOversizeFrame(port, 1024U * 1024 + 1);
+    sendOversizeFrame(port, std::size_t{1} << 62U);
+    expectThatItServes();
+  }
+}
+
+TEST_F(RunningBoard, KeepsItsMemoryUnderHostileRequests) {
+  const auto attack = [this] {
+    LooseClient client(context_);
+    for (int round = 0; round < 20; ++round) {
+      for (const Malformed& request : malformedRequests()) {
+        client.send(request.frames);
+        ASSERT_FALSE(client.receive().empty());
+      }
+    }
+    client.send({"", "2", std::string(1024 * 1024, '[')});
+    EXPECT_FALSE(client.receive().empty());
+    for (const std::uint16_t port : kPorts) sendOversizeFrame(port, 1024U * 1024 + 1);
+    // A client that sends and never fetches its answers.
+    LooseClient deaf(context_);
+    for (int count = 0; count < 2000; ++count) deaf.send({"", "0", ""});
+    expectThatItServes();
+  };
+  attack();
+  const long before = zel::test::residentKiB(board_.pid());
+  for (int round = 0; round < 5; ++round) attack();
+  const long after = zel::test::residentKiB(board_.pid());
+  ASSERT_GT(before, 0);
+  EXPECT_LT(after - before, 8L * 1024 * kSlowdown) << "KiB more than " << before;
+}
+
+}  // namespace

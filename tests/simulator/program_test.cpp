@@ -1,0 +1,224 @@
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "simulator/fault.h"
+#include "simulator/refusal.h"
+#include "tests/common/test_client.h"
+#include "tests/simulator/board_process.h"
+#include "tests/simulator/json_text.h"
+#include "tests/simulator/listener.h"
+#include "tests/simulator/temporary_folder.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using zel::test::at;
+using zel::test::ChildProcess;
+using zel::test::json;
+using zel::test::kReady;
+using zel::test::kSoon;
+using zel::test::startBoard;
+using zel::test::TemporaryFolder;
+using zel::test::TestClient;
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+/// A board that has to end by itself.
+struct Ended {
+  std::optional<int> status;
+  std::string output;
+  std::string errors;
+};
+Ended runToItsEnd(const std::vector<std::string>& arguments) {
+  ChildProcess board = startBoard(arguments);
+  Ended ended;
+  ended.status = board.wait();
+  ended.output = board.output();
+  ended.errors = board.errors();
+  return ended;
+}
+
+TEST(SysmgrSim, ShowsItsHelpAndItsVersion) {
+  const Ended help = runToItsEnd({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_THAT(help.output, HasSubstr("--store FILE"));
+  EXPECT_THAT(help.output, HasSubstr("PIXA_AES1616"));
+  EXPECT_THAT(help.output, HasSubstr(zel::sim::FaultRule::help()));
+  EXPECT_THAT(help.errors, IsEmpty());
+
+  const Ended version = runToItsEnd({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.output, "sysmgr-sim " ZEL_VERSION "\n");
+}
+
+TEST(SysmgrSim, RefusesWrongUsage) {
+  const std::pair<std::vector<std::string>, const char*> kRows[] = {
+      {{"--no-such-option"}, "--no-such-option"},
+      {{"stray"}, "stray"},
+      {{"--model", "KORWA"}, "there is no model \"KORWA\"; there are: ORVEN_AES67 "},
+      {{"--fault-rule", "do=dance"}, "--fault-rule 'do=dance': do=dance: one of the faults is wanted"},
+      {{"--live-interval", "0"}, "--live-interval"},
+      {{"--store"}, "--store"},
+  };
+  for (const auto& [arguments, word] : kRows) {
+    const Ended ended = runToItsEnd(arguments);
+    EXPECT_EQ(ended.status, 2) << word;
+    EXPECT_THAT(ended.errors, HasSubstr(word));
+    EXPECT_THAT(ended.output, IsEmpty());
+  }
+}
+
+TEST(SysmgrSim, EndsCleanlyOnASignal) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    ChildProcess board = startBoard({"--model", "ZIRC"});
+    ASSERT_TRUE(board.waitForOutput(kReady));
+    EXPECT_EQ(board.output(), std::string("sysmgr-sim: ZIRC") + kReady);
+    zmq::context_t context;
+    TestClient client(context);
+    EXPECT_EQ(client.send(3).reply["board-model"]["model"], "ZIRC");
+    board.signal(signal);
+    EXPECT_EQ(board.wait(), 0);
+    EXPECT_THAT(board.errors(), IsEmpty());
+  }
+}
+
+TEST(SysmgrSim, SaysThatAPortIsTaken) {
+  const TemporaryFolder folder;
+  ChildProcess first = startBoard({});
+  ASSERT_TRUE(first.waitForOutput(kReady));
+  write(folder.file("store"), "not JSON");
+  const Ended second = runToItsEnd({"--store", folder.file("store")});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.errors, HasSubstr("sysmgr-sim: cannot listen on tcp://127.0.0.1:55"));
+  EXPECT_THAT(second.errors, HasSubstr("Address already in use"));
+  EXPECT_EQ(contentOf(folder.file("store")), "not JSON");  // it belongs to the one that runs
+}
+
+TEST(SysmgrSim, StartsFromAStateFile) {
+  const TemporaryFolder folder;
+  write(folder.file("state"), R"({"board-model": {"model": "MERIX"}, "stored": {"rtsp": {"tcp-port": 5004}}})");
+  ChildProcess board = startBoard({"--state", folder.file("state")});
+  ASSERT_TRUE(board.waitForOutput(std::string("MERIX") + kReady));
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), 5004U);
+}
+
+TEST(SysmgrSim, NamesWhatIsWrongWithAFile) {
+  const TemporaryFolder folder;
+  write(folder.file("unknown"), R"({"stored": {"rtsp": {"tcp-prot": 5004}}})");
+  write(folder.file("range"), R"({"stored": {"rtsp": {"tcp-port": 0}}})");
+  write(folder.file("broken"), R"({"stored": )");
+  write(folder.file("faults"), "do=delay\n\ndo=delay speed=3\n");
+  const std::pair<std::vector<std::string>, const char*> kRows[] = {
+      {{"--state", folder.file("unknown")}, "rtsp/tcp-prot"},
+      {{"--state", folder.file("range")}, "rtsp/tcp-port"},
+      {{"--state", folder.file("broken")}, "is not one JSON document"},
+      {{"--state", folder.file("none")}, "No such file"},
+      {{"--fault", folder.file("faults")}, "line 3: \"speed\" is no parameter"},
+      {{"--fault", folder.file("none")}, "cannot be read"},
+      {{"--store", folder.file("none") + "/store"}, "cannot be opened"},
+      {{"--store", folder.path()}, "cannot be read"},
+  };
+  for (const auto& [arguments, word] : kRows) {
+    const Ended ended = runToItsEnd(arguments);
+    EXPECT_EQ(ended.status, 1) << word;
+    EXPECT_THAT(ended.errors, HasSubstr(arguments.back()));
+    EXPECT_THAT(ended.errors, HasSubstr(word));
+    EXPECT_THAT(ended.output, IsEmpty());
+  }
+}
+
+TEST(SysmgrSim, SetsADamagedStoreAside) {
+  const TemporaryFolder folder;
+  const std::string store = folder.file("store");
+  const std::pair<const char*, const char*> kRows[] = {
+      {"{\"stored\":", "1"},                              // broken off
+      {"{\"stored\":{\"rtsp\":{\"tcp-port\":0}}}", "2"},  // JSON, but no state that a board can have
+      {"", "3"},
+  };
+  for (const auto& [damaged, number] : kRows) {
+    write(store, damaged);
+    ChildProcess board = startBoard({"--store", store});
+    ASSERT_TRUE(board.waitForOutput(kReady));
+    EXPECT_THAT(board.errors(), HasSubstr(store + " is damaged"));
+    EXPECT_THAT(board.errors(), HasSubstr(store + ".damaged-" + number));
+    zmq::context_t context;
+    TestClient client(context);
+    EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), 8554U);
+    EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, 0);
+    board.kill();
+  }
+  for (const auto& [damaged, number] : kRows) EXPECT_EQ(contentOf(store + ".damaged-" + number), damaged);
+  EXPECT_EQ(at(json(contentOf(store)), "stored/rtsp/tcp-port"), 5004);
+}
+
+TEST(SysmgrSim, ShowsRequestsWhenItIsAskedTo) {
+  ChildProcess board = startBoard({"--verbose", "--fault-rule", "do=refuse command=2 status=-5 text=\"not today\""});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, -5);
+  EXPECT_EQ(client.lastError().text, "not today");
+  EXPECT_EQ(client.send(3).code, 0);
+  EXPECT_THAT(board.errors(), HasSubstr("sysmgr-sim: 2 \"SET stored parameters\" {\"rtsp-tcp-port\":5004} -> "
+                                        "{\"error\":\"not today\",\"status\":-5} (fault: refuse)\n"));
+  EXPECT_THAT(board.errors(), HasSubstr("sysmgr-sim: 3 \"GET Board Model\""));
+}
+
+TEST(SysmgrSim, MovesOnRequest) {
+  const TemporaryFolder folder;
+  ChildProcess board = startBoard({"--live-interval", "10"});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  zmq::context_t context;
+  zel::test::Listener listener(context, {"1001"});
+  int count = 0;
+  EXPECT_TRUE(listener.waitFor([&](const std::string&, const Json::Value&) { return ++count == 5; }));
+}
+
+struct Crash {
+  const char* fault;
+  int code;           ///< what the client gets
+  unsigned int port;  ///< what the board has when it is back
+};
+void PrintTo(const Crash& row, std::ostream* out) { *out << row.fault; }
+class SysmgrSimCrash : public testing::TestWithParam<Crash> {};
+
+TEST_P(SysmgrSimCrash, LeavesTheStoreAsItShould) {
+  const TemporaryFolder folder;
+  write(folder.file("faults"), std::string("do=") + GetParam().fault + " command=2\n");
+  const std::string store = folder.file("store");
+  zmq::context_t context;
+  TestClient client(context);
+  {
+    ChildProcess board = startBoard({"--store", store, "--fault", folder.file("faults")});
+    ASSERT_TRUE(board.waitForOutput(kReady));
+    EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, GetParam().code);
+    EXPECT_EQ(board.wait(), -SIGKILL);
+  }
+  ChildProcess board = startBoard({"--store", store});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), GetParam().port);
+}
+
+INSTANTIATE_TEST_SUITE_P(Program, SysmgrSimCrash,
+                         testing::Values(Crash{"crash-before", zel::status::kNoAnswer, 8554},
+                                         Crash{"crash-unanswered", zel::status::kNoAnswer, 5004},
+                                         Crash{"crash-after", 0, 5004}),
+                         [](const auto& row) {
+                           std::string name = row.param.fault;
+                           name[name.find('-')] = '_';
+                           return name;
+                         });
+
+}  // namespace
