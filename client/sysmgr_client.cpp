@@ -25,6 +25,8 @@ WhiteListEntry whiteListEntry(const std::string& ip, const std::string& mask) {
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): some operations take texts by value, and their log lines say so.
+
 SysMgrClient::SysMgrClient() = default;
 SysMgrClient::~SysMgrClient() = default;
 
@@ -202,3 +204,5 @@ int SysMgrClient::changeWhitelist(const zel::CodeLocation& here, Command command
   entry.Serialize(request[kWhiteList][0]);
   return send(here, command, request);
 }
+
+// NOLINTEND(performance-unnecessary-value-param)

@@ -49,6 +49,7 @@ int EthIpUtils::get_eth_info(std::list<EthBasicInfo>& out, bool includeLoopback)
   return 0;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
 bool EthIpUtils::get_eth_info(EthBasicInfo& info, std::string name) {
   return zel::readLinkLayer(enumerate().get(), name, info);
 }

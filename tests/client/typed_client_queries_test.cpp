@@ -4,7 +4,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using zel::test::WithTypedClient;
 
