@@ -1,0 +1,73 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "common/wire_json.h"
+#include "tests/support/scripted_daemon.h"
+
+namespace zel::test {
+
+inline Json::Value json(const std::string& text) {
+  Json::Value value;
+  EXPECT_EQ(WireJsonReader().read(text, value), "") << text;
+  return value;
+}
+
+/// A daemon with one board: answers the queries with documents, and publishes what it is told to.
+///
+/// Threads: every operation but `publisher` may be called from any thread.
+class FakeBoard {
+ public:
+  FakeBoard() {
+    daemon.onRequest([this](const Request& request) { return std::vector<Answer>{answerTo(request)}; });
+  }
+
+  // The answers to the queries, by their command ids.
+  static constexpr const char* kStored = "0";
+  static constexpr const char* kDynamic = "1";
+  static constexpr const char* kBoardModel = "3";
+  static constexpr const char* kWhitelist = "16";
+
+  void set(const std::string& id, const std::string& document) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    documents_[id] = json(document);
+  }
+  /// Refuses a query from now on; 0 answers it again.
+  void refuse(const std::string& id, int status) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    statuses_[id] = status;
+  }
+
+  /// The ids of all requests so far.
+  std::vector<std::string> asked() const {
+    std::vector<std::string> ids;
+    for (const Request& request : daemon.requests()) ids.push_back(request.id);
+    return ids;
+  }
+
+  PublisherFake publisher;
+  ScriptedDaemon daemon;
+
+ private:
+  Answer answerTo(const Request& request) {
+    static const std::map<std::string, std::string> kMembers = {
+        {kStored, "stored"}, {kDynamic, "dynamic"}, {kBoardModel, "board-model"}, {kWhitelist, "white-list"}};
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Json::Value answer(Json::objectValue);
+    if (const auto status = statuses_.find(request.id); status != statuses_.end()) answer["status"] = status->second;
+    const auto member = kMembers.find(request.id);
+    const auto document = documents_.find(request.id);
+    if (member != kMembers.end() && document != documents_.end()) answer[member->second] = document->second;
+    return answer;
+  }
+
+  std::mutex mutex_;
+  std::map<std::string, Json::Value> documents_;
+  std::map<std::string, int> statuses_;
+};
+
+}  // namespace zel::test
