@@ -2,11 +2,8 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <sys/epoll.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
+#include <atomic>
 #include <optional>
 #include <thread>
 
@@ -556,14 +553,18 @@ TEST(SubscribeJsonClient, DoesNotHoldUpTheEndOfTheProcess) {
 TEST(SubscribeJsonClient, DoesNotHoldUpTheEndOfTheProcessWhileAThreadWaits) {
   const auto waiting = [] {
     static zmq::context_t context;
-    static SubscribeJsonClient client(context);
-    client.connect(kAddress);
-    static PollFds fds;
-    client.getPollItems(fds);
+    // Never destroyed: the thread uses them to the very end.
+    static auto* const client = new SubscribeJsonClient(context);
+    static auto* const fds = new PollFds;
+    client->connect(kAddress);
+    client->getPollItems(*fds);
+    static std::atomic<bool> waits{false};
     std::thread([] {
-      while (fds.poll(-1) >= 0) continue;
+      waits = true;
+      while (fds->poll(-1) >= 0) continue;
     }).detach();
-    std::this_thread::sleep_for(20ms);
+    waitUntil([] { return waits.load(); });
+    std::this_thread::sleep_for(5ms);  // as a rule it is in the poll by then; either way the process has to end
   };
   EXPECT_LT(endOf(waiting), 150ms * kSlowdown);
 }
