@@ -57,16 +57,15 @@ void SocketHolder::closeAll() {
 
 void SocketHolder::end() {
   ended_ = true;
-  const auto usedElsewhere = [this] {
-    const std::thread::id user = user_;
-    return user != std::thread::id() && user != std::this_thread::get_id();
-  };
-  if (usedElsewhere()) {
+  const std::thread::id none;
+  const std::thread::id self = std::this_thread::get_id();
+  if (std::thread::id user = user_; user != none && user != self) {
     // A call of another thread is waiting: the shutdown wakes it up.
     zmq_ctx_shutdown(context_->handle());
     constexpr std::chrono::milliseconds kStep{1};
-    for (int step = 0; step < 50 && usedElsewhere(); ++step) std::this_thread::sleep_for(kStep);
-    if (usedElsewhere()) return;  // the use closes the sockets when it is over
+    for (int step = 0; step < 50 && user_ != none; ++step) std::this_thread::sleep_for(kStep);
+    // The call takes longer: it is told so, and closes the sockets when it is over.
+    if (user_.compare_exchange_strong(user, self)) return;
   }
   closeSockets();
 }
@@ -77,11 +76,10 @@ SocketHolder::Use::Use(SocketHolder& holder) : holder_(holder) {
 }
 
 SocketHolder::Use::~Use() {
-  holder_.user_ = std::thread::id();
-  if (!holder_.ended_) return;
-  // The process may have given up waiting for this use: then nobody else closes what it left open.
-  const std::lock_guard<std::mutex> lock(registry().mutex);
-  holder_.closeSockets();
+  // Once the use is over the holder may be destroyed: then it must not be touched any more.
+  std::thread::id user = std::this_thread::get_id();
+  if (holder_.user_.compare_exchange_strong(user, std::thread::id()) || user == std::thread::id()) return;
+  if (holder_.ended_) holder_.closeSockets();
 }
 
 bool descriptorsAvailable() {
