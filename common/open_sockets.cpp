@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <new>
 #include <set>
 #include <utility>
+#include <vector>
 
 namespace zel {
 
@@ -28,6 +28,9 @@ Registry& registry() {
   static Registry* const made = new (storage) Registry;
   return *made;
 }
+
+/// How long the end of the process waits for the calls of other threads. They are woken up, so it is not long.
+constexpr std::chrono::milliseconds kPatience{50};
 
 }  // namespace
 
@@ -49,24 +52,33 @@ bool SocketHolder::ownsSockets() const { return owner_ == getpid(); }
 
 void SocketHolder::closeAll() {
   const std::lock_guard<std::mutex> lock(registry().mutex);
+  std::vector<SocketHolder*> own;
   for (SocketHolder* const holder : registry().holders) {
-    if (holder->ownsSockets()) holder->end();
+    if (holder->ownsSockets()) own.push_back(holder);
   }
+  for (SocketHolder* const holder : own) holder->announceEnd();
+  const Clock::time_point deadline = Clock::now() + kPatience;
+  for (SocketHolder* const holder : own) holder->end(deadline);
   registry().contexts.clear();  // what attaches from here on needs a handler of its own
 }
 
-void SocketHolder::end() {
+bool SocketHolder::isUsedElsewhere() const {
+  const std::thread::id user = user_;
+  return user != std::thread::id() && user != std::this_thread::get_id();
+}
+
+void SocketHolder::announceEnd() {
   ended_ = true;
-  const std::thread::id none;
+  // A call of another thread may be waiting: the shutdown wakes it up.
+  if (isUsedElsewhere()) zmq_ctx_shutdown(context_->handle());
+}
+
+void SocketHolder::end(Clock::time_point deadline) {
+  while (isUsedElsewhere() && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  // A call that takes longer is told so, and closes the sockets when it is over.
+  std::thread::id user = user_;
   const std::thread::id self = std::this_thread::get_id();
-  if (std::thread::id user = user_; user != none && user != self) {
-    // A call of another thread is waiting: the shutdown wakes it up.
-    zmq_ctx_shutdown(context_->handle());
-    constexpr std::chrono::milliseconds kStep{1};
-    for (int step = 0; step < 50 && user_ != none; ++step) std::this_thread::sleep_for(kStep);
-    // The call takes longer: it is told so, and closes the sockets when it is over.
-    if (user_.compare_exchange_strong(user, self)) return;
-  }
+  if (user != std::thread::id() && user != self && user_.compare_exchange_strong(user, self)) return;
   closeSockets();
 }
 

@@ -6,6 +6,8 @@
 #include <thread>
 #include <zmq.hpp>
 
+#include "common/socket_parts.h"
+
 namespace zel {
 
 /// Somebody who keeps ZeroMQ sockets open on a context that belongs to somebody else.
@@ -53,7 +55,9 @@ class SocketHolder {
 
  private:
   static void closeAll();
-  void end();
+  bool isUsedElsewhere() const;
+  void announceEnd();
+  void end(Clock::time_point deadline);
 
   zmq::context_t* context_ = nullptr;
   pid_t owner_ = 0;
