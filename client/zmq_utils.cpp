@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <new>
+#include <utility>
+
 #include "common/logger.h"
 
 namespace {
@@ -17,8 +20,9 @@ void destroyContext(zmq::context_t& context) {
   if (contextOwner == getpid()) {
     context.close();
   } else {
-    // Left to the parent: in a child the handle is dropped on purpose.
-    static_cast<void>(new zmq::context_t(std::move(context)));
+    // Left to the parent: moved to where nobody ends it.
+    alignas(zmq::context_t) static unsigned char inherited[sizeof(zmq::context_t)];
+    new (inherited) zmq::context_t(std::move(context));
   }
 }
 
