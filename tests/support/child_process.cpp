@@ -101,6 +101,10 @@ void ChildProcess::kill() {
 
 void ChildProcess::freeze() const {
   signal(SIGSTOP);
+  waitUntilFrozen();
+}
+
+void ChildProcess::waitUntilFrozen() const {
   siginfo_t info{};
   waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED);
 }

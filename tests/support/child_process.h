@@ -37,6 +37,8 @@ class ChildProcess {
   void kill();
   /// Freezes the process with SIGSTOP; it stands still when this returns.
   void freeze() const;
+  /// Waits until the process stands still, where it freezes itself.
+  void waitUntilFrozen() const;
   /// Lets a frozen process go on.
   void thaw() const;
 

@@ -2,13 +2,15 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 
 namespace zel::test {
 
-ChildProcess startDaemon(const ScriptedDaemon::Handler& handler) {
+ChildProcess prepareDaemon(const ScriptedDaemon::Handler& handler) {
   ChildProcess child = ChildProcess::call([&handler]() -> int {
+    raise(SIGSTOP);
     ScriptedDaemon daemon;
     daemon.onRequest([&handler](const Request& request) {
       std::printf("request %s\n", request.id.c_str());
@@ -19,7 +21,18 @@ ChildProcess startDaemon(const ScriptedDaemon::Handler& handler) {
     std::fflush(stdout);
     for (;;) pause();
   });
-  if (!child.waitForOutput("listening\n")) throw std::runtime_error("the daemon does not start: " + child.errors());
+  child.waitUntilFrozen();
+  return child;
+}
+
+void listen(ChildProcess& daemon) {
+  daemon.thaw();
+  if (!daemon.waitForOutput("listening\n")) throw std::runtime_error("the daemon does not start: " + daemon.errors());
+}
+
+ChildProcess startDaemon(const ScriptedDaemon::Handler& handler) {
+  ChildProcess child = prepareDaemon(handler);
+  listen(child);
   return child;
 }
 

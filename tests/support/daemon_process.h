@@ -6,7 +6,12 @@
 namespace zel::test {
 
 /// A scripted daemon in a process of its own, to be killed and frozen. It writes "request ID\n" for each request.
-/// It listens when this returns.
+///
+/// `prepareDaemon` makes the process, which then stands still until it is to `listen`: so a test can have all its
+/// processes before it has threads. `startDaemon` does both.
+ChildProcess prepareDaemon(const ScriptedDaemon::Handler& handler = {});
+/// Lets a prepared daemon begin. It listens when this returns.
+void listen(ChildProcess& daemon);
 ChildProcess startDaemon(const ScriptedDaemon::Handler& handler = {});
 
 /// Answers no request at all.
