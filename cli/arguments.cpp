@@ -54,7 +54,7 @@ std::string listed(const std::string& heading, const std::vector<std::pair<std::
   for (const auto& [name, text] : rows) width = std::max(width, name.size());
   std::string lines = "\n" + heading + ":\n";
   for (const auto& [name, text] : rows) {
-    lines += "  " + name + std::string(width - name.size() + 2, ' ') + text + "\n";
+    lines.append("  ").append(name).append(width - name.size() + 2, ' ').append(text).append("\n");
   }
   return lines;
 }
@@ -69,12 +69,17 @@ const std::vector<std::pair<std::string, std::string>> kCommonOptions = {
 
 std::string commonHelp() { return listed("Options of every command", kCommonOptions); }
 
+/// The whole name of a group's command.
+std::string nameIn(const std::string& group, const std::string& word) {
+  return group.empty() ? word : group + " " + word;
+}
+
 /// The name of the command that the words choose, with the number of words that make it.
 std::pair<std::string, std::size_t> chosenCommand(const Words& words) {
   std::string name;
   std::size_t count = 0;
   for (const std::string& word : words) {
-    const std::string longer = name.empty() ? word : name + " " + word;
+    const std::string longer = nameIn(name, word);
     if (commandOf(longer) == nullptr) break;
     name = longer;
     ++count;
@@ -143,7 +148,7 @@ std::string helpOf(const Command* command) {
   std::vector<std::pair<std::string, std::string>> commands;
   const std::string group = command == nullptr ? "" : command->name;
   for (const std::string& name : commandsIn(group)) {
-    commands.emplace_back(name, commandOf(group.empty() ? name : group + " " + name)->summary);
+    commands.emplace_back(name, commandOf(nameIn(group, name))->summary);
   }
   if (command == nullptr) {
     return "sysmgrctl: the board's system manager from a shell\n\n"
@@ -278,11 +283,9 @@ Offers optionsOf(const Command* command) {
 }
 
 Offers subcommandsOf(const Command* group) {
-  const std::string prefix = group == nullptr ? "" : group->name + " ";
+  const std::string name = group == nullptr ? "" : group->name;
   Offers offers;
-  for (const std::string& word : commandsIn(group == nullptr ? "" : group->name)) {
-    offers.push_back({word, commandOf(prefix + word)->summary});
-  }
+  for (const std::string& word : commandsIn(name)) offers.push_back({word, commandOf(nameIn(name, word))->summary});
   return offers;
 }
 
