@@ -45,9 +45,31 @@ endforeach()
 
 if(TARGET sysmgrctl)
   install(TARGETS sysmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(
+    FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgrctl.1"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
+    COMPONENT tools)
+  set(completions "${PROJECT_SOURCE_DIR}/packaging/completions")
+  install(
+    FILES "${completions}/sysmgrctl.bash"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME sysmgrctl
+    COMPONENT tools)
+  install(
+    FILES "${completions}/_sysmgrctl"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
+    COMPONENT tools)
+  install(
+    FILES "${completions}/sysmgrctl.fish"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d"
+    COMPONENT tools)
 endif()
 if(TARGET sysmgr-sim)
   install(TARGETS sysmgr-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
+  install(
+    FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgr-sim.8"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man8"
+    COMPONENT simulator)
   configure_file("${PROJECT_SOURCE_DIR}/packaging/sysmgr-sim.service.in" "${PROJECT_BINARY_DIR}/sysmgr-sim.service" @ONLY)
   install(
     FILES "${PROJECT_BINARY_DIR}/sysmgr-sim.service"
