@@ -179,7 +179,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
     return kOk;
   }
 
-  bool beginWait() override { return static_cast<bool>(wait_.emplace(*this)); }
+  bool beginWait() override { return wait_.emplace(*this) && ownsSockets(); }
   void endWait() noexcept override { wait_.reset(); }
   void* watched() const override { return link_.monitor(); }
 

@@ -32,7 +32,8 @@ struct CodeLocation;
 ///
 /// Until a fetch has succeeded the getters answer with the defaults of the records. `init` may be called again at any
 /// time: to try again, after `initSubscribers`, and after a pause of the poll loop or an absence of the daemon in which
-/// notifications may have been lost (1000 wait, the ones behind them are dropped).
+/// notifications may have been lost (1000 wait, the ones behind them are dropped). Nothing tells the application of
+/// such a loss: one that has to be sure calls `init` now and then.
 ///
 /// Two board models are there: the configured one inside the stored parameters, and the one that the daemon reports.
 /// Every operation here means the reported one.

@@ -2,6 +2,8 @@
 // request and its answer as they travel.
 
 #include <json/json.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include "client/sysmgr_client.h"
 #include "client/zmq_utils.h"
 #include "common/logger.h"
+#include "config/system_default_cfg.h"
 
 namespace {
 
@@ -80,9 +83,48 @@ class Demo {
   bool asMeant_ = true;
 };
 
+unsigned int portOf(const SystemDefaultCfg& cache) {
+  unsigned int port = 0;
+  cache.getRtspTcpPort(&port);
+  return port;
+}
+
+/// What the other process does: this program again, with a port as its argument.
+int changePort(const char* port) {
+  SysMgrClient client;
+  client.init(ZmqUtils::getInstance().getContext());
+  const int result = client.setRtspTcpPort(static_cast<uint32_t>(std::strtoul(port, nullptr, 10)));
+  print("  process " + std::to_string(getpid()) + ": setRtspTcpPort(" + port + ") returned " + std::to_string(result));
+  return result == 0 ? 0 : 1;
+}
+
+/// Follows the daemon while another process changes the port. @return the port that the cache shows in the end
+unsigned int followOtherProcess(unsigned int newPort) {
+  const auto show = [](const SystemDefaultCfg& cache) {
+    print("  process " + std::to_string(getpid()) + ": its cache shows RTSP port " + std::to_string(portOf(cache)));
+  };
+  SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
+  PollFds fds;
+  cache.initSubscribers(fds);
+  cache.init();  // what changed before the subscription
+  show(cache);
+
+  std::string port = std::to_string(newPort);
+  std::string name = "other";
+  char* const arguments[] = {name.data(), port.data(), nullptr};
+  pid_t other = -1;
+  if (posix_spawn(&other, "/proc/self/exe", nullptr, nullptr, arguments, environ) != 0) return 0;
+  while (portOf(cache) != newPort && fds.poll(5000) > 0) cache.processEvent(fds[0]);
+  waitpid(other, nullptr, 0);
+  show(cache);
+  return portOf(cache);
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc == 2) return changePort(argv[1]);
+
   // The log's lines about refused calls would only repeat what is shown.
   Logger::getInstance()->setSink([](Logger::logDebugLevel_t, const std::string&) {});
 
@@ -128,7 +170,8 @@ int main() {
   demo.call("getStoredParameters(after)", [&] { return client.getStoredParameters(after); });
   showDocument(after, &before);
 
-  // Last: a change by another process reaches the cache of this one.
+  print(style.heading("\n== A change by another process reaches the cache of this one"));
+  const unsigned int shown = followOtherProcess(6004);
 
-  return demo.asMeant() && after.rtspTcpPort == 5004 ? 0 : 1;
+  return demo.asMeant() && after.rtspTcpPort == 5004 && shown == 6004 ? 0 : 1;
 }

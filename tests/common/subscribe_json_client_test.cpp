@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <optional>
@@ -473,16 +474,25 @@ TEST(SubscribeJsonClient, NoticesAPublisherThatIsFrozenAndFollowsItAgain) {
   EXPECT_THAT(log.lines(), ElementsAre(kLost));
 }
 
+/// The most memory that the process has had in use.
+long peakMiB() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss / 1024;
+}
+
 TEST(SubscribeJsonClient, DropsAFloodBeyondItsQueueAndFollowsOn) {
   PublisherFake publisher;
   Application application;
   ASSERT_TRUE(publisher.waitForSubscription("1"));
   const std::string payload = '"' + std::string(10000, 'x') + '"';
+  const long before = peakMiB();
   for (int count = 0; count < 20000; ++count) publisher.publish("1", payload);
   int taken = 0;
   while (application.next(100ms)) ++taken;
   EXPECT_GE(taken, 1000);
   EXPECT_LT(taken, 10000) << "200 MB were sent";
+  EXPECT_LT(peakMiB() - before, 64) << "the publisher's queue in this process included";
   EXPECT_TRUE(application.follows(publisher));
 }
 
