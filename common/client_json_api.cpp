@@ -1,5 +1,6 @@
 #include "common/client_json_api.h"
 
+#include <cerrno>
 #include <chrono>
 #include <string_view>
 
@@ -116,21 +117,26 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     return body.isNull() ? std::string() : writer_.write(body, text);
   }
 
+  /// Waits in the call itself: a poll before it would cost more system calls.
   bool receive(Frame& frame, Clock::time_point deadline) {
-    while (!frame.receiveNow(socket_)) {
-      if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLIN, deadline)) return false;
-    }
-    return true;
+    do {
+      if (!zel::setOption(socket_, {ZMQ_RCVTIMEO, static_cast<int>(zel::millisecondsUntil(deadline))})) return false;
+      if (frame.receive(socket_)) return true;
+    } while (zmq_errno() == EINTR);
+    return false;
   }
 
   /// Reads an answer, an object whose status, where it has one, is an integer.
+  /// @param reply  changed on success only
   /// @return empty, or why the answer cannot be used
-  std::string read(Frame& answer, Json::Value& value) {
-    if (answer.more()) return "it has more than one frame";
-    if (std::string why = reader_.read(answer.text(), value); !why.empty()) return why;
-    if (!value.isObject()) return "it is not a JSON object";
-    const Json::Value* const status = find(value, kStatus);
-    return status == nullptr || status->isInt() ? "" : "its status is not an integer";
+  std::string read(Frame& frame, Json::Value& reply) {
+    if (frame.more()) return "it has more than one frame";
+    if (std::string why = reader_.read(frame.text(), answer_); !why.empty()) return why;
+    if (!answer_.isObject()) return "it is not a JSON object";
+    const Json::Value* const status = find(answer_, kStatus);
+    if (status != nullptr && !status->isInt()) return "its status is not an integer";
+    reply.swap(answer_);
+    return {};
   }
 
  private:
@@ -151,6 +157,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   void* socket_ = nullptr;
   std::string address_;
   zel::WireJsonReader reader_;
+  Json::Value answer_;  // what the last reply held before: a tree for the next answer, which may have its shape
   zel::WireJsonWriter writer_;
 };
 
@@ -211,12 +218,10 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
                 " was sent to " + connection_->address() + ", but no answer came" + within() +
                     ". The daemon may have acted on it: read the state back before you repeat it.");
   }
-  Json::Value received;
-  if (const std::string why = connection_->read(answer, received); !why.empty()) {
+  if (const std::string why = connection_->read(answer, reply); !why.empty()) {
     return fail(kBadAnswer, id, " was answered, but the answer cannot be used: " + why + ".");
   }
   exchange.keepConnection();
-  reply.swap(received);
 
   const int status = statusOf(reply);
   return status < 0 ? refused(status, id, reply) : status;

@@ -42,6 +42,8 @@ class Frame {
     while (size < 0 && zmq_errno() == EINTR);
     return size >= 0;
   }
+  /// Waits for the frame as long as the socket's ZMQ_RCVTIMEO says; a signal ends the wait with EINTR.
+  bool receive(void* socket) { return zmq_msg_recv(&message_, socket, 0) >= 0; }
   /// Whether another frame of the same message follows.
   bool more() { return zmq_msg_more(&message_) != 0; }
   std::string_view text() { return {static_cast<const char*>(zmq_msg_data(&message_)), zmq_msg_size(&message_)}; }

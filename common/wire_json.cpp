@@ -16,48 +16,124 @@ constexpr std::size_t kKeptCapacity = std::size_t{256} * 1024;
 const std::string kTooDeep = "nested more than " + std::to_string(kMaxJsonDepth) + " deep";
 const std::string kTooLong = "longer than " + std::to_string(kMaxFrameBytes) + " bytes";
 
-std::string fill(const simdjson::dom::element& element, unsigned int depth, Json::Value& value);
+using simdjson::dom::element;
+using simdjson::dom::element_type;
 
-std::string fillArray(const simdjson::dom::array& array, unsigned int depth, Json::Value& value) {
+bool sameText(const Json::Value& value, std::string_view text) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return value.getString(&begin, &end) && std::string_view(begin, static_cast<std::size_t>(end - begin)) == text;
+}
+
+/// Gives the value the element's content, which is no object and no array.
+void assign(const element& from, Json::Value& value) {
+  switch (from.type()) {
+    case element_type::STRING: {
+      const std::string_view text = from.get_string().value_unsafe();
+      if (!sameText(value, text)) value = Json::Value(text.data(), text.data() + text.size());
+      return;
+    }
+    // JsonCpp's own reader takes what fits a signed number as signed: so does this one.
+    case element_type::INT64: value = Json::Value(Json::Int64(from.get_int64().value_unsafe())); return;
+    case element_type::UINT64: value = Json::Value(Json::UInt64(from.get_uint64().value_unsafe())); return;
+    case element_type::DOUBLE: value = Json::Value(from.get_double().value_unsafe()); return;
+    case element_type::BOOL: value = Json::Value(from.get_bool().value_unsafe()); return;
+    default: value = Json::Value();
+  }
+}
+
+// Building a tree is what reading costs. A document that is read again and again into the same value has the same
+// names in the same order as a rule; then the tree stays and gets new content.
+
+/// Whether the value has the element's objects and arrays, with the same names in the same order, and nothing that no
+/// document has. No name stands twice in such an element, since none does in a value.
+bool sameShape(const element& from, const Json::Value& value, unsigned int depth);
+
+bool sameShape(const simdjson::dom::object& from, const Json::Value& value, unsigned int depth) {
+  if (!value.isObject() || from.size() != value.size()) return false;
+  auto place = value.begin();
+  for (const simdjson::dom::key_value_pair& member : from) {
+    const char* end = nullptr;
+    const char* const name = place.memberName(&end);
+    if (std::string_view(name, static_cast<std::size_t>(end - name)) != member.key) return false;
+    if (!sameShape(member.value, *place, depth)) return false;
+    ++place;
+  }
+  return true;
+}
+
+bool sameShape(const simdjson::dom::array& from, const Json::Value& value, unsigned int depth) {
+  if (!value.isArray() || from.size() != value.size()) return false;
+  auto place = value.begin();
+  for (const element& item : from) {
+    if (place == value.end() || !sameShape(item, *place, depth)) return false;  // JsonCpp's arrays may have gaps
+    ++place;
+  }
+  return true;
+}
+
+bool hasComment(const Json::Value& value) {
+  return value.hasComment(Json::commentBefore) || value.hasComment(Json::commentAfterOnSameLine) ||
+         value.hasComment(Json::commentAfter);
+}
+
+bool sameShape(const element& from, const Json::Value& value, unsigned int depth) {
+  if (hasComment(value)) return false;
+  switch (from.type()) {
+    case element_type::OBJECT:
+      return depth < kMaxJsonDepth && sameShape(from.get_object().value_unsafe(), value, depth + 1);
+    case element_type::ARRAY:
+      return depth < kMaxJsonDepth && sameShape(from.get_array().value_unsafe(), value, depth + 1);
+    default: return true;
+  }
+}
+
+/// @param value  of the same shape
+void update(const element& from, Json::Value& value) {
+  if (from.is_object()) {
+    const simdjson::dom::object object = from.get_object().value_unsafe();
+    auto place = value.begin();
+    for (const simdjson::dom::key_value_pair& member : object) update(member.value, *place++);
+  } else if (from.is_array()) {
+    const simdjson::dom::array array = from.get_array().value_unsafe();
+    auto place = value.begin();
+    for (const element& item : array) update(item, *place++);
+  } else {
+    assign(from, value);
+  }
+}
+
+std::string build(const element& from, unsigned int depth, Json::Value& value);
+
+std::string buildArray(const simdjson::dom::array& from, unsigned int depth, Json::Value& value) {
   value = Json::Value(Json::arrayValue);
-  for (const simdjson::dom::element& item : array) {
-    if (std::string why = fill(item, depth, value.append(Json::Value())); !why.empty()) return why;
+  for (const element& item : from) {
+    if (std::string why = build(item, depth, value.append(Json::Value())); !why.empty()) return why;
   }
   return {};
 }
 
-std::string fillObject(const simdjson::dom::object& object, unsigned int depth, Json::Value& value) {
+std::string buildObject(const simdjson::dom::object& from, unsigned int depth, Json::Value& value) {
   value = Json::Value(Json::objectValue);
   Json::ArrayIndex members = 0;
-  for (const simdjson::dom::key_value_pair& member : object) {
+  for (const simdjson::dom::key_value_pair& member : from) {
     Json::Value* const place = value.demand(member.key.data(), member.key.data() + member.key.size());
     if (value.size() != ++members) return "the name \"" + std::string(member.key) + "\" stands twice in an object";
-    if (std::string why = fill(member.value, depth, *place); !why.empty()) return why;
+    if (std::string why = build(member.value, depth, *place); !why.empty()) return why;
   }
   return {};
 }
 
 /// @param depth  how many objects and arrays stand around the element
-std::string fill(const simdjson::dom::element& element, unsigned int depth, Json::Value& value) {
-  using simdjson::dom::element_type;
-  switch (element.type()) {
-    case element_type::OBJECT:
-      return depth < kMaxJsonDepth ? fillObject(element.get_object().value_unsafe(), depth + 1, value) : kTooDeep;
-    case element_type::ARRAY:
-      return depth < kMaxJsonDepth ? fillArray(element.get_array().value_unsafe(), depth + 1, value) : kTooDeep;
-    case element_type::STRING: {
-      const std::string_view text = element.get_string().value_unsafe();
-      value = Json::Value(text.data(), text.data() + text.size());
-      return {};
-    }
-    // JsonCpp's own reader takes what fits a signed number as signed: so does this one.
-    case element_type::INT64: value = Json::Value(Json::Int64(element.get_int64().value_unsafe())); return {};
-    case element_type::UINT64: value = Json::Value(Json::UInt64(element.get_uint64().value_unsafe())); return {};
-    case element_type::DOUBLE: value = Json::Value(element.get_double().value_unsafe()); return {};
-    case element_type::BOOL: value = Json::Value(element.get_bool().value_unsafe()); return {};
-    case element_type::NULL_VALUE: value = Json::Value(); return {};
+std::string build(const element& from, unsigned int depth, Json::Value& value) {
+  if (from.is_object()) {
+    return depth < kMaxJsonDepth ? buildObject(from.get_object().value_unsafe(), depth + 1, value) : kTooDeep;
   }
-  return "of an unknown type";
+  if (from.is_array()) {
+    return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : kTooDeep;
+  }
+  assign(from, value);
+  return {};
 }
 
 /// Why a value cannot travel, but for its length and its encoding, which the text tells.
@@ -75,29 +151,39 @@ std::string unwritable(const Json::Value& value, unsigned int depth) {
 
 struct WireJsonReader::State {
   simdjson::dom::parser parser{kKeptCapacity};
+
+  std::string read(std::string_view text, Json::Value& value) {
+    if (text.size() > kMaxFrameBytes) return kTooLong;
+    if (text.size() <= kKeptCapacity) return read(parser, text, value);
+    simdjson::dom::parser large{kMaxFrameBytes};
+    return read(large, text, value);
+  }
+
+ private:
+  static std::string read(simdjson::dom::parser& parser, std::string_view text, Json::Value& value) {
+    if (parser.max_depth() <= kMaxJsonDepth || parser.capacity() < text.size()) {
+      // One level more than is allowed, so that the limit is judged in one place, `build`.
+      if (const auto error = parser.allocate(text.size(), kMaxJsonDepth + 1)) return simdjson::error_message(error);
+    }
+    element root;
+    if (const auto error = parser.parse(text.data(), text.size()).get(root)) {
+      return error == simdjson::DEPTH_ERROR ? kTooDeep : simdjson::error_message(error);
+    }
+    if (sameShape(root, value, 0)) {
+      update(root, value);
+      return {};
+    }
+    Json::Value document;
+    std::string why = build(root, 0, document);
+    if (why.empty()) value.swap(document);
+    return why;
+  }
 };
 
 WireJsonReader::WireJsonReader() : state_(std::make_unique<State>()) {}
 WireJsonReader::~WireJsonReader() = default;
 
-std::string WireJsonReader::read(std::string_view text, Json::Value& value) {
-  if (text.size() > kMaxFrameBytes) return kTooLong;
-
-  simdjson::dom::parser large{kMaxFrameBytes};
-  simdjson::dom::parser& parser = text.size() > kKeptCapacity ? large : state_->parser;
-  if (parser.max_depth() <= kMaxJsonDepth || parser.capacity() < text.size()) {
-    // One level more than is allowed, so that the limit is judged in one place, `fill`.
-    if (const auto error = parser.allocate(text.size(), kMaxJsonDepth + 1)) return simdjson::error_message(error);
-  }
-  simdjson::dom::element root;
-  if (const auto error = parser.parse(text.data(), text.size()).get(root)) {
-    return error == simdjson::DEPTH_ERROR ? kTooDeep : simdjson::error_message(error);
-  }
-  Json::Value document;
-  std::string why = fill(root, 0, document);
-  if (why.empty()) value.swap(document);
-  return why;
-}
+std::string WireJsonReader::read(std::string_view text, Json::Value& value) { return state_->read(text, value); }
 
 struct WireJsonWriter::State {
   std::ostringstream stream;

@@ -305,3 +305,86 @@ TEST_F(WireJsonReaderTest, SaysWhyInOneLine) {
     EXPECT_EQ(why.find('\n'), std::string::npos) << why;
   }
 }
+
+TEST_F(WireJsonReaderTest, ReadsOverEveryEarlierDocument) {
+  // Some of the same shape, some nearly so: whatever the value held, it becomes the document and nothing else.
+  const std::string texts[] = {"{}",
+                               "[]",
+                               "null",
+                               "7",
+                               "\"text\"",
+                               R"({"a":1,"b":"x"})",
+                               R"({"a":"1","b":"y"})",
+                               R"({"a":-1,"b":null})",
+                               R"({"a":18446744073709551615,"b":1.5})",
+                               R"({"b":"x","a":1})",
+                               R"({"a":1})",
+                               R"({"a":1,"b":"x","c":true})",
+                               R"({"a":1,"c":"x"})",
+                               R"({"a":{},"b":[]})",
+                               R"({"a":[],"b":{}})",
+                               R"({"a":{"c":[1,2,{"d":"e"}]},"b":[]})",
+                               R"({"a":{"c":[3,4,{"d":"f"}]},"b":[]})",
+                               R"({"a":{"c":[3,4,{"e":"f"}]},"b":[]})",
+                               R"({"a":{"c":[3,4]},"b":[0]})",
+                               R"([1,"x"])",
+                               R"(["1","x\u0000y"])",
+                               R"(["1","x"])",
+                               R"([1])",
+                               R"([[1],[2]])",
+                               R"([{"a":1},[2]])",
+                               R"({"a\u0000":1,"a":2})",
+                               R"({"a":1,"a\u0000":2})"};
+  for (const std::string& before : texts) {
+    for (const std::string& after : texts) {
+      ASSERT_EQ(read(before), "");
+      ASSERT_EQ(read(after), "");
+      expectSame(value_, asJsonCppReads(after), after + " over " + before);
+    }
+  }
+}
+
+TEST_F(WireJsonReaderTest, KeepsTheTreeOfADocumentOfTheSameShape) {
+  ASSERT_EQ(read(R"({"a":{"b":[1,"x"]}})"), "");
+  const Json::Value* const inner = &value_["a"]["b"][1];
+  ASSERT_EQ(read(R"({"a":{"b":["y",2.5]}})"), "");
+  EXPECT_EQ(inner, &value_["a"]["b"][1]);
+  EXPECT_EQ(*inner, Json::Value(2.5));
+}
+
+TEST_F(WireJsonReaderTest, ReadsOverAnArrayWithGaps) {
+  value_ = Json::Value();
+  value_[4] = "last";
+  ASSERT_EQ(value_.size(), 5u);
+  ASSERT_EQ(read("[1,2,3,4,5]"), "");
+  expectSame(value_, asJsonCppReads("[1,2,3,4,5]"), "over gaps");
+}
+
+TEST_F(WireJsonReaderTest, KeepsNoComments) {
+  ASSERT_EQ(read(R"({"a":[1]})"), "");
+  for (int depth = 0; depth < 3; ++depth) {
+    Json::Value& place = depth == 0 ? value_ : depth == 1 ? value_["a"] : value_["a"][0];
+    place.setComment("// of the program's own"s, Json::commentBefore);
+    ASSERT_EQ(read(R"({"a":[1]})"), "");
+    EXPECT_EQ(value_.toStyledString().find("//"), std::string::npos);
+  }
+}
+
+TEST_F(WireJsonReaderTest, LeavesAValueOfTheSameShapeWhenItRefuses) {
+  for (const std::string& refused : {R"({"a":2,"a":3})"s, R"({"a":2,"b":2,"b":3})"s, R"({"a":2,"b":3)"s,
+                                     R"({"a":2,"b":3}x)"s, "{\"a\":2,\"b\":\"\xff\"}"s}) {
+    ASSERT_EQ(read(R"({"a":0,"b":1})"), "");
+    EXPECT_NE(read(refused), "");
+    EXPECT_EQ(value_, asJsonCppReads(R"({"a":0,"b":1})")) << refused;
+  }
+
+  Json::Value deep = 1;  // deeper than any document
+  for (std::size_t i = 65; i-- > 0;) {
+    Json::Value around;
+    i % 2 == 0 ? around["a"] = deep : around.append(deep);
+    deep = around;
+  }
+  value_ = deep;
+  EXPECT_NE(read(mixed(65)), "");
+  EXPECT_EQ(value_, deep);
+}
