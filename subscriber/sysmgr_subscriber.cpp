@@ -1,6 +1,7 @@
 #include "subscriber/sysmgr_subscriber.h"
 
 #include "common/failed_check.h"
+#include "common/kept_value.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"
 
@@ -74,13 +75,14 @@ int SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
   if (client_ == nullptr) return notInitialized(0);  // to a poll loop, nothing was received
   std::string topic;
   int errorCode = 0;
-  Json::Value payload;
-  const int taken = client_->processEvent(item, topic, errorCode, payload);
+  static zel::KeptValue::Slot slot;
+  zel::KeptValue payload(slot);
+  const int taken = client_->processEvent(item, topic, errorCode, *payload);
   if (taken == 0) return 0;
   if (errorCode != 0) {
     Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber: Error receiving message %d", errorCode);
   } else {
-    processNotification(topic, payload);
+    processNotification(topic, *payload);
   }
   return taken;
 }

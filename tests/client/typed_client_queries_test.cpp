@@ -196,6 +196,26 @@ TEST_F(TypedQueries, LetJsonCppsExceptionsOutAndWorkOn) {
   EXPECT_EQ(model.model, BoardModelType::KORVA);
 }
 
+TEST_F(TypedQueries, MayBeMadeWhileARecordIsRead) {
+  struct Asking : BoardModel {
+    explicit Asking(SysMgrClient& asked) : client(asked) {}
+    int Deserialize(Json::Value& root) override {
+      SysParameters parameters;
+      EXPECT_EQ(client.getStoredParameters(parameters), 0);
+      EXPECT_EQ(parameters.rtspTcpPort, 5004U);
+      return BoardModel::Deserialize(root);
+    }
+    SysMgrClient& client;
+  };
+  for (int i = 0; i < 3; ++i) {
+    daemon_.answer(R"({"board-model": {"model": "KORVA"}})");
+    daemon_.answer(R"({"stored": {"rtsp": {"tcp-port": 5004}}})");
+    Asking model(client_);
+    EXPECT_EQ(client_.getBoardModel(model), 0);
+    EXPECT_EQ(model.model, BoardModelType::KORVA);
+  }
+}
+
 TEST_F(TypedQueries, LeaveARecordUntouchedOnFailure) {
   daemon_.answer(R"({"status": -5, "board-model": {"model": "KORVA", "module": "SDI-TR04"}})");
   BoardModel model;
