@@ -1,19 +1,18 @@
 // The frames of an answer, as a hostile daemon sends them: a request never ends in anything but a status, a refused
 // answer leaves the caller's value alone, and the client works on.
 //
-// The input is cut into frames at each 0xff byte, which no UTF-8 text holds. The peer sits at an in-process endpoint,
-// which a request reaches as it would reach TCP.
+// The peer sits at an in-process endpoint, which a request reaches as it would reach TCP.
 
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 #include <zmq.hpp>
 
 #include "common/client_json_api.h"
 #include "common/status.h"
+#include "fuzz/frames.h"
 
 namespace {
 
@@ -24,18 +23,6 @@ class Client final : public ClientJsonApi {
   std::string getIpcConnectAddress() override { return kAddress; }
   int getClientTimeout() override { return 10000; }
 };
-
-std::vector<std::string> framesOf(std::string_view input) {
-  std::vector<std::string> frames(1);
-  for (const char byte : input) {
-    if (byte == '\xff') {
-      frames.emplace_back();
-    } else {
-      frames.back() += byte;
-    }
-  }
-  return frames;
-}
 
 /// Takes one request of two frames and answers it with the given ones.
 void answer(zmq::socket_t& daemon, const std::vector<std::string>& frames) {
@@ -51,9 +38,7 @@ void answer(zmq::socket_t& daemon, const std::vector<std::string>& frames) {
   for (std::size_t i = 0; i < envelope.size() - kRequestFrames; ++i) {
     daemon.send(envelope[i], zmq::send_flags::sndmore);
   }
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    daemon.send(zmq::buffer(frames[i]), i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none);
-  }
+  zel::fuzz::send(daemon, frames);
 }
 
 }  // namespace
@@ -70,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const int ready = client.init(context);
   if (ready != 0) std::abort();
 
-  const std::vector<std::string> frames = framesOf({reinterpret_cast<const char*>(data), size});
+  const std::vector<std::string> frames = zel::fuzz::framesOf({reinterpret_cast<const char*>(data), size});
   std::thread peer([&frames] { answer(daemon, frames); });
   IpcMsg request(0);
   Json::Value reply("untouched");
