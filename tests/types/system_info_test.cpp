@@ -8,7 +8,7 @@ namespace {
 template <class Record>
 class DaemonFields : public ::testing::Test {};
 using Records = ::testing::Types<SystemBasicInfo, NetworkStackStatus>;
-TYPED_TEST_SUITE(DaemonFields, Records);
+TYPED_TEST_SUITE(DaemonFields, Records, );
 
 TYPED_TEST(DaemonFields, ANewOneHoldsNothingAndWritesNothing) {
   EXPECT_TRUE(TypeParam().fields.isNull());
