@@ -1,6 +1,7 @@
 #include "client/sysmgr_jsonApi.h"
 
 #include <utility>
+#include <vector>
 
 #include "common/failed_check.h"
 #include "common/ipc_msg.h"
@@ -8,8 +9,10 @@
 using zel::checked;
 
 int SysMgrCommands::getCommandNameStr(sysmgr_msg_t id, std::string& name) {
-  // The texts are the daemon's own, capitals included.
-  static const std::pair<int, std::string> command_table[] = {
+  using Row = std::pair<int, std::string>;
+  // The texts are the daemon's own, capitals included. Never destroyed: a request that fails while the process ends
+  // still names its command.
+  static const std::vector<Row>& command_table = *new const std::vector<Row>{
       {SYSMGR_GET_STORED_PARAMETERS, "GET Stored parameters"},
       {SYSMGR_GET_DYNAMIC_PARAMETERS, "GET Dynamic Parameters"},
       {SYSMGR_SET_PARAMETER, "SET stored parameters"},
