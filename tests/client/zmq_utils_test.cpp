@@ -221,6 +221,7 @@ TEST(ZmqUtils, EndsTheProcessWhenTheLastLineCannotBeLogged) {
 }
 
 TEST(ZmqUtils, LeavesTheParentsContextAloneInAForkedChild) {
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   zmq::socket_t open(context, zmq::socket_type::pair);  // the end of the context would wait for it
   ChildProcess untouched = ChildProcess::call([] { return 0; });

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <memory>
 #include <random>
 
 #include "common/client_json_api.h"
@@ -30,10 +31,11 @@ using zel::test::TestClient;
 
 namespace {
 
-constexpr const char* kNotSentAdvice =
-    "no daemon took it at tcp://127.0.0.1:5556 within 300 ms. Is the system manager running?";
-constexpr const char* kNoAnswerAdvice =
-    "no answer came within 300 ms. The daemon may have acted on it: read the state back before you repeat it.";
+const std::string kWithin = " within " + std::to_string(TestClient::kTimeout.count()) + " ms";
+const std::string kNotSentAdvice =
+    "no daemon took it at tcp://127.0.0.1:5556" + kWithin + ". Is the system manager running?";
+const std::string kNoAnswerAdvice =
+    "no answer came" + kWithin + ". The daemon may have acted on it: read the state back before you repeat it.";
 
 void expectNotSent(TestClient& client, const Outcome& outcome) {
   expectFailure(client, outcome, -102, kNotSentAdvice);
@@ -97,20 +99,35 @@ TEST_F(RequestFault, ADaemonThatStartsDuringTheWaitAnswers) {
   EXPECT_LT(outcome.took, milliseconds(300 * kSlowdown));
 }
 
+namespace {
+
+testing::Matcher<int> codesOf(RawBehaviour behaviour) {
+  switch (behaviour) {
+    // A peer that shakes hands gets the request.
+    case RawBehaviour::kHugeFrameLength:
+    case RawBehaviour::kOverSizeFrame:
+    case RawBehaviour::kEndlessFrames: return testing::Eq(-103);
+    // What never spoke ZeroMQ's protocol is taken for an old version of it, and gets the request too, unless the
+    // connection is found broken before.
+    case RawBehaviour::kRandomBytes:
+    case RawBehaviour::kHttpAnswer: return testing::AnyOf(-102, -103);
+    default: return testing::Eq(-102);
+  }
+}
+
+}  // namespace
+
 class PeerFault : public RequestFault, public testing::WithParamInterface<RawBehaviour> {};
 INSTANTIATE_TEST_SUITE_P(Kinds, PeerFault, testing::ValuesIn(kAllRawBehaviours), testing::PrintToStringParamName());
 
 TEST_P(PeerFault, IsNoDaemon) {
-  // A peer that shakes hands gets the request. One that does not even try to speak ZeroMQ's protocol is taken for an
-  // old version of it, and gets the request too.
-  const bool sent = GetParam() == RawBehaviour::kRandomBytes || GetParam() == RawBehaviour::kHttpAnswer ||
-                    GetParam() == RawBehaviour::kHugeFrameLength || GetParam() == RawBehaviour::kOverSizeFrame ||
-                    GetParam() == RawBehaviour::kEndlessFrames;
   const long before = heldMemory();
   {
     const RawPeer peer(GetParam());
     for (int round = 0; round < 2; ++round) {
-      sent ? expectNoAnswer(client_, client_.send(3)) : expectNotSent(client_, client_.send(3));
+      const Outcome outcome = client_.send(3);
+      EXPECT_THAT(outcome.code, codesOf(GetParam()));
+      outcome.code == -103 ? expectNoAnswer(client_, outcome) : expectNotSent(client_, outcome);
     }
   }
   const long grown = heldMemory() - before;
@@ -162,9 +179,9 @@ TEST_F(AnswerFault, AFloodOfAnswersToOtherRequestsDoesNotLengthenTheWait) {
 
 TEST_F(AnswerFault, NoAnswerIsEverTakenForAnothers) {
   // Each answer comes twice, and later than the client waits in every second case: so answers come out of order.
-  std::mt19937 generator(1);
-  daemon_.onRequest([&generator](const Request& request) {
-    const auto delay = [&generator] { return milliseconds(generator() % 12); };
+  const auto generator = std::make_shared<std::mt19937>(1);
+  daemon_.onRequest([generator](const Request& request) {
+    const auto delay = [&generator] { return milliseconds((*generator)() % 12); };
     return std::vector<Answer>{Answer(request.body).after(delay()), Answer(request.body).after(delay())};
   });
   TestClient client(context_, milliseconds(6 * kSlowdown));
@@ -199,7 +216,7 @@ TEST_F(AnswerFault, AnAnswerOfMoreThanOneFrameCannotBeUsed) {
     daemon_.answer(frames);
     const Outcome outcome = client_.send(3);
     expectFailure(client_, outcome, -104, "was answered, but the answer cannot be used: it has more than one frame.");
-    expectAtOnce(client_, outcome);
+    expectAtOnce(outcome);
     expectWorking();
   }
 }
@@ -232,7 +249,7 @@ TEST_F(AnswerFault, AnAnswerThatIsNoJsonObjectCannotBeUsed) {
     daemon_.answer(text);
     const Outcome outcome = client_.send(3);
     expectFailure(client_, outcome, -104, "\"command 3\" was answered, but the answer cannot be used: ");
-    expectAtOnce(client_, outcome);
+    expectAtOnce(outcome);
     expectWorking();
   }
 }
@@ -240,7 +257,8 @@ TEST_F(AnswerFault, AnAnswerThatIsNoJsonObjectCannotBeUsed) {
 TEST_F(AnswerFault, AnAnswerOverTheSizeLimitCountsAsNone) {
   const std::string most = "{\"a\":\"" + std::string(1024 * 1024 - 8, 'x') + "\"}";
   daemon_.answer(most);
-  EXPECT_EQ(client_.send(3).code, 0);
+  TestClient patient(context_, zel::test::kSoon);
+  EXPECT_EQ(patient.send(3).code, 0);
   daemon_.answer(most + " ");
   expectNoAnswer(client_, client_.send(3));
   expectWorking();

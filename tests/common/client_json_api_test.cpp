@@ -25,7 +25,7 @@ class ClientJsonApiTest : public testing::Test {
  protected:
   ScriptedDaemon daemon_;
   zmq::context_t context_;
-  TestClient client_{context_};
+  TestClient client_{context_, zel::test::kSoon};
 };
 
 Json::Value object(const char* key, const Json::Value& value) {
@@ -143,7 +143,7 @@ TEST_F(ClientJsonApiTest, TakesNoStatusButAnInteger) {
     daemon_.answer("{\"status\":" + std::string(status) + "}");
     const Outcome outcome = client_.send(0);
     expectFailure(client_, outcome, -104, "its status is not an integer");
-    expectAtOnce(client_, outcome);
+    expectAtOnce(outcome);
   }
   EXPECT_EQ(client_.send(0).code, 0);
 }
@@ -211,7 +211,7 @@ TEST_F(ClientJsonApiTest, SendsNothingThatCannotBeWritten) {
     const Outcome outcome = client_.send(2, body);
     expectFailure(client_, outcome, -105, "\"command 2\" was not sent: its body cannot be written as JSON text: ");
     EXPECT_THAT(client_.lastError().text, HasSubstr(why));
-    expectAtOnce(client_, outcome);
+    expectAtOnce(outcome);
   }
   EXPECT_EQ(client_.send(3).code, 0);
   EXPECT_EQ(daemon_.requestCount(), 1u) << "something that is no request left";
@@ -232,7 +232,7 @@ TEST(ClientJsonApi, IsNotUsableBeforeInit) {
   TestClient client;
   const Outcome outcome = client.send(3);
   expectFailure(client, outcome, -100, "\"command 3\" was not sent: the client is not connected. Call init first.");
-  expectAtOnce(client, outcome);
+  expectAtOnce(outcome);
   EXPECT_EQ(daemon.requestCount(), 0u);
 }
 

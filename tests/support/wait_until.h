@@ -6,17 +6,25 @@
 namespace zel::test {
 
 // The sanitizers slow the code and the start of processes down; upper limits of time are this much longer under them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kSlowdown = 10;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr int kSlowdown = 10;
+#if defined(__has_feature)
+#define ZEL_HAS_FEATURE(name) __has_feature(name)
 #else
-constexpr int kSlowdown = 1;
+#define ZEL_HAS_FEATURE(name) 0
 #endif
+#if defined(__SANITIZE_THREAD__) || ZEL_HAS_FEATURE(thread_sanitizer)
+constexpr bool kThreadSanitizer = true;
 #else
-constexpr int kSlowdown = 1;
+constexpr bool kThreadSanitizer = false;
 #endif
+#if defined(__SANITIZE_ADDRESS__) || ZEL_HAS_FEATURE(address_sanitizer)
+constexpr bool kAddressSanitizer = true;
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+constexpr int kSlowdown = kThreadSanitizer || kAddressSanitizer ? 10 : 1;
+
+/// Why a test that makes threads in a fork of a process with threads is skipped.
+constexpr const char* kNoThreadsAfterFork = "the thread sanitizer ends a process that makes threads after such a fork";
 
 /// For what happens soon or never: far longer than it takes on a loaded machine, and only waited for in full by a test
 /// that fails.
