@@ -4,6 +4,7 @@
 #include <charconv>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "common/wire_json.h"
 #include "simulator/refusal.h"
@@ -262,7 +263,7 @@ std::string FaultRule::help() {
       "  --fault-rule 'do=delay command=2 ms=300 times=3'\n"
       "  --fault-rule 'do=refuse command=6 status=-5 text=\"not today\" times=always'\n"
       "  --fault-rule 'do=wrong-type command=0 member=stored/rtsp/tcp-port'\n"
-      "  --fault FILE: one a line, # starts a comment\n";
+      "  --fault FILE: one a line, # starts a comment; on SIGUSR1 the file's orders replace those before\n";
   return text;
 }
 
@@ -274,6 +275,11 @@ void FaultRule::applyTo(Exchange& exchange) const {
 void FaultInjector::add(const FaultRule& rule) {
   const std::lock_guard<std::mutex> lock(mutex_);
   rules_.push_back(rule);
+}
+
+void FaultInjector::replaceAll(std::vector<FaultRule> rules) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  rules_ = std::move(rules);
 }
 
 Exchange FaultInjector::next(unsigned int id) {

@@ -65,6 +65,7 @@ class FaultRule {
 class FaultInjector {
  public:
   void add(const FaultRule& rule);
+  void replaceAll(std::vector<FaultRule> rules);
   Exchange next(unsigned int id);
 
  private:

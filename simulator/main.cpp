@@ -17,13 +17,13 @@ constexpr int kWrongUsage = 2;
 
 Simulator* running = nullptr;
 
-extern "C" void onStopSignal(int) { running->stop(); }
+extern "C" void onSignal(int signal) { signal == SIGUSR1 ? running->reloadFaults() : running->stop(); }
 
-void stopOnSignals(Simulator& simulator) {
+void obeySignals(Simulator& simulator) {
   running = &simulator;
   struct sigaction action = {};
-  action.sa_handler = onStopSignal;
-  for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+  action.sa_handler = onSignal;
+  for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
 }
 
 void say(const std::string& text) { std::fprintf(stderr, "sysmgr-sim: %s\n", text.c_str()); }
@@ -44,7 +44,6 @@ std::string joined(const std::vector<std::string>& texts) {
 int main(int argc, char** argv) {
   std::string modelText = "ORVEN_AES67";
   std::string stateFile;
-  std::string faultFile;
   std::vector<std::string> faultRules;
   bool live = false;
   unsigned int liveMs = 1000;
@@ -58,7 +57,7 @@ int main(int argc, char** argv) {
   app.add_option("--state", stateFile, "JSON state document, or a piece of one, to start with")->type_name("FILE");
   app.add_option("--store", options.storeFile, "Keeps stored parameters and whitelist across restarts")
       ->type_name("FILE");
-  app.add_option("--fault", faultFile, "Orders to misbehave, one a line")->type_name("FILE");
+  app.add_option("--fault", options.faultFile, "Orders to misbehave, one a line")->type_name("FILE");
   app.add_option("--fault-rule", faultRules, "An order to misbehave; may be repeated")->type_name("RULE")->take_all();
   app.add_flag("--live", live, "Temperature, fan and interfaces move and are published");
   app.add_option("--live-interval", liveMs, "How often they move (1000); implies --live")
@@ -85,11 +84,6 @@ int main(int argc, char** argv) {
     if (const std::string why = zel::sim::readJsonFile(stateFile, document); !why.empty()) return fail(why);
     if (const auto why = options.board.applyState(document)) return fail(stateFile + ": " + why.text);
   }
-  if (!faultFile.empty()) {
-    if (const std::string why = zel::sim::FaultRule::parseFile(faultFile, options.faults); !why.empty()) {
-      return fail(why);
-    }
-  }
   for (const std::string& text : faultRules) {
     zel::sim::FaultRule rule;
     if (const std::string why = zel::sim::FaultRule::parse(text, rule); !why.empty()) {
@@ -104,7 +98,7 @@ int main(int argc, char** argv) {
 
   const std::string name = BoardModelType::toText(options.board.model().model);
   Simulator simulator(std::move(options));
-  stopOnSignals(simulator);
+  obeySignals(simulator);
   if (const std::string why = simulator.open(); !why.empty()) return fail(why);
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", name.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());

@@ -48,7 +48,6 @@ struct Simulator::Request {
 
 Simulator::Simulator(SimulatorOptions options)
     : options_(std::move(options)), wakeUp_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-  for (const FaultRule& rule : options_.faults) faults_.add(rule);
   if (!options_.storeFile.empty()) store_.emplace(options_.storeFile);
 }
 
@@ -62,6 +61,7 @@ std::string Simulator::publishEndpoint() { return SysmgrPublisher::kEndpoint; }
 
 std::string Simulator::open() {
   if (wakeUp_ < 0) return "no event descriptor can be made";
+  if (std::string why = readFaultFile(options_.faults); !why.empty()) return why;
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
   return openStore();
@@ -115,6 +115,16 @@ std::string Simulator::listen() {
 }
 
 void Simulator::stop() noexcept {
+  stopping_ = true;
+  wakeUp();
+}
+
+void Simulator::reloadFaults() noexcept {
+  reloading_ = true;
+  wakeUp();
+}
+
+void Simulator::wakeUp() noexcept {
   const eventfd_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wakeUp_, &one, sizeof one);  // fails only when it is woken already
 }
@@ -130,10 +140,30 @@ void Simulator::run() {
       if (zmq_errno() == EINTR) continue;
       return;
     }
-    if (items[1].revents != 0) return;
+    if (items[1].revents != 0 && !goesOn()) return;
     if (items[0].revents != 0) receiveAll();
     runTimers();
   }
+}
+
+/// What it was woken up for. @return whether it serves on
+bool Simulator::goesOn() {
+  eventfd_t count = 0;
+  eventfd_read(wakeUp_, &count);
+  if (stopping_) return false;
+  if (reloading_.exchange(false)) {
+    if (const std::string why = readFaultFile({}); !why.empty() && options_.tell) options_.tell(why);
+  }
+  return true;
+}
+
+/// Has the orders of the file, behind the given ones, replace those that there are.
+std::string Simulator::readFaultFile(std::vector<FaultRule> rules) {
+  if (!options_.faultFile.empty()) {
+    if (std::string why = FaultRule::parseFile(options_.faultFile, rules); !why.empty()) return why;
+  }
+  faults_.replaceAll(std::move(rules));
+  return {};
 }
 
 // --- time

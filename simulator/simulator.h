@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -18,11 +19,12 @@
 namespace zel::sim {
 
 struct SimulatorOptions {
-  Board board;                                    ///< as it is when the simulator starts
-  std::string storeFile;                          ///< keeps the board's state across restarts; empty: nothing is kept
-  std::chrono::milliseconds liveInterval{0};      ///< how often the board moves on by itself; 0: never
-  std::vector<FaultRule> faults;                  ///< how it misbehaves
-  std::function<void(const std::string&)> tell;   ///< receives the messages for people that the start has
+  Board board;                                   ///< as it is when the simulator starts
+  std::string storeFile;                         ///< keeps the board's state across restarts; empty: nothing is kept
+  std::chrono::milliseconds liveInterval{0};     ///< how often the board moves on by itself; 0: never
+  std::vector<FaultRule> faults;                 ///< how it misbehaves
+  std::string faultFile;                         ///< more of that, read at the start and by `reloadFaults`; empty: none
+  std::function<void(const std::string&)> tell;  ///< receives the messages for people that the start has
   std::function<void(const std::string&)> trace;  ///< receives a line for each request; empty: none
 };
 
@@ -30,8 +32,8 @@ struct SimulatorOptions {
 ///
 /// A request is carried out, put into the store, published and then answered, in this order: who has the answer knows
 /// that the change is in force and that its notification is on the way.
-/// Threads: `stop` and `misbehave` may be called from any thread, `stop` from a signal handler too; everything else
-/// from one thread.
+/// Threads: `stop`, `reloadFaults` and `misbehave` may be called from any thread, the first two from a signal handler
+/// too; everything else from one thread.
 class Simulator {
  public:
   explicit Simulator(SimulatorOptions options);
@@ -45,6 +47,8 @@ class Simulator {
   /// Serves until `stop` is called, which may have been before.
   void run();
   void stop() noexcept;
+  /// Has the orders of the fault file replace those that there are. A file with a mistake replaces none.
+  void reloadFaults() noexcept;
 
   /// Gives one more order to misbehave.
   void misbehave(const FaultRule& rule);
@@ -58,6 +62,9 @@ class Simulator {
 
   std::string openStore();
   std::string listen();
+  void wakeUp() noexcept;
+  bool goesOn();
+  std::string readFaultFile(std::vector<FaultRule> rules);
   void receiveAll();
   bool receive(std::vector<std::string>& frames);
   void take(std::vector<std::string> frames);
@@ -79,6 +86,8 @@ class Simulator {
   FaultInjector faults_;
   std::optional<Store> store_;
   int wakeUp_;  ///< an eventfd
+  std::atomic<bool> stopping_{false};
+  std::atomic<bool> reloading_{false};
   zmq::context_t context_;
   zmq::socket_t requests_;
   zmq::socket_t publisher_;

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/temporary_folder.h"
@@ -163,6 +164,12 @@ TEST(FaultRule, IsReadFromAFile) {
   EXPECT_THAT(FaultRule::parseFile(path, rules), HasSubstr(path + ", line 2: do=dance"));
   EXPECT_EQ(rules.size(), 2U);
   EXPECT_THAT(FaultRule::parseFile(folder.file("none"), rules), HasSubstr("cannot be read"));
+}
+
+TEST(FaultRule, IsDocumentedAsItsHelpSays) {
+  std::ifstream file(ZEL_SOURCE_DIR "/docs/simulator.md");
+  const std::string page{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_THAT(page, HasSubstr(FaultRule::help()));
 }
 
 }  // namespace

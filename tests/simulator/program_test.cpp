@@ -176,6 +176,31 @@ TEST(SysmgrSim, ShowsRequestsWhenItIsAskedTo) {
   EXPECT_THAT(board.errors(), HasSubstr("sysmgr-sim: 3 \"GET Board Model\""));
 }
 
+TEST(SysmgrSim, ReadsItsFaultsAgainOnASignal) {
+  const TemporaryFolder folder;
+  const std::string faults = folder.file("faults");
+  write(faults, "");
+  ChildProcess board = startBoard({"--fault", faults});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  zmq::context_t context;
+  TestClient client(context);
+  EXPECT_EQ(client.send(3).code, 0);
+
+  write(faults, "do=refuse status=-9 times=always\n");
+  board.signal(SIGUSR1);
+  EXPECT_TRUE(zel::test::waitUntil([&] { return client.send(3).code == -9; }));
+
+  write(faults, "do=dance\n");  // a mistake changes nothing
+  board.signal(SIGUSR1);
+  EXPECT_TRUE(
+      zel::test::waitUntil([&] { return board.errors().find(faults + ", line 1: do=dance") != std::string::npos; }));
+  EXPECT_EQ(client.send(3).code, -9);
+
+  write(faults, "");
+  board.signal(SIGUSR1);
+  EXPECT_TRUE(zel::test::waitUntil([&] { return client.send(3).code == 0; }));
+}
+
 TEST(SysmgrSim, MovesOnRequest) {
   const TemporaryFolder folder;
   ChildProcess board = startBoard({"--live-interval", "10"});
