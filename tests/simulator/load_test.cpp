@@ -76,7 +76,7 @@ TEST(LoadedBoard, LosesAndCrossesNoAnswer) {
   EXPECT_EQ(counts.lost, 0U);
   EXPECT_EQ(counts.crossed, 0U);
   zmq::context_t context;
-  TestClient client(context);
+  TestClient client(context, zel::test::kSoon);
   const unsigned int last = at(client.send(0).reply, "stored/cfg/offset-from-master-threshold").asUInt();
   EXPECT_EQ((last - 100000) % changes, 0U) << last << " is no client's last value";
   ASSERT_GT(before, 0);

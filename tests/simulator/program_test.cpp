@@ -84,7 +84,7 @@ TEST(SysmgrSim, EndsCleanlyOnASignal) {
     ASSERT_TRUE(board.waitForOutput(kReady));
     EXPECT_EQ(board.output(), std::string("sysmgr-sim: ZIRC") + kReady);
     zmq::context_t context;
-    TestClient client(context);
+    TestClient client(context, kSoon);
     EXPECT_EQ(client.send(3).reply["board-model"]["model"], "ZIRC");
     board.signal(signal);
     EXPECT_EQ(board.wait(), 0);
@@ -110,7 +110,7 @@ TEST(SysmgrSim, StartsFromAStateFile) {
   ChildProcess board = startBoard({"--state", folder.file("state")});
   ASSERT_TRUE(board.waitForOutput(std::string("MERIX") + kReady));
   zmq::context_t context;
-  TestClient client(context);
+  TestClient client(context, kSoon);
   EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), 5004U);
 }
 
@@ -154,7 +154,7 @@ TEST(SysmgrSim, SetsADamagedStoreAside) {
     EXPECT_THAT(board.errors(), HasSubstr(store + " is damaged"));
     EXPECT_THAT(board.errors(), HasSubstr(store + ".damaged-" + number));
     zmq::context_t context;
-    TestClient client(context);
+    TestClient client(context, kSoon);
     EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), 8554U);
     EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, 0);
     board.kill();
@@ -167,7 +167,7 @@ TEST(SysmgrSim, ShowsRequestsWhenItIsAskedTo) {
   ChildProcess board = startBoard({"--verbose", "--fault-rule", "do=refuse command=2 status=-5 text=\"not today\""});
   ASSERT_TRUE(board.waitForOutput(kReady));
   zmq::context_t context;
-  TestClient client(context);
+  TestClient client(context, kSoon);
   EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, -5);
   EXPECT_EQ(client.lastError().text, "not today");
   EXPECT_EQ(client.send(3).code, 0);
@@ -183,7 +183,7 @@ TEST(SysmgrSim, ReadsItsFaultsAgainOnASignal) {
   ChildProcess board = startBoard({"--fault", faults});
   ASSERT_TRUE(board.waitForOutput(kReady));
   zmq::context_t context;
-  TestClient client(context);
+  TestClient client(context, kSoon);
   EXPECT_EQ(client.send(3).code, 0);
 
   write(faults, "do=refuse status=-9 times=always\n");
@@ -224,8 +224,9 @@ TEST_P(SysmgrSimCrash, LeavesTheStoreAsItShould) {
   write(folder.file("faults"), std::string("do=") + GetParam().fault + " command=2\n");
   const std::string store = folder.file("store");
   zmq::context_t context;
-  TestClient client(context);
   {
+    const bool answered = GetParam().code == 0;
+    TestClient client(context, answered ? kSoon : std::chrono::milliseconds(1000));
     ChildProcess board = startBoard({"--store", store, "--fault", folder.file("faults")});
     ASSERT_TRUE(board.waitForOutput(kReady));
     EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, GetParam().code);
@@ -233,6 +234,7 @@ TEST_P(SysmgrSimCrash, LeavesTheStoreAsItShould) {
   }
   ChildProcess board = startBoard({"--store", store});
   ASSERT_TRUE(board.waitForOutput(kReady));
+  TestClient client(context, kSoon);
   EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), GetParam().port);
 }
 
