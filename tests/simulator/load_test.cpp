@@ -13,7 +13,6 @@
 
 namespace {
 
-using testing::HasSubstr;
 using zel::test::at;
 using zel::test::ChildProcess;
 using zel::test::kReady;
