@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <list>
 
 #ifndef SYSMGRCTL_VERSION
@@ -12,9 +11,6 @@
 namespace zel::ctl {
 
 namespace {
-
-constexpr double kShortestWait = 0.001;   ///< s
-constexpr double kLongestWait = 1000000;  ///< s; in milliseconds it still is an int
 
 /// The parser of a command and the places for what it reads. The parser knows the options; the words behind them are
 /// handed out here.
@@ -133,15 +129,6 @@ Call::Values valuesOf(const Parser& parser) {
   return values;
 }
 
-std::optional<double> readWait(const std::string& text) {
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-  const bool fits = error == std::errc() && rest == end && seconds >= kShortestWait && seconds <= kLongestWait;
-  if (!fits) throw usage("--wait: '" + text + "' is not a number of seconds above 0");
-  return seconds;
-}
-
 }  // namespace
 
 std::string helpOf(const Command* command) {
@@ -224,7 +211,7 @@ Request parseArguments(int argc, char** argv) {
     const std::string name = nameOfChosen();
     throw wrongUsage(name.empty() ? "no command is given" : "'" + name + "' needs a command behind it", name, "");
   }
-  if (waitOption->count() > 0) request.common.wait = readWait(wait);
+  if (waitOption->count() > 0) request.common.wait = parseSeconds("--wait", wait);
   parser->words.insert(parser->words.end(), plainWords.begin(), plainWords.end());
   request.command = parser->command;
   request.values = valuesOf(*parser);

@@ -1,11 +1,11 @@
 #include "cli/board.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
+#include "cli/output.h"
 #include "client/zmq_utils.h"
 
 namespace zel::ctl {
@@ -61,6 +61,17 @@ Json::Value unwrapped(const Json::Value& answer) {
   return isWrapped ? *answer.begin() : answer;
 }
 
+double parseSeconds(const char* option, const std::string& text) {
+  constexpr double kShortest = 0.001;
+  constexpr double kLongest = 1000000;  // in milliseconds it still is an int
+  double seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+  const bool fits = error == std::errc() && rest == end && seconds >= kShortest && seconds <= kLongest;
+  if (!fits) throw usage(std::string(option) + ": '" + text + "' is not a number of seconds above 0");
+  return seconds;
+}
+
 Deadline::Deadline(double seconds)
     : end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000.0))) {
   char text[32];
@@ -97,7 +108,7 @@ Json::Value Board::exchange(Purpose purpose, const std::string& action, const Ca
   }
   const Json::Value& remark = reply["error"];
   if (reply["status"].asInt() > 0 && remark.isString()) {
-    std::fprintf(stderr, "sysmgrctl: the daemon remarks: %s\n", remark.asCString());
+    std::fprintf(stderr, "sysmgrctl: the daemon remarks: %s\n", cellOf(remark).c_str());
   }
   for (const char* member : kReplyMembers) reply.removeMember(member);
   return reply;

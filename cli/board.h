@@ -14,6 +14,9 @@
 
 namespace zel::ctl {
 
+/// A time in seconds, from a millisecond up, as an option takes it. @throws Failure when the text is none
+double parseSeconds(const char* option, const std::string& text);
+
 /// The end of a command's time, which all its requests share.
 class Deadline {
  public:

@@ -78,7 +78,7 @@ const KeyType kInterfaceOrAll = {"interface|all", text, wholeBoard};
 const KeyType kInterface = {"interface", text, nullptr};
 const KeyType kInterfaceConfig = {"configuration", parseInterface, nullptr};
 
-constexpr KeyRoute kBlock = KeyRoute::kBlock;
+constexpr KeyRoute kBlock = KeyRoute::kBlock;  // the table stays readable
 
 std::string lastStep(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 std::string firstStep(const std::string& path) { return path.substr(0, path.find('/')); }
@@ -156,35 +156,33 @@ const Key& keyOf(const std::string& path) {
                 guess.empty() ? "'sysmgrctl set --list' lists the keys" : guess);
 }
 
-Json::Value setKeys(Board& board, const Words& keysAndValues) {
-  // Everything is read before anything is sent, so that a slip in the last value leaves the first ones unset.
-  struct Assignment {
-    const Key& key;
-    Json::Value value;
-  };
+namespace {
+
+struct Assignment {
+  const Key& key;
+  Json::Value value;
+};
+
+/// Reads everything before anything is sent, so that a slip in the last value leaves the first ones unset.
+std::vector<Assignment> assignmentsOf(const Words& keysAndValues) {
   std::vector<Assignment> assignments;
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     const Key& key = keyOf(keysAndValues[i]);
     assignments.push_back({key, typedValue(key, keysAndValues[i + 1])});
+    if (key.route == KeyRoute::kIdentify && keysAndValues.size() > 2) {
+      throw usage(std::string(key.path) + " is a command of its own: set it alone");
+    }
   }
-  if (keysAndValues.size() % 2 != 0) {
-    throw usage(keyOf(keysAndValues.back()).path + std::string(" has no value"),
-                "sysmgrctl set KEY VALUE [KEY VALUE ...]");
-  }
+  if (keysAndValues.size() % 2 == 0) return assignments;
+  throw usage(keyOf(keysAndValues.back()).path + std::string(" has no value"),
+              "sysmgrctl set KEY VALUE [KEY VALUE ...]");
+}
 
+Json::Value requestOf(Board& board, const std::vector<Assignment>& assignments) {
   Json::Value request(Json::objectValue);
   Json::Value stored;
-  Json::Value result(Json::objectValue);
-  std::string names;
-  Board::Command command = &SysMgrJsonClient::setSysMgrParameter;
   for (const auto& [key, value] : assignments) {
-    result[key.path] = value;
-    names += (names.empty() ? "" : ", ") + std::string(key.path);
-    if (key.route == KeyRoute::kIdentify) {
-      if (assignments.size() > 1) throw usage(std::string(key.path) + " is a command of its own: set it alone");
-      command = &SysMgrJsonClient::setIdentifyLeds;
-    }
-    if (key.route != kBlock) {
+    if (key.route != KeyRoute::kBlock) {
       request[key.request] = value;
       continue;
     }
@@ -192,8 +190,24 @@ Json::Value setKeys(Board& board, const Words& keysAndValues) {
     if (!request.isMember(key.request)) request[key.request] = stored[firstStep(key.path)];
     request[key.request][lastStep(key.path)] = value;
   }
-  board.send("set " + names, command, request);
-  return result;
+  return request;
+}
+
+}  // namespace
+
+Json::Value setKeys(Board& board, const Words& keysAndValues) {
+  const std::vector<Assignment> assignments = assignmentsOf(keysAndValues);
+  Json::Value values(Json::objectValue);
+  std::string names;
+  Board::Command command = &SysMgrJsonClient::setSysMgrParameter;
+  for (const auto& [key, value] : assignments) {
+    values[key.path] = value;
+    names += names.empty() ? "" : ", ";
+    names += key.path;
+    if (key.route == KeyRoute::kIdentify) command = &SysMgrJsonClient::setIdentifyLeds;
+  }
+  board.send("set " + names, command, requestOf(board, assignments));
+  return values;
 }
 
 bool parseSwitch(const std::string& text) {

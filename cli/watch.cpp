@@ -115,15 +115,55 @@ std::vector<Watched> chosen(const Words& names) {
   return watched;
 }
 
-template <class Number>
-std::optional<Number> positive(const Call& call, const char* option) {
-  if (!call.has(option)) return std::nullopt;
-  const std::string text = call.word(option);
-  Number number{};
-  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool fits = error == std::errc() && rest == text.data() + text.size() && number > 0;
-  if (!fits) throw usage(std::string(option) + ": '" + text + "' is not a number above 0");
-  return number;
+long countOf(const Call& call) {
+  if (!call.has("--count")) return std::numeric_limits<long>::max();
+  const std::string text = call.word("--count");
+  long count = 0;
+  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  const bool fits = error == std::errc() && rest == text.data() + text.size() && count > 0;
+  if (!fits) throw usage("--count: '" + text + "' is not a number above 0");
+  return count;
+}
+
+/// When watching ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
+class End {
+ public:
+  explicit End(const Call& call) : call_(call) {
+    if (call.has("--timeout")) timeOut_.emplace(parseSeconds("--timeout", call.word("--timeout")));
+  }
+
+  /// @return whether the time-out is over
+  /// @throws Failure when that is too early
+  bool hasCome() const {
+    if (call_.common.wait && call_.deadline.isOver()) {
+      throw Failure(Exit::kTimeOut, "the " + call_.deadline.text() + " of this command are over");
+    }
+    if (!timeOut_ || !timeOut_->isOver()) return false;
+    if (!call_.has("--count")) return true;
+    throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call_.word("--count") + " changes have come");
+  }
+
+  /// ms; -1: for ever
+  long left() const {
+    long left = timeOut_ ? static_cast<long>(timeOut_->left().count()) : -1;
+    if (!call_.common.wait) return left;
+    const auto whole = static_cast<long>(call_.deadline.left().count());
+    return left < 0 ? whole : std::min(left, whole);
+  }
+
+ private:
+  const Call& call_;
+  std::optional<Deadline> timeOut_;
+};
+
+/// Takes one notification, if there is one. One that cannot be read is reported, and the next may be better.
+bool takeOne(ChangePrinter& printer, const zmq_pollitem_t& item) {
+  try {
+    return printer.processEvent(item) != 0;
+  } catch (const Json::Exception& mismatch) {
+    std::fprintf(stderr, "sysmgrctl: a notification cannot be read: a value has the wrong type: %s\n", mismatch.what());
+    return true;
+  }
 }
 
 }  // namespace
@@ -136,11 +176,8 @@ Words watchableDocuments() {
 
 void runWatch(Call& call) {
   const std::vector<Watched> watched = chosen(call.words("DOCUMENT"));
-  const std::optional<long> count = positive<long>(call, "--count");
-  const std::optional<double> seconds = positive<double>(call, "--timeout");
-  const std::optional<Deadline> end = seconds ? std::optional<Deadline>(*seconds) : std::nullopt;
-
-  ChangePrinter printer(call.output, count.value_or(std::numeric_limits<long>::max()));
+  const End end(call);
+  ChangePrinter printer(call.output, countOf(call));
   int result = printer.init(ZmqUtils::getInstance().getContext());
   for (const Watched& one : watched) result = result < 0 ? result : printer.subscribe(one.notification);
   PollFds items;
@@ -151,25 +188,11 @@ void runWatch(Call& call) {
   for (const Watched& one : watched) one.learn(call.board(), printer);
   std::fprintf(stderr, "sysmgrctl: watching; Ctrl-C ends it\n");
 
-  constexpr long kForEver = -1;
-  while (!printer.isDone()) {
-    // An explicit --wait bounds this command as it does any other.
-    if (call.common.wait && call.deadline.isOver()) {
-      throw Failure(Exit::kTimeOut, "the " + call.deadline.text() + " of this command are over");
+  while (!printer.isDone() && !end.hasCome()) {
+    if (items.poll(end.left()) < 0) {
+      throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
     }
-    if (end && end->isOver()) {
-      if (count)
-        throw Failure(Exit::kTimeOut,
-                      "the time is over, and fewer than " + call.word("--count") + " changes have come");
-      return;
-    }
-    long left = end ? static_cast<long>(end->left().count()) : kForEver;
-    if (call.common.wait) {
-      const auto whole = static_cast<long>(call.deadline.left().count());
-      left = left == kForEver ? whole : std::min(left, whole);
-    }
-    if (items.poll(left) < 0) throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
-    while (!printer.isDone() && printer.processEvent(items[0]) != 0) {
+    while (!printer.isDone() && takeOne(printer, items[0])) {
     }
   }
 }

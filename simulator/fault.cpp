@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -82,11 +81,6 @@ struct FaultRule::Kind {
   const char* parameters;  ///< the names of those that it takes
   const char* meaning;
   void (*apply)(const FaultRule& rule, Exchange& exchange);
-
-  bool takes(const std::string& parameter) const {
-    std::istringstream names(parameters);
-    return std::find(std::istream_iterator<std::string>(names), {}, parameter) != std::istream_iterator<std::string>();
-  }
 };
 
 const std::vector<FaultRule::Kind>& FaultRule::kinds() {
@@ -222,8 +216,11 @@ std::string FaultRule::parse(const std::string& text, FaultRule& rule) {
     if (!known->ofEveryKind) ofSomeKinds.push_back(name);
   }
   if (made.kind_ == nullptr) return "do=FAULT is missing";
+  const std::string taken = std::string(" ") + made.kind_->parameters + " ";
   for (const std::string& name : ofSomeKinds) {
-    if (!made.kind_->takes(name)) return std::string("do=") + made.kind_->name + " has no parameter " + name;
+    if (taken.find(" " + name + " ") == std::string::npos) {
+      return std::string("do=") + made.kind_->name + " has no parameter " + name;
+    }
   }
   rule = made;
   return {};
@@ -257,9 +254,9 @@ std::string FaultRule::help() {
   for (const Kind& kind : kinds()) {
     std::string words = kind.name;
     std::istringstream names(kind.parameters);
-    for (std::string name; names >> name;) words.append(" ").append(name).append("=...");
+    for (std::string name; names >> name;) words += " " + name + "=...";
     words.resize(std::max<std::size_t>(words.size(), 28), ' ');
-    text.append("  ").append(words).append(" ").append(kind.meaning).append("\n");
+    text += "  " + words + " " + kind.meaning + "\n";
   }
   text +=
       "Examples:\n"

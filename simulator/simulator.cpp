@@ -124,7 +124,7 @@ void Simulator::reloadFaults() noexcept {
   wakeUp();
 }
 
-void Simulator::wakeUp() const noexcept {
+void Simulator::wakeUp() noexcept {
   const eventfd_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wakeUp_, &one, sizeof one);  // fails only when it is woken already
 }

@@ -62,7 +62,7 @@ class Simulator {
 
   std::string openStore();
   std::string listen();
-  void wakeUp() const noexcept;
+  void wakeUp() noexcept;
   bool goesOn();
   std::string readFaultFile(std::vector<FaultRule> rules);
   void receiveAll();

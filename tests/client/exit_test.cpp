@@ -230,7 +230,7 @@ TEST(Exit, WithACallInAnotherThreadThatReturnsLate) {
     }
   };
   ChildProcess child = ChildProcess::call([] {
-    static Slow& client = *new Slow;  // not destroyed while it is in use
+    static Slow client;
     client.connect();
     static std::atomic<bool> asking{false};
     std::thread([] {

@@ -13,6 +13,7 @@
 
 namespace {
 
+using testing::HasSubstr;
 using zel::test::at;
 using zel::test::ChildProcess;
 using zel::test::kReady;
