@@ -22,7 +22,8 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
               int(array.size()));
   // Of several entries with one name the first is found. Pointers, not names: overwriting an entry moves its name.
   std::set<EthIpV4Cfg*, ByName> byName;
-  for (EthIpV4Cfg& entry : list) byName.insert(&entry);
+  // The lists are sorted as a rule, so the next entry belongs at the end.
+  for (EthIpV4Cfg& entry : list) byName.insert(byName.end(), &entry);
 
   forEachElement(array, [&](Json::Value& element) {
     EthIpV4Cfg entry;
@@ -31,7 +32,7 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
       **found = std::move(entry);
     } else {
       list.push_back(std::move(entry));
-      byName.insert(&list.back());
+      byName.insert(byName.end(), &list.back());
     }
   });
   list.sort();
