@@ -8,10 +8,12 @@
 #include <json/value.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 #include <zmq.hpp>
 
 namespace {
@@ -24,9 +26,17 @@ std::string dotted(unsigned int high, unsigned int index, unsigned int last) {
          std::to_string(last);
 }
 
-Json::Value interfaceConfiguration(unsigned int index) {
+/// The interfaces' names in the order of the stored list.
+std::vector<std::string> sortedNames(unsigned int interfaces) {
+  std::vector<std::string> names;
+  for (unsigned int index = 0; index < interfaces; ++index) names.push_back("eth" + std::to_string(index));
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+Json::Value interfaceConfiguration(const std::string& name, unsigned int index) {
   Json::Value entry;
-  entry["eth"] = "eth" + std::to_string(index);
+  entry["eth"] = name;
   entry["mode"] = "static";
   entry["static"]["ip"] = dotted(10, index, 1);
   entry["static"]["mask"] = "255.255.255.0";
@@ -77,8 +87,9 @@ Json::Value storedParameters(unsigned int interfaces) {
   stored["bitstream"]["module"] = "SDI-ST2110";
   stored["serial-number"] = "VB-0042-1871";
   stored["ember"]["tcp-port"] = 9095u;
-  for (unsigned int index = 0; index < interfaces; ++index) {
-    stored["ethipv4"].append(interfaceConfiguration(index));
+  unsigned int index = 0;
+  for (const std::string& name : sortedNames(interfaces)) {
+    stored["ethipv4"].append(interfaceConfiguration(name, index++));
   }
   return stored;
 }
