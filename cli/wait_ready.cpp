@@ -1,6 +1,3 @@
-#include <unistd.h>
-
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -27,22 +24,21 @@ void runWaitReady(Call& call) {
     call.output.page(document, [&] { call.output.line("The daemon is ready."); });
   };
 
-  // What answers within a second is answered without a word about waiting.
-  const Deadline silent(std::min(kSilentSeconds, static_cast<double>(call.deadline.left().count()) / 1000));
-  bool told = false;
+  const Deadline silent(kSilentSeconds);
+  bool told = call.deadline.left() <= silent.left();  // a short wait needs no words
   while (true) {
     try {
       Board(told ? call.deadline : silent).get("stored");
       return tellThatItIsReady();
     } catch (const Failure& failure) {
-      if (mayComeRight(failure.status())) std::this_thread::sleep_for(std::min(kPause, call.deadline.left()));
-      if (call.deadline.isOver() || !mayComeRight(failure.status())) {
+      if (!mayComeRight(failure.status()) || call.deadline.left() <= kPause) {
         throw Failure(failure.status(), "the daemon is not ready after " + call.deadline.text() + ": " + failure.what(),
                       failure.advice());
       }
     }
     if (!told) std::fprintf(stderr, "sysmgrctl: waiting for the daemon, %s at most\n", call.deadline.text().c_str());
     told = true;
+    std::this_thread::sleep_for(kPause);
   }
 }
 

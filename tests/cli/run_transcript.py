@@ -13,12 +13,15 @@ A transcript is a text file; it runs in a directory and a network namespace of i
     % signal NAME STOP                      sends it a signal
     % finish NAME                           waits for its end; output and status follow as for a command
 
+What a command with --json writes has to be JSON objects, one a line.
+
 Exit status: 0 as expected, 1 not so, 77 when this system allows no network namespace.
 """
 
 import argparse
 import difflib
 import fcntl
+import json
 import os
 import re
 import signal
@@ -56,6 +59,7 @@ class Session:
         self.directory = directory
         self.environment = environment
         self.background = {}
+        self.commands = {}
 
     def path(self, name, stream):
         return os.path.join(self.directory, f".{name}.{stream}")
@@ -83,11 +87,26 @@ class Session:
             lines.append(f"[{status}]")
         return lines
 
+    def check_json(self, name, command):
+        """Every line of a command with --json is an object for the strictest of readers."""
+        if " --json" not in command or "|" in command or "on_terminal" in command:
+            return
+
+        def refuse(constant):
+            raise ValueError(constant)
+
+        for line in self.text(name, "out").splitlines():
+            if not isinstance(json.loads(line, parse_constant=refuse), dict):
+                sys.exit(f"this is no JSON object: {line}")
+
     def run(self, command):
-        return self.result("command", self.begin("command", command))
+        lines = self.result("command", self.begin("command", command))
+        self.check_json("command", command)
+        return lines
 
     def start(self, name, command):
         self.background[name] = self.begin(name, command)
+        self.commands[name] = command
         return []
 
     def wait_for(self, name, wanted):
@@ -103,7 +122,9 @@ class Session:
         return []
 
     def finish(self, name):
-        return self.result(name, self.background.pop(name))
+        lines = self.result(name, self.background.pop(name))
+        self.check_json(name, self.commands[name])
+        return lines
 
     def end(self):
         for process in self.background.values():
