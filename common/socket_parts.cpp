@@ -17,8 +17,9 @@ bool setOption(void* socket, const SocketOption& option) {
 bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
 
 long millisecondsUntil(Clock::time_point deadline) {
+  // Fits a 32-bit long: no time-out is longer than an int of milliseconds.
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return std::max<long>(left, 0);
+  return std::max(static_cast<long>(left), 0L);
 }
 
 bool waitFor(void* socket, short events, Clock::time_point deadline) {
