@@ -22,6 +22,7 @@ TEST(VideoFormat, ReadsItsNumber) {
   const auto format = readFrom<VideoFormat>(R"({"video-format":28})");
   EXPECT_EQ(format.format, 28);
   EXPECT_EQ(over(format, "{}").format, 0);
+  EXPECT_EQ(readFrom<VideoFormat>(R"({"video-format":-3})").format, -3);
   EXPECT_THROW(readFrom<VideoFormat>(R"({"video-format":"28"})"), Json::LogicError);
 }
 
