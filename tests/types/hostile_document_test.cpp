@@ -1,4 +1,4 @@
-#include <chrono>
+#include <ctime>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/json_of.h"
@@ -168,9 +168,9 @@ TEST(HostileDocument, AMillionInterfacesAreReadQuickly) {
     element["mode"] = "DHCP";
   }
   SysParameters parameters;
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();  // the processor's time: other programs do not count
   parameters.Deserialize(document);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40));
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 40);
   EXPECT_EQ(parameters.ethIPv4Cfg.size(), kCount);
 }
 

@@ -1,4 +1,4 @@
-#include <chrono>
+#include <ctime>
 #include <random>
 #include <sstream>
 
@@ -186,9 +186,9 @@ TEST(InterfaceMerge, LongListsMergeQuickly) {
     list.push_back(entry("eth" + std::to_string(kCount - 1 - i), 1));
   }
   auto parameters = holding(std::move(list));
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();  // the processor's time: other programs do not count
   parameters.Deserialize(document);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 30);
   EXPECT_EQ(parameters.ethIPv4Cfg.size(), kCount);
 }
 
