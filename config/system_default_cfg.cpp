@@ -148,6 +148,7 @@ int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) { return SysmgrSu
 
 SysMgrClient& SystemDefaultCfg::getClientReference() { return client_; }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
 int SystemDefaultCfg::setModuleState(std::string name, unsigned char error, unsigned char warn) {
   return client_.setModuleState(name, error != 0, warn != 0);
 }
@@ -218,6 +219,7 @@ int SystemDefaultCfg::refreshUnlessFollowing(const zel::CodeLocation& here) {
   return subscribersInitialized_ ? kOk : checked(here, client_.getDynamicParameters(dynamic_));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
 int SystemDefaultCfg::getEthDynamicBasicInfo(std::string name, EthBasicInfo& info) {
   if (const int failure = refreshUnlessFollowing(ZEL_HERE)) return failure;
   const EthBasicInfo* const interface = findInterface(name);

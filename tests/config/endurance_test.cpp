@@ -29,7 +29,6 @@ using zel::test::kReady;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
 using zel::test::lengthFromEnvironment;
-using zel::test::PublisherFake;
 using zel::test::startBoard;
 
 /// What several processes share.
