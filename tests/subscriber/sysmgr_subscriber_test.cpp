@@ -12,14 +12,9 @@
 #include "common/status.h"
 #include "common/wire_json.h"
 #include "tests/support/captured_log.h"
-#include "tests/support/child_process.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/leaks.h"
 #include "tests/support/scripted_daemon.h"
 #include "tests/support/wait_until.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
 
 /// The topics that are subscribed and dropped while this lives, in order; one may be refused.
 static std::vector<std::string>* subscribed = nullptr;
@@ -43,12 +38,9 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using zel::test::CapturedLog;
 using zel::test::checkLinePattern;
-using zel::test::ChildProcess;
 using zel::test::kSoon;
 using zel::test::LogLine;
 using zel::test::PublisherFake;
-using zel::test::RawBehaviour;
-using zel::test::RawPeer;
 
 constexpr auto kStored = SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE;
 constexpr auto kDynamic = SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE;
@@ -465,9 +457,7 @@ TEST_F(Connected, MaySubscribeInACallback) {
 }
 
 TEST(SysmgrSubscriber, KeepsTheEarlierConnectionWhenItIsInitializedAgain) {
-#if defined(__SANITIZE_ADDRESS__)
-  const __lsan::ScopedDisabler leaks;  // that is what it does
-#endif
+  const zel::test::LeaksOnPurpose leaks;
   static zmq::context_t context;  // the earlier connection lasts until the process ends
   PublisherFake publisher;
   Recorder subscriber;
