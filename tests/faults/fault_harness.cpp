@@ -14,6 +14,7 @@
 #include <fstream>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <thread>
 
 #include "client/sysmgr_jsonApi.h"
@@ -24,6 +25,7 @@
 #include "tests/faults/journal.h"
 #include "tests/support/child_process.h"
 #include "tests/support/private_network.h"
+#include "tests/support/wait_until.h"
 
 namespace zel::test {
 
@@ -47,6 +49,22 @@ long residentKiB() {
   long resident = 0;
   pages >> size >> resident;
   return resident * sysconf(_SC_PAGESIZE) / 1024;
+}
+
+/// Whether a connection to the daemon's port is open on our side only.
+bool deadConnectionOpen() {
+  std::ifstream connections("/proc/self/net/tcp");
+  std::string line;
+  std::getline(connections, line);  // the heading
+  while (std::getline(connections, line)) {
+    std::istringstream columns(line);
+    std::string number, local, remote, state;
+    columns >> number >> local >> remote >> state;
+    constexpr const char* kDaemonsPort = ":15B4";
+    constexpr const char* kCloseWait = "08";
+    if (state == kCloseWait && remote.find(kDaemonsPort) != std::string::npos) return true;
+  }
+  return false;
 }
 
 long openDescriptors() {
@@ -104,6 +122,9 @@ class Run {
   void recover(const char* fault) {
     kill();
     startDaemon();
+    // What is written into a connection that is just dying is lost, and nobody can tell. The client is given the time
+    // that it takes to see the end of the old one.
+    waitUntil([] { return !deadConnectionOpen(); });
     if (call(fault, kHealthyLimit) < 0) history_.addDeadClient(fault);
   }
 

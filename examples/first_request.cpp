@@ -1,0 +1,28 @@
+// The first request: stores a setting, reads the settings back, and says what went wrong where something did.
+
+#include <cstdio>
+
+#include "client/sysmgr_client.h"
+#include "client/zmq_utils.h"
+
+namespace {
+
+int fail(SysMgrClient& client) {
+  ErrorReport report;
+  client.getLastErrorMessage(report);
+  std::fprintf(stderr, "%s (status %d)\n", report.text.c_str(), report.code);
+  return 1;
+}
+
+}  // namespace
+
+int main() {
+  SysMgrClient client;
+  if (client.init(ZmqUtils::getInstance().getContext()) < 0) return fail(client);
+
+  if (client.setRtspTcpPort(5004) < 0) return fail(client);
+
+  SysParameters stored;
+  if (client.getStoredParameters(stored) < 0) return fail(client);
+  std::printf("RTSP listens on port %u\n", stored.rtspTcpPort);
+}
