@@ -13,7 +13,23 @@ namespace {
 using zel::test::ChildProcess;
 using zel::test::FakeBoard;
 
-class Example : public testing::TestWithParam<const char*> {
+struct Loop {
+  const char* name;
+  const char* program;
+};
+void PrintTo(const Loop& loop, std::ostream* out) { *out << loop.name; }
+constexpr Loop kLoops[] = {
+    {"Poll", ZEL_EXAMPLE_follow_cache},
+    {"Epoll", ZEL_EXAMPLE_follow_cache_epoll},
+#ifdef ZEL_EXAMPLE_follow_cache_asio
+    {"Asio", ZEL_EXAMPLE_follow_cache_asio},
+#endif
+#ifdef ZEL_EXAMPLE_follow_cache_sd_event
+    {"SdEvent", ZEL_EXAMPLE_follow_cache_sd_event},
+#endif
+};
+
+class Example : public testing::TestWithParam<Loop> {
  protected:
   Example() { board->set(FakeBoard::kStored, stored(5000)); }
   static std::string stored(int port) { return R"({"rtsp": {"tcp-port": )" + std::to_string(port) + "}}"; }
@@ -27,7 +43,7 @@ class Example : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(Example, FollowsTheConfigurationUntilItIsToldToEnd) {
-  ChildProcess example = ChildProcess::run({GetParam()});
+  ChildProcess example = ChildProcess::run({GetParam().program});
   EXPECT_TRUE(example.waitForOutput(shown(5000)));
   ASSERT_TRUE(board->publisher.waitForSubscription("1004"));
   publish(5001);
@@ -41,7 +57,7 @@ TEST_P(Example, FollowsTheConfigurationUntilItIsToldToEnd) {
 }
 
 TEST_P(Example, FollowsADaemonThatRestarts) {
-  ChildProcess example = ChildProcess::run({GetParam()});
+  ChildProcess example = ChildProcess::run({GetParam().program});
   ASSERT_TRUE(example.waitForOutput(shown(5000)));
   ASSERT_TRUE(board->publisher.waitForSubscription("1004"));
   board.emplace();
@@ -55,7 +71,7 @@ TEST_P(Example, FollowsADaemonThatRestarts) {
   EXPECT_TRUE(example.waitForOutput(shown(5002)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Programs, Example, testing::Values(ZEL_FOLLOW_CACHE, ZEL_FOLLOW_CACHE_EPOLL),
-                         [](const auto& program) { return program.index == 0 ? "Poll" : "Epoll"; });
+INSTANTIATE_TEST_SUITE_P(Loops, Example, testing::ValuesIn(kLoops),
+                         [](const auto& loop) { return std::string(loop.param.name); });
 
 }  // namespace
