@@ -93,7 +93,7 @@ class Malice {
   std::string message(const std::string& envelope) {
     const std::string head = oneIn(6) ? frame(kMore, bytes(below(9))) : envelope;
     switch (below(8)) {
-      case 0: return head + damaged(longFrameHeader(static_cast<char>(below(8)), std::size_t{1} << below(63)));
+      case 0: return head + damaged(longFrameHeader(static_cast<char>(below(8)), std::uint64_t{1} << below(63)));
       case 1: return head + longFrameHeader(0, kMaxFrameBytes + 1) + std::string(kMaxFrameBytes + 1, ' ');
       case 2: {
         std::string frames = head;

@@ -40,7 +40,7 @@ void behave(RawBehaviour behaviour, const Stream& stream) {
     case RawBehaviour::kGreetingThenSilence: stream.write(greeting()); break;
     case RawBehaviour::kWrongSocketType: shakeHands(stream, "PUB"); break;
     case RawBehaviour::kHugeFrameLength:
-      if (takeRequest(stream, envelope)) stream.write(envelope + longFrameHeader(0, std::size_t{1} << 62) + "x");
+      if (takeRequest(stream, envelope)) stream.write(envelope + longFrameHeader(0, std::uint64_t{1} << 62) + "x");
       break;
     case RawBehaviour::kOverSizeFrame: {
       constexpr std::size_t kSize = 1024 * 1024 + 1;

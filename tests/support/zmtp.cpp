@@ -33,7 +33,7 @@ std::string frame(char flags, const std::string& bytes) {
   return std::string{flags, static_cast<char>(bytes.size())} + bytes;
 }
 
-std::string longFrameHeader(char flags, std::size_t size) {
+std::string longFrameHeader(char flags, std::uint64_t size) {
   std::string header(1, static_cast<char>(flags | kLongLength));
   for (int shift = 56; shift >= 0; shift -= 8) header += static_cast<char>(size >> shift & 0xff);
   return header;

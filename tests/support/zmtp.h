@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -29,7 +30,7 @@ constexpr char kCommand = 4;
 std::string greeting();
 /// A frame of up to 255 bytes.
 std::string frame(char flags, const std::string& bytes);
-std::string longFrameHeader(char flags, std::size_t size);
+std::string longFrameHeader(char flags, std::uint64_t size);
 std::string ready(const std::string& socketType);
 bool shakeHands(const Stream& stream, const std::string& socketType);
 /// Reads the frames of one message, past the READY command.
