@@ -1,0 +1,4 @@
+# 32-bit ARM boards with a floating-point unit (ARMv7).
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(zel_triplet arm-linux-gnueabihf)
+include("${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake")
