@@ -13,7 +13,7 @@
 #include "common/wire_json.h"
 #include "config/system_default_cfg.h"
 
-extern "C" void* __libc_malloc(std::size_t);
+extern "C" void* __libc_malloc(std::size_t);  // NOLINT(bugprone-reserved-identifier): the C library's own name
 
 namespace {
 std::atomic<std::uint64_t> allocations{0};
@@ -56,7 +56,7 @@ template <class Get>
 void ask(benchmark::State& state, Get get) {
   SystemDefaultCfg& asked = cache();
   const Allocations counted(state);
-  for (auto _ : state) get(asked);
+  for ([[maybe_unused]] const auto& round : state) get(asked);
 }
 
 void getRtspTcpPort(benchmark::State& state) {
@@ -117,7 +117,7 @@ void readDocument(benchmark::State& state) {
   const std::string text = document(state.range(0));
   zel::WireJsonReader reader;
   const Allocations counted(state);
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto& round : state) {
     Json::Value json;
     reader.read(text, json);
     benchmark::DoNotOptimize(json);
@@ -139,7 +139,7 @@ void takeNotification(benchmark::State& state) {
   };
   take();
   const Allocations counted(state);
-  for (auto _ : state) take();
+  for ([[maybe_unused]] const auto& round : state) take();
   state.SetComplexityN(state.range(0));
 }
 BENCHMARK(takeNotification)->Arg(4)->Arg(10)->Arg(100)->Arg(1000)->Complexity();

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -247,4 +248,9 @@ void serve(unsigned int interfaces) {
 
 }  // namespace
 
-int main(int argc, char** argv) { serve(argc > 1 ? static_cast<unsigned int>(std::atoi(argv[1])) : 4); }
+int main(int argc, char** argv) try {
+  serve(argc > 1 ? static_cast<unsigned int>(std::atoi(argv[1])) : 4);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "zelBenchDaemon: %s\n", error.what());
+  return 1;
+}

@@ -41,7 +41,14 @@ void mergeInterfaces(benchmark::State& state) {
   state.SetComplexityN(count);
 }
 
-BENCHMARK(mergeInterfaces)->Arg(4)->Arg(100)->Arg(2000)->Arg(20000)->Unit(benchmark::kMicrosecond)->Complexity();
+BENCHMARK(mergeInterfaces)
+    ->Arg(4)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(2000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMicrosecond)
+    ->Complexity();
 
 }  // namespace
 

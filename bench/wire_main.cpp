@@ -160,7 +160,7 @@ class Follower {
     }
     take<Held>(from_);
   }
-  std::int64_t waitUntilHeld(std::uint32_t port) {
+  std::int64_t waitUntilHeld(std::uint32_t port) const {
     for (;;) {
       const Held held = take<Held>(from_);
       if (held.port == port) return held.since;

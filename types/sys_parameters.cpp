@@ -1,6 +1,9 @@
 #include "types/sys_parameters.h"
 
-#include <set>
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <unordered_set>
 
 #include "common/ip_address.h"
 #include "common/logger.h"
@@ -11,8 +14,11 @@ namespace zel {
 
 namespace {
 
-struct ByName {
-  bool operator()(const EthIpV4Cfg* a, const EthIpV4Cfg* b) const { return *a < *b; }
+struct SameName {
+  bool operator()(const EthIpV4Cfg* a, const EthIpV4Cfg* b) const { return a->eth == b->eth; }
+};
+struct HashOfName {
+  std::size_t operator()(const EthIpV4Cfg* cfg) const { return std::hash<std::string>()(cfg->eth); }
 };
 
 /// Overwrites the entries that the array names and adds the new ones; those that it does not name stay.
@@ -21,9 +27,8 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
               "We do have saved eth on the list: discarding the %d olds and getting the new %d", int(list.size()),
               int(array.size()));
   // Of several entries with one name the first is found. Pointers, not names: overwriting an entry moves its name.
-  std::set<EthIpV4Cfg*, ByName> byName;
-  // The lists are sorted as a rule, so the next entry belongs at the end.
-  for (EthIpV4Cfg& entry : list) byName.insert(byName.end(), &entry);
+  std::unordered_set<EthIpV4Cfg*, HashOfName, SameName> byName(list.size() + array.size());
+  for (EthIpV4Cfg& entry : list) byName.insert(&entry);
 
   forEachElement(array, [&](Json::Value& element) {
     EthIpV4Cfg entry;
@@ -32,10 +37,10 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
       **found = std::move(entry);
     } else {
       list.push_back(std::move(entry));
-      byName.insert(byName.end(), &list.back());
+      byName.insert(&list.back());
     }
   });
-  list.sort();
+  if (!std::is_sorted(list.begin(), list.end())) list.sort();
 }
 
 }  // namespace

@@ -126,6 +126,15 @@ TEST(InterfaceMerge, WhatIsMergedBeforeARefusedElementStays) {
   EXPECT_EQ(show(parameters.ethIPv4Cfg), show({entry("z", 2), entry("a", 3)})) << "not sorted yet";
 }
 
+TEST(InterfaceMerge, TakesAGapInTheArrayForAnEmptyEntry) {
+  // No document has gaps; a program that fills the array by index can leave some.
+  Json::Value document;
+  document["ethipv4"][1] = written(entry("b", 2));
+  document["ethipv4"][3] = written(entry("a", 1));
+  const auto merged = over(holding({entry("c", 3)}), document);
+  EXPECT_EQ(show(merged.ethIPv4Cfg), show({entry("", 0), entry("a", 1), entry("b", 2), entry("c", 3)}));
+}
+
 TEST(InterfaceMerge, RefusesAnObjectWithMembers) {
   EXPECT_THROW(readFrom<SysParameters>(R"({"ethipv4":{"a":1}})"), Json::LogicError);
 }
