@@ -169,32 +169,45 @@ void Board::becomeModel(BoardModelType::board_models_t model) {
 
 // --- requests
 
+struct Board::Query {
+  SysMgrCommands::sysmgr_msg_t id;
+  const char* member;
+  Json::Value (Board::*answer)() const;
+};
+
 struct Board::Command {
   SysMgrCommands::sysmgr_msg_t id;
-  Refusal (Board::*run)(const Json::Value& body, Outcome& outcome);
   bool wantsObject;
+  Refusal (Board::*run)(const Json::Value& body, Outcome& outcome);
 };
 
 Refusal Board::run(unsigned int id, const Json::Value& body, Outcome& outcome) {
-  static const Command kCommands[] = {
-      {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, &Board::getStored, false},
-      {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, &Board::getDynamic, false},
-      {SysMgrCommands::SYSMGR_SET_PARAMETER, &Board::setParameter, true},
-      {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, &Board::getModel, false},
-      {SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, &Board::getNetworkStackStatus, false},
-      {SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, &Board::getSystemInfo, false},
-      {SysMgrCommands::SYSMGR_FACTORY_RESET, &Board::factoryReset, false},
-      {SysMgrCommands::SYSMGR_SET_MODULE_STATE, &Board::setModuleState, true},
-      {SysMgrCommands::SYSMGR_REBOOT_DEVICE, &Board::reboot, false},
-      {SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO, &Board::getDebugInfo, false},
-      {SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST, &Board::addToWhitelist, true},
-      {SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST, &Board::removeFromWhitelist, true},
-      {SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST, &Board::enableOnWhitelist, true},
-      {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, &Board::getWhitelist, false},
-      {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, &Board::setGpio, true},
-      {SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION, &Board::getGpio, false},
-      {SysMgrCommands::SYSMGR_SET_IDENTIFY_LEDS, &Board::setIdentify, true},
+  static const Query kQueries[] = {
+      {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, "stored", &Board::storedDocument},
+      {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, "dynamic", &Board::dynamicDocument},
+      {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, "board-model", &Board::modelDocument},
+      {SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, "network-stack-status", &Board::networkStackDocument},
+      {SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, "systemInfo", &Board::systemInfoDocument},
+      {SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO, "debug-info", &Board::debugDocument},
+      {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, "white-list", &Board::whitelistDocument},
   };
+  static const Command kCommands[] = {
+      {SysMgrCommands::SYSMGR_SET_PARAMETER, true, &Board::setParameter},
+      {SysMgrCommands::SYSMGR_FACTORY_RESET, false, &Board::factoryReset},
+      {SysMgrCommands::SYSMGR_SET_MODULE_STATE, true, &Board::setModuleState},
+      {SysMgrCommands::SYSMGR_REBOOT_DEVICE, false, &Board::reboot},
+      {SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST, true, &Board::addToWhitelist},
+      {SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST, true, &Board::removeFromWhitelist},
+      {SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST, true, &Board::enableOnWhitelist},
+      {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, true, &Board::setGpio},
+      {SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION, false, &Board::getGpio},
+      {SysMgrCommands::SYSMGR_SET_IDENTIFY_LEDS, true, &Board::setIdentify},
+  };
+  for (const Query& query : kQueries) {
+    if (static_cast<unsigned int>(query.id) != id) continue;
+    outcome.reply[query.member] = (this->*query.answer)();
+    return {};
+  }
   for (const Command& command : kCommands) {
     if (static_cast<unsigned int>(command.id) != id) continue;
     if (command.wantsObject && !body.isObject()) {
@@ -222,50 +235,50 @@ Outcome Board::handle(unsigned int id, const Json::Value& body) {
   return outcome;
 }
 
+// --- what can be asked for
+
+Json::Value Board::storedDocument() const { return serialized(stored_); }
+Json::Value Board::dynamicDocument() const { return serialized(dynamic_); }
+Json::Value Board::modelDocument() const { return serialized(model_); }
+Json::Value Board::networkStackDocument() const { return networkStackStatus_.fields; }
+Json::Value Board::systemInfoDocument() const { return systemInfo_.fields; }
+Json::Value Board::whitelistDocument() const { return serialized(whitelist_); }
+
+Json::Value Board::debugDocument() const {
+  Json::Value info(Json::objectValue);
+  info["requests-accepted"] = accepted_;
+  info["requests-refused"] = refused_;
+  info["module-state"] = Json::Value(Json::objectValue);
+  for (const auto& [name, state] : modules_) {
+    info["module-state"][name]["error"] = state.error;
+    info["module-state"][name]["warn"] = state.warn;
+  }
+  return info;
+}
+
+// --- what is published
+
 void Board::publishStored(Outcome& outcome) const {
-  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE, serialized(stored_)});
+  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE, storedDocument()});
   outcome.keptStateChanged = true;
 }
 
 void Board::publishWhitelist(Outcome& outcome) const {
   Json::Value payload(Json::objectValue);
-  payload["white-list"] = serialized(whitelist_);
+  payload["white-list"] = whitelistDocument();
   outcome.notifications.push_back({SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE, std::move(payload)});
   outcome.keptStateChanged = true;
 }
 
 Notification Board::dynamicNotification() const {
-  return {SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, serialized(dynamic_)};
+  return {SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, dynamicDocument()};
 }
 
-Refusal Board::getStored(const Json::Value&, Outcome& outcome) {
-  outcome.reply["stored"] = serialized(stored_);
-  return {};
-}
-
-Refusal Board::getDynamic(const Json::Value&, Outcome& outcome) {
-  outcome.reply["dynamic"] = serialized(dynamic_);
-  return {};
-}
+// --- what can be done
 
 Refusal Board::setParameter(const Json::Value& body, Outcome& outcome) {
   if (Refusal why = applyChange(body, stored_)) return why;
   publishStored(outcome);
-  return {};
-}
-
-Refusal Board::getModel(const Json::Value&, Outcome& outcome) {
-  outcome.reply["board-model"] = serialized(model_);
-  return {};
-}
-
-Refusal Board::getNetworkStackStatus(const Json::Value&, Outcome& outcome) {
-  outcome.reply["network-stack-status"] = networkStackStatus_.fields;
-  return {};
-}
-
-Refusal Board::getSystemInfo(const Json::Value&, Outcome& outcome) {
-  outcome.reply["systemInfo"] = systemInfo_.fields;
   return {};
 }
 
@@ -333,18 +346,6 @@ Refusal Board::reboot(const Json::Value&, Outcome& outcome) {
   return {};
 }
 
-Refusal Board::getDebugInfo(const Json::Value&, Outcome& outcome) {
-  Json::Value& info = outcome.reply["debug-info"];
-  info["requests-accepted"] = accepted_;
-  info["requests-refused"] = refused_;
-  info["module-state"] = Json::Value(Json::objectValue);
-  for (const auto& [name, state] : modules_) {
-    info["module-state"][name]["error"] = state.error;
-    info["module-state"][name]["warn"] = state.warn;
-  }
-  return {};
-}
-
 Refusal Board::changeWhitelist(const Json::Value& body, Outcome& outcome, const WhitelistChange& change) {
   for (const std::string& name : body.getMemberNames()) {
     if (name != "white-list") return unknownKey(name, body[name]);
@@ -382,11 +383,6 @@ Refusal Board::enableOnWhitelist(const Json::Value& body, Outcome& outcome) {
     at->second.enable(wanted.is_enabled());
     return Refusal{};
   });
-}
-
-Refusal Board::getWhitelist(const Json::Value&, Outcome& outcome) {
-  outcome.reply["white-list"] = serialized(whitelist_);
-  return {};
 }
 
 Refusal Board::setGpio(const Json::Value& body, Outcome&) { return applyGpio(body); }

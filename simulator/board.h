@@ -63,6 +63,7 @@ class Board {
   const BoardModel& model() const { return model_; }
 
  private:
+  struct Query;
   struct Command;
   struct GpioLine {
     bool output = false;
@@ -77,20 +78,21 @@ class Board {
 
   Refusal run(unsigned int id, const Json::Value& body, Outcome& outcome);
 
-  Refusal getStored(const Json::Value& body, Outcome& outcome);
-  Refusal getDynamic(const Json::Value& body, Outcome& outcome);
+  Json::Value storedDocument() const;
+  Json::Value dynamicDocument() const;
+  Json::Value modelDocument() const;
+  Json::Value networkStackDocument() const;
+  Json::Value systemInfoDocument() const;
+  Json::Value debugDocument() const;
+  Json::Value whitelistDocument() const;
+
   Refusal setParameter(const Json::Value& body, Outcome& outcome);
-  Refusal getModel(const Json::Value& body, Outcome& outcome);
-  Refusal getNetworkStackStatus(const Json::Value& body, Outcome& outcome);
-  Refusal getSystemInfo(const Json::Value& body, Outcome& outcome);
   Refusal factoryReset(const Json::Value& body, Outcome& outcome);
   Refusal setModuleState(const Json::Value& body, Outcome& outcome);
   Refusal reboot(const Json::Value& body, Outcome& outcome);
-  Refusal getDebugInfo(const Json::Value& body, Outcome& outcome);
   Refusal addToWhitelist(const Json::Value& body, Outcome& outcome);
   Refusal removeFromWhitelist(const Json::Value& body, Outcome& outcome);
   Refusal enableOnWhitelist(const Json::Value& body, Outcome& outcome);
-  Refusal getWhitelist(const Json::Value& body, Outcome& outcome);
   Refusal setGpio(const Json::Value& body, Outcome& outcome);
   Refusal getGpio(const Json::Value& body, Outcome& outcome);
   Refusal setIdentify(const Json::Value& body, Outcome& outcome);

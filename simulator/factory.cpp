@@ -11,27 +11,27 @@ namespace {
 
 struct ModelFacts {
   BoardModelType::board_models_t model;
-  const char* chip;
   BitstreamType::bitstream_t bitstream;
+  const char* chip;
   int fpgaDegrees;
   int fanSpeed;
 };
 
 constexpr ModelFacts kModels[] = {
-    {BoardModelType::ORVEN_AES67, "ZEL-A1", BitstreamType::BITSTREAM_NONE, 47, 3200},
-    {BoardModelType::TRISK_AES67, "ZEL-A1", BitstreamType::BITSTREAM_NONE, 46, 3150},
-    {BoardModelType::ORVEN_AVB, "ZEL-A2", BitstreamType::BITSTREAM_NONE, 45, 3100},
-    {BoardModelType::KORVA, "ZEL-V4", BitstreamType::BITSTREAM_SDI_ST2110, 63, 5200},
-    {BoardModelType::ORVEN_TESSA, "ZEL-A1", BitstreamType::BITSTREAM_NONE, 48, 3200},
-    {BoardModelType::BRAVIK_AOIP, "ZEL-A3", BitstreamType::BITSTREAM_NONE, 51, 3600},
-    {BoardModelType::ORVEN_QUILL_IO, "ZEL-A2", BitstreamType::BITSTREAM_NONE, 44, 3000},
-    {BoardModelType::NIMBRA_AES67, "ZEL-S1", BitstreamType::BITSTREAM_NONE, 41, 2800},
-    {BoardModelType::ZIRC, "ZEL-V5", BitstreamType::BITSTREAM_HDMI_ST2110, 66, 5600},
-    {BoardModelType::VELDA, "ZEL-A4", BitstreamType::BITSTREAM_NONE, 50, 3500},
-    {BoardModelType::MERIX, "ZEL-V4", BitstreamType::BITSTREAM_SDI_BIDIR_ST2110, 64, 5300},
-    {BoardModelType::PIXA_MADI, "ZEL-M1", BitstreamType::BITSTREAM_NONE, 52, 3700},
-    {BoardModelType::PIXA_AES1616, "ZEL-M2", BitstreamType::BITSTREAM_NONE, 49, 3400},
-    {BoardModelType::BOARD_MODEL_UNDEFINED, "ZEL-X0", BitstreamType::BITSTREAM_NONE, 40, 2700},
+    {BoardModelType::ORVEN_AES67, BitstreamType::BITSTREAM_NONE, "ZEL-A1", 47, 3200},
+    {BoardModelType::TRISK_AES67, BitstreamType::BITSTREAM_NONE, "ZEL-A1", 46, 3150},
+    {BoardModelType::ORVEN_AVB, BitstreamType::BITSTREAM_NONE, "ZEL-A2", 45, 3100},
+    {BoardModelType::KORVA, BitstreamType::BITSTREAM_SDI_ST2110, "ZEL-V4", 63, 5200},
+    {BoardModelType::ORVEN_TESSA, BitstreamType::BITSTREAM_NONE, "ZEL-A1", 48, 3200},
+    {BoardModelType::BRAVIK_AOIP, BitstreamType::BITSTREAM_NONE, "ZEL-A3", 51, 3600},
+    {BoardModelType::ORVEN_QUILL_IO, BitstreamType::BITSTREAM_NONE, "ZEL-A2", 44, 3000},
+    {BoardModelType::NIMBRA_AES67, BitstreamType::BITSTREAM_NONE, "ZEL-S1", 41, 2800},
+    {BoardModelType::ZIRC, BitstreamType::BITSTREAM_HDMI_ST2110, "ZEL-V5", 66, 5600},
+    {BoardModelType::VELDA, BitstreamType::BITSTREAM_NONE, "ZEL-A4", 50, 3500},
+    {BoardModelType::MERIX, BitstreamType::BITSTREAM_SDI_BIDIR_ST2110, "ZEL-V4", 64, 5300},
+    {BoardModelType::PIXA_MADI, BitstreamType::BITSTREAM_NONE, "ZEL-M1", 52, 3700},
+    {BoardModelType::PIXA_AES1616, BitstreamType::BITSTREAM_NONE, "ZEL-M2", 49, 3400},
+    {BoardModelType::BOARD_MODEL_UNDEFINED, BitstreamType::BITSTREAM_NONE, "ZEL-X0", 40, 2700},
 };
 
 const ModelFacts& factsOf(BoardModelType::board_models_t model) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace {
 
 constexpr unsigned int kDefaultDelayMs = 1000;
 constexpr unsigned int kDefaultLateMs = 6000;  // later than a client waits
+constexpr unsigned int kDefaultCrashMs = 100;
 constexpr int kDefaultStatus = -50;
 constexpr unsigned int kDefaultBurst = 100;
 
@@ -81,6 +83,11 @@ struct FaultRule::Kind {
   const char* parameters;  ///< the names of those that it takes
   const char* meaning;
   void (*apply)(const FaultRule& rule, Exchange& exchange);
+
+  bool takes(const std::string& parameter) const {
+    std::istringstream names(parameters);
+    return std::find(std::istream_iterator<std::string>(names), {}, parameter) != std::istream_iterator<std::string>();
+  }
 };
 
 const std::vector<FaultRule::Kind>& FaultRule::kinds() {
@@ -143,8 +150,11 @@ const std::vector<FaultRule::Kind>& FaultRule::kinds() {
        [](const FaultRule&, Exchange& exchange) { exchange.crash = Exchange::Crash::kBeforeActing; }},
       {"crash-unanswered", "", "the request is carried out, then the process is gone without an answer",
        [](const FaultRule&, Exchange& exchange) { exchange.crash = Exchange::Crash::kBeforeAnswering; }},
-      {"crash-after", "", "the request is answered, then the process is gone",
-       [](const FaultRule&, Exchange& exchange) { exchange.crash = Exchange::Crash::kAfterAnswering; }},
+      {"crash-after", "ms", "the request is answered, and ms (100) later the process is gone",
+       [](const FaultRule& rule, Exchange& exchange) {
+         exchange.crash = Exchange::Crash::kAfterAnswering;
+         exchange.crashAfter = std::chrono::milliseconds(rule.ms_.value_or(kDefaultCrashMs));
+       }},
       {"burst", "count", "count (100) notifications of the dynamic information come before the answer",
        [](const FaultRule& rule, Exchange& exchange) { exchange.burst = rule.count_.value_or(kDefaultBurst); }},
   };
@@ -216,11 +226,8 @@ std::string FaultRule::parse(const std::string& text, FaultRule& rule) {
     if (!known->ofEveryKind) ofSomeKinds.push_back(name);
   }
   if (made.kind_ == nullptr) return "do=FAULT is missing";
-  const std::string taken = std::string(" ") + made.kind_->parameters + " ";
   for (const std::string& name : ofSomeKinds) {
-    if (taken.find(" " + name + " ") == std::string::npos) {
-      return std::string("do=") + made.kind_->name + " has no parameter " + name;
-    }
+    if (!made.kind_->takes(name)) return std::string("do=") + made.kind_->name + " has no parameter " + name;
   }
   rule = made;
   return {};
@@ -237,7 +244,7 @@ std::string FaultRule::parseFile(const std::string& path, std::vector<FaultRule>
     if (start == std::string::npos || line[start] == '#') continue;
     FaultRule rule;
     if (const std::string why = parse(line, rule); !why.empty()) {
-      return path + ", line " + std::to_string(number) + ": " + why;
+      return std::string(path).append(", line ").append(std::to_string(number)).append(": ").append(why);
     }
     read.push_back(rule);
   }
@@ -254,9 +261,9 @@ std::string FaultRule::help() {
   for (const Kind& kind : kinds()) {
     std::string words = kind.name;
     std::istringstream names(kind.parameters);
-    for (std::string name; names >> name;) words += " " + name + "=...";
+    for (std::string name; names >> name;) words.append(" ").append(name).append("=...");
     words.resize(std::max<std::size_t>(words.size(), 28), ' ');
-    text += "  " + words + " " + kind.meaning + "\n";
+    text.append("  ").append(words).append(" ").append(kind.meaning).append("\n");
   }
   text +=
       "Examples:\n"

@@ -24,7 +24,8 @@ struct Exchange {
   std::function<void(Json::Value& reply)> editReply;
   std::function<void(std::string& text)> editText;
   Crash crash = Crash::kNever;
-  unsigned int burst = 0;  ///< notifications of the dynamic information, before the answer
+  std::chrono::milliseconds crashAfter{0};  ///< how long after the answer
+  unsigned int burst = 0;                   ///< notifications of the dynamic information, before the answer
 };
 
 /// One order to misbehave: "do=delay command=2 ms=500 times=3".

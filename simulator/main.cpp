@@ -2,7 +2,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/factory.h"
@@ -28,81 +30,116 @@ void obeySignals(Simulator& simulator) {
 
 void say(const std::string& text) { std::fprintf(stderr, "sysmgr-sim: %s\n", text.c_str()); }
 
-int fail(const std::string& why) {
+int fail(int status, const std::string& why) {
   say(why);
-  return kFailure;
+  return status;
 }
 
 std::string joined(const std::vector<std::string>& texts) {
   std::string all;
-  for (const std::string& text : texts) all += (all.empty() ? "" : " ") + text;
+  for (const std::string& text : texts) {
+    if (!all.empty()) all += ' ';
+    all += text;
+  }
   return all;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::string modelText = "ORVEN_AES67";
+struct Arguments {
+  std::string model = "ORVEN_AES67";
   std::string stateFile;
+  std::string storeFile;
+  std::string faultFile;
   std::vector<std::string> faultRules;
-  bool live = false;
   unsigned int liveMs = 1000;
+  bool live = false;
   bool verbose = false;
-  zel::sim::SimulatorOptions options;
+};
 
-  CLI::App app("A virtual board: stands in for the system manager daemon, for any number of clients.", "sysmgr-sim");
+void describe(CLI::App& app, Arguments& arguments) {
   app.set_version_flag("--version", "sysmgr-sim " ZEL_VERSION);
-  app.add_option("--model", modelText, "Board model (" + modelText + "): " + joined(zel::sim::modelTexts()))
-      ->type_name("NAME");
-  app.add_option("--state", stateFile, "JSON state document, or a piece of one, to start with")->type_name("FILE");
-  app.add_option("--store", options.storeFile, "Keeps stored parameters and whitelist across restarts")
+  const std::string models = "Board model (" + arguments.model + "): " + joined(zel::sim::modelTexts());
+  app.add_option("--model", arguments.model, models)->type_name("NAME");
+  app.add_option("--state", arguments.stateFile, "JSON state document, or a piece of one, to start with")
       ->type_name("FILE");
-  app.add_option("--fault", options.faultFile, "Orders to misbehave, one a line")->type_name("FILE");
-  app.add_option("--fault-rule", faultRules, "An order to misbehave; may be repeated")->type_name("RULE")->take_all();
-  app.add_flag("--live", live, "Temperature, fan and interfaces move and are published");
-  app.add_option("--live-interval", liveMs, "How often they move (1000); implies --live")
+  app.add_option("--store", arguments.storeFile, "Keeps stored parameters and whitelist across restarts")
+      ->type_name("FILE");
+  app.add_option("--fault", arguments.faultFile, "Orders to misbehave, one a line")->type_name("FILE");
+  app.add_option("--fault-rule", arguments.faultRules, "An order to misbehave; may be repeated")
+      ->type_name("RULE")
+      ->take_all();
+  app.add_flag("--live", arguments.live, "Temperature, fan and interfaces move and are published");
+  app.add_option("--live-interval", arguments.liveMs, "How often they move (1000); implies --live")
       ->type_name("MS")
       ->check(CLI::Range(1U, 3600000U))
-      ->each([&live](const std::string&) { live = true; });
-  app.add_flag("-v,--verbose", verbose, "Shows each request and its answer on standard error");
+      ->each([&arguments](const std::string&) { arguments.live = true; });
+  app.add_flag("-v,--verbose", arguments.verbose, "Shows each request and its answer on standard error");
   app.footer("\n" + zel::sim::FaultRule::help() +
              "Exit status: 0 ended by SIGINT or SIGTERM, 1 failure, 2 wrong usage.");
+}
+
+/// @return 0, or the exit status with which the program ends, which has said why
+int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
+  const auto model = zel::sim::modelFromText(arguments.model);
+  if (!model) {
+    return fail(kWrongUsage,
+                "there is no model \"" + arguments.model + "\"; there are: " + joined(zel::sim::modelTexts()));
+  }
+  options.board = zel::sim::Board(*model);
+  for (const std::string& text : arguments.faultRules) {
+    zel::sim::FaultRule rule;
+    if (const std::string why = zel::sim::FaultRule::parse(text, rule); !why.empty()) {
+      return fail(kWrongUsage, std::string("--fault-rule '").append(text).append("': ").append(why));
+    }
+    options.faults.push_back(rule);
+  }
+  if (!arguments.stateFile.empty()) {
+    Json::Value document;
+    const std::string unreadable = zel::sim::readJsonFile(arguments.stateFile, document);
+    if (!unreadable.empty()) return fail(kFailure, unreadable);
+    if (const auto why = options.board.applyState(document))
+      return fail(kFailure, arguments.stateFile + ": " + why.text);
+  }
+  options.storeFile = arguments.storeFile;
+  options.faultFile = arguments.faultFile;
+  if (arguments.live) options.liveInterval = std::chrono::milliseconds(arguments.liveMs);
+  options.tell = say;
+  if (arguments.verbose) options.trace = say;
+  return 0;
+}
+
+int serve(zel::sim::SimulatorOptions options) {
+  const std::string model = BoardModelType::toText(options.board.model().model);
+  Simulator simulator(std::move(options));
+  obeySignals(simulator);
+  if (const std::string why = simulator.open(); !why.empty()) return fail(kFailure, why);
+  std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
+              Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
+  std::fflush(stdout);
+  simulator.run();
+  return 0;
+}
+
+int run(int argc, char** argv) {
+  Arguments arguments;
+  CLI::App app("A virtual board: stands in for the system manager daemon, for any number of clients.", "sysmgr-sim");
+  describe(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kWrongUsage;
   }
+  zel::sim::SimulatorOptions options;
+  if (const int status = prepare(arguments, options); status != 0) return status;
+  return serve(std::move(options));
+}
 
-  const auto model = zel::sim::modelFromText(modelText);
-  if (!model) {
-    say("there is no model \"" + modelText + "\"; there are: " + joined(zel::sim::modelTexts()));
-    return kWrongUsage;
-  }
-  options.board = zel::sim::Board(*model);
-  if (!stateFile.empty()) {
-    Json::Value document;
-    if (const std::string why = zel::sim::readJsonFile(stateFile, document); !why.empty()) return fail(why);
-    if (const auto why = options.board.applyState(document)) return fail(stateFile + ": " + why.text);
-  }
-  for (const std::string& text : faultRules) {
-    zel::sim::FaultRule rule;
-    if (const std::string why = zel::sim::FaultRule::parse(text, rule); !why.empty()) {
-      say("--fault-rule '" + text + "': " + why);
-      return kWrongUsage;
-    }
-    options.faults.push_back(rule);
-  }
-  if (live) options.liveInterval = std::chrono::milliseconds(liveMs);
-  options.tell = say;
-  if (verbose) options.trace = say;
+}  // namespace
 
-  const std::string name = BoardModelType::toText(options.board.model().model);
-  Simulator simulator(std::move(options));
-  obeySignals(simulator);
-  if (const std::string why = simulator.open(); !why.empty()) return fail(why);
-  std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", name.c_str(),
-              Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
-  std::fflush(stdout);
-  simulator.run();
-  return 0;
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "sysmgr-sim: %s\n", error.what());
+    return kFailure;
+  }
 }

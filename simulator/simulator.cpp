@@ -24,6 +24,7 @@ constexpr int kQueuedNotifications = 1000;
 constexpr int kWaitingConnections = 512;
 
 constexpr int kShutdownMs = 200;  // for the answers that are on their way
+constexpr int kFlushMs = 5000;    // for those that have to arrive
 constexpr std::size_t kMostFrames = 16;
 constexpr int kRequestsATurn = 64;  // then timers and the end of the program have their turn
 
@@ -124,7 +125,7 @@ void Simulator::reloadFaults() noexcept {
   wakeUp();
 }
 
-void Simulator::wakeUp() noexcept {
+void Simulator::wakeUp() const noexcept {
   const eventfd_t one = 1;
   [[maybe_unused]] const ssize_t written = write(wakeUp_, &one, sizeof one);  // fails only when it is woken already
 }
@@ -264,7 +265,11 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
       answer(request, text);
     }
   }
-  if (exchange.crash == Exchange::Crash::kAfterAnswering) crash(true);
+  if (exchange.crash == Exchange::Crash::kAfterAnswering) {
+    // Not at once: a client's socket drops an answer that it has not fetched yet when it learns that the daemon is
+    // gone.
+    at(Clock::now() + exchange.crashAfter, [this] { crash(true); });
+  }
 }
 
 Outcome Simulator::act(const Request& request) {
@@ -334,8 +339,10 @@ void Simulator::trace(const Request& request, const Exchange& exchange, const st
 /// @param flush  whether what was sent leaves first
 void Simulator::crash(bool flush) {
   if (flush) {
-    requests_.close();
-    publisher_.close();
+    for (zmq::socket_t* const socket : {&requests_, &publisher_}) {
+      socket->set(zmq::sockopt::linger, kFlushMs);
+      socket->close();
+    }
     context_.close();  // waits for the messages on their way, for as long as they may linger
   }
   std::raise(SIGKILL);

@@ -62,7 +62,7 @@ class Simulator {
 
   std::string openStore();
   std::string listen();
-  void wakeUp() noexcept;
+  void wakeUp() const noexcept;
   bool goesOn();
   std::string readFaultFile(std::vector<FaultRule> rules);
   void receiveAll();

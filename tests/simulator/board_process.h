@@ -1,11 +1,14 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/wait_until.h"
 
 namespace zel::test {
 
@@ -26,6 +29,14 @@ inline long residentKiB(pid_t pid) {
     if (word == "VmRSS:" && status >> size) return size;
   }
   return 0;
+}
+
+/// Expects that a process has not grown by more than this. Sanitizers hold freed memory back, so there is nothing to
+/// judge then.
+inline void expectFlatMemory(long beforeKiB, long afterKiB, long mostKiB) {
+  ASSERT_GT(beforeKiB, 0);
+  if (kSlowdown > 1) return;
+  EXPECT_LT(afterKiB - beforeKiB, mostKiB) << "more than " << beforeKiB;
 }
 
 /// How long a test runs: a number from the environment, for long runs by hand, or what ctest runs.

@@ -484,7 +484,7 @@ TEST_P(EveryModel, IsRestoredFromItsKeptState) {
   // As a port of the host may be that has no address: no client could set it.
   const auto applied = board.applyState(json(R"({"stored": {"ethipv4": [{"eth": "eth1", "mode": "static"}]}})"));
   ASSERT_FALSE(applied) << applied.text;
-  for (Json::Value kept : {Board(*model).keptState(), board.keptState()}) {
+  for (const Json::Value& kept : {Board(*model).keptState(), board.keptState()}) {
     Board other(*model);
     const auto why = other.restore(kept);
     EXPECT_FALSE(why) << why.text;

@@ -121,6 +121,8 @@ TEST(FaultRule, MeansWhatItSays) {
   EXPECT_EQ(exchangeWith("do=crash-before").crash, Exchange::Crash::kBeforeActing);
   EXPECT_EQ(exchangeWith("do=crash-unanswered").crash, Exchange::Crash::kBeforeAnswering);
   EXPECT_EQ(exchangeWith("do=crash-after").crash, Exchange::Crash::kAfterAnswering);
+  EXPECT_EQ(exchangeWith("do=crash-after").crashAfter.count(), 100);
+  EXPECT_EQ(exchangeWith("do=crash-after ms=3").crashAfter.count(), 3);
   EXPECT_EQ(exchangeWith("do=burst").burst, 100U);
   EXPECT_EQ(exchangeWith("do=burst count=7").burst, 7U);
 }

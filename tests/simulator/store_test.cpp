@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "common/wire_json.h"
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/temporary_folder.h"
 
@@ -61,7 +62,7 @@ TEST(Store, TellsWhatIsDamaged) {
   const TemporaryFolder folder;
   const Store store(folder.file("store"));
   for (const std::string& text : {std::string(), std::string("{\"a\":1"), std::string("{\"a\":1}x"),
-                                  std::string("\0\0\0\0", 4), std::string(2 * 1024 * 1024, ' ')}) {
+                                  std::string("\0\0\0\0", 4), std::string(2 * zel::kMaxFrameBytes, ' ')}) {
     std::ofstream(store.path()) << text;
     const Loaded loaded = load(store);
     EXPECT_THAT(loaded.failure, IsEmpty());
