@@ -26,7 +26,7 @@ using zel::test::TestClient;
 using zel::test::text;
 namespace refusal = zel::sim::refusal;
 
-SimulatorOptions with(std::vector<std::string> faults) {
+SimulatorOptions with(const std::vector<std::string>& faults) {
   SimulatorOptions options;
   for (const std::string& fault : faults) {
     zel::sim::FaultRule rule;
