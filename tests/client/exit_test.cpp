@@ -230,7 +230,7 @@ TEST(Exit, WithACallInAnotherThreadThatReturnsLate) {
     }
   };
   ChildProcess child = ChildProcess::call([] {
-    static Slow client;
+    static Slow& client = *new Slow;  // not destroyed while it is in use
     client.connect();
     static std::atomic<bool> asking{false};
     std::thread([] {

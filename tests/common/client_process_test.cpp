@@ -91,7 +91,10 @@ TEST_F(DaemonFault, KilledAfterARequestAndReplaced) {
   listen(first_);
   EXPECT_EQ(client_.send(1).code, 0);
   first_.kill();
-  expectWorkingWithANewDaemon();
+  listen(second_);
+  // A request that is written before the end of the old connection is noticed is lost with it.
+  EXPECT_THAT(client_.send(3).code, testing::AnyOf(0, -103));
+  EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
 }
 
 TEST_F(DaemonFault, FrozenAndThawed) {
