@@ -51,6 +51,7 @@ class Interfaces : public testing::Test {
     std::vector<IpAddress> addresses(5, IpAddress(7));
     EXPECT_EQ(cache().getTrafficInterfacesIPv4Address(addresses), expected);
     std::vector<std::string> texts;
+    texts.reserve(addresses.size());
     for (const IpAddress& address : addresses) texts.push_back(address.toString());
     return texts;
   }
