@@ -39,8 +39,7 @@ def measure(build, job, count, interfaces, rounds):
     for index in range(rounds):
         order = contest.CONTESTANTS if index % 2 == 0 else contest.CONTESTANTS[::-1]
         for contestant in order:
-            with contest.daemon(build, interfaces):
-                results[contestant].append(contest.measure(build, contestant, job, count))
+            results[contestant].append(contest.measure(build, contestant, job, count, interfaces))
     return results
 
 
@@ -57,7 +56,7 @@ def row(what, results):
         cells.append(shown + " |")
         if figure == "median":
             cells.append((f"{statistics.median(ratios):5.2f}" if all(times) else "    -") + " |")
-    return " ".join(cells), times[0]
+    return " ".join(cells), times[0], median("library", "cpu")
 
 
 def machine():
@@ -88,11 +87,12 @@ def main():
     times = {}
     for job, count, interfaces, what in JOBS:
         count = max(count // 10, 1) if options.quick else count
-        line, times[job, interfaces] = row(what, measure(options.build, job, count, interfaces, options.rounds))
+        line, *times[job, interfaces] = row(what, measure(options.build, job, count, interfaces, options.rounds))
         print(line, flush=True)
     for job in ("get", "absorb"):
-        print(f"time of '{job}' with 1,000 interfaces to 100: {times[job, 1000] / times[job, 100]:.1f}")
-    print(f"notifications per second: {1e6 / times['absorb', 4]:.0f}\n")
+        time, cpu = (many / few for many, few in zip(times[job, 1000], times[job, 100]))
+        print(f"'{job}' with 1,000 interfaces to 100: time {time:.1f}, CPU {cpu:.1f}")
+    print(f"notifications per second: {1e6 / times['absorb', 4][0]:.0f}\n")
     in_process(options.build)
 
 

@@ -23,10 +23,11 @@ class LinkKeeper {
   virtual void endWait() noexcept = 0;
 
   /// Does what there is to do for the link.
-  /// @return when to call again at the latest; empty: not before the watched socket is readable.
+  /// @return when to call again at the latest; empty: not before the watched descriptor is readable.
   virtual std::optional<Clock::time_point> tend() = 0;
-  /// The socket that is readable when there is something to do.
-  virtual void* watched() const = 0;
+  /// The descriptor that is readable when there is something to do. A ZeroMQ socket's ZMQ_FD: to poll that is cheaper
+  /// than to poll the socket, and right because `tend` leaves nothing in the socket.
+  virtual int watched() const = 0;
 
  protected:
   LinkKeeper() = default;

@@ -44,7 +44,7 @@ class Links {
   }
 
   void appendWatched(std::vector<zmq_pollitem_t>& items) const {
-    for (const Wait& wait : waits_) items.push_back({wait.keeper().watched(), 0, ZMQ_POLLIN, 0});
+    for (const Wait& wait : waits_) items.push_back({nullptr, wait.keeper().watched(), ZMQ_POLLIN, 0});
   }
 
   /// @return the earlier of `wakeUp` and what the links wish

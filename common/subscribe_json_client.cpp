@@ -81,7 +81,13 @@ class WatchedSocket {
   void forget() noexcept { socket_ = monitor_ = nullptr; }
 
   void* socket() const { return socket_; }
-  void* monitor() const { return monitor_; }
+  /// -1 when there is none.
+  int monitorDescriptor() const {
+    int descriptor = -1;
+    std::size_t size = sizeof descriptor;
+    zmq_getsockopt(monitor_, ZMQ_FD, &descriptor, &size);
+    return descriptor;
+  }
 
   /// @return the next event's number; 0 when there is none
   int nextEvent() {
@@ -181,7 +187,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
 
   bool beginWait() override { return wait_.emplace(*this) && ownsSockets(); }
   void endWait() noexcept override { wait_.reset(); }
-  void* watched() const override { return link_.monitor(); }
+  int watched() const override { return link_.monitorDescriptor(); }
 
   std::optional<Clock::time_point> tend() override {
     while (const int event = link_.nextEvent()) noteEvent(event);
