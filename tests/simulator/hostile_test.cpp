@@ -152,7 +152,7 @@ class Connection {
   int descriptor_;
 };
 
-void sendOversizeFrame(std::uint16_t port, std::size_t size) {
+void sendOversizeFrame(std::uint16_t port, std::uint64_t size) {
   const Connection connection(port);
   if (!zmtp::shakeHands(connection.stream(), port == 5556 ? "DEALER" : "SUB")) return;
   if (!connection.stream().write(zmtp::longFrameHeader(0, size))) return;
@@ -170,7 +170,7 @@ TEST_F(RunningBoard, OutlivesPeersThatAreNoClients) {
       connection.stream().write(bytes);
     }
     sendOversizeFrame(port, zel::kMaxFrameBytes + 1);
-    sendOversizeFrame(port, std::size_t{1} << 62U);
+    sendOversizeFrame(port, std::uint64_t{1} << 62U);
     expectThatItServes();
   }
 }
