@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 
 #include "config/system_default_cfg.h"
 
@@ -71,7 +72,7 @@ class Follower {
 
 }  // namespace
 
-int main() {
+int main() try {
   asio::io_context loop;
   asio::signal_set ends(loop, SIGINT, SIGTERM);
   ends.async_wait([&loop](const asio::error_code&, int) { loop.stop(); });
@@ -80,4 +81,7 @@ int main() {
   if (!follower.start()) return 1;
   loop.run();
   return 0;
+} catch (const std::exception& error) {  // Asio's own
+  std::fprintf(stderr, "%s\n", error.what());
+  return 1;
 }
