@@ -7,6 +7,8 @@ function(zel_configure_target target)
   target_compile_options(
     ${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror=format-security
                       $<$<BOOL:${ZEL_WARNINGS_AS_ERRORS}>:-Werror>)
+  # Without it a 32-bit program cannot list a folder whose file system numbers its files with 64 bits.
+  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
   target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
 endfunction()
 
