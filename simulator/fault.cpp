@@ -222,7 +222,7 @@ std::string FaultRule::parse(const std::string& text, FaultRule& rule) {
     const auto known = std::find_if(parameters().begin(), parameters().end(),
                                     [&name](const Parameter& parameter) { return name == parameter.name; });
     if (known == parameters().end()) return "\"" + name + "\" is no parameter";
-    if (!known->read(value, made)) return name + "=" + value + ": " + known->wanted + " is wanted";
+    if (!known->read(value, made)) return word + ": " + known->wanted + " is wanted";
     if (!known->ofEveryKind) ofSomeKinds.push_back(name);
   }
   if (made.kind_ == nullptr) return "do=FAULT is missing";
