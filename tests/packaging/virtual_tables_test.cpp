@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <link.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -65,11 +66,21 @@ std::string demangled(const std::string& name) {
 /// class has none.
 constexpr char kDestructor[] = "~";
 
-/// The function at an address, by its exported name, whichever library it lives in.
-std::string functionAt(void* address) {
+/// The exported names of a library by their addresses: the optimizer lets functions of the same code share one.
+using Names = std::multimap<const void*, std::string>;
+Names namesOf(void* library, const std::vector<Symbol>& symbols) {
+  Names names;
+  for (const Symbol& symbol : symbols) names.emplace(dlsym(library, symbol.name.c_str()), demangled(symbol.name));
+  return names;
+}
+
+/// The function at an address, by its exported name, whichever library it lives in; of several names that of the class.
+std::string functionAt(void* address, const std::string& ofClass, const Names& names) {
+  const auto [first, last] = names.equal_range(address);
+  const auto own = std::find_if(first, last, [&](const auto& row) { return row.second.rfind(ofClass + "::", 0) == 0; });
   Dl_info info{};
-  if (dladdr(address, &info) == 0 || info.dli_saddr != address) return kDestructor;
-  const std::string name = demangled(info.dli_sname);
+  if (own == last && (dladdr(address, &info) == 0 || info.dli_saddr != address)) return kDestructor;
+  const std::string name = own == last ? demangled(info.dli_sname) : own->second;
   return name.find("::~") == std::string::npos ? name : kDestructor;
 }
 
@@ -79,13 +90,16 @@ Tables tablesOf(const char* path) {
   Tables tables;
   void* library = dlopen(path, RTLD_NOW);
   if (library == nullptr) return tables;
-  for (const Symbol& symbol : exportedSymbols(path)) {
+  const auto symbols = exportedSymbols(path);
+  const Names names = namesOf(library, symbols);
+  for (const Symbol& symbol : symbols) {
     const std::string name = demangled(symbol.name);
     if (name.compare(0, prefix.size(), prefix) != 0) continue;
     auto* const* slot = static_cast<void* const*>(dlsym(library, symbol.name.c_str()));
-    Table& table = tables[name.substr(prefix.size())];
+    const std::string ofClass = name.substr(prefix.size());
+    Table& table = tables[ofClass];
     // Two words stand before the first operation: the offset to the whole object and the type's description.
-    for (std::size_t i = 2; i < symbol.size / sizeof(void*); ++i) table.push_back(functionAt(slot[i]));
+    for (std::size_t i = 2; i < symbol.size / sizeof(void*); ++i) table.push_back(functionAt(slot[i], ofClass, names));
   }
   dlclose(library);
   return tables;
