@@ -126,6 +126,7 @@ void walk(Io& io, const SysParameters&) {
 
 void SysParameters::Serialize(Json::Value& root) const { zel::writeRecord(*this, root); }
 int SysParameters::Deserialize(Json::Value& root) { return zel::readRecord(*this, root); }
+// NOLINTNEXTLINE(readability-make-member-function-const): its signature is part of the binary interface
 void SysParameters::SerializeDelta(Json::Value& root) { zel::writeDelta(*this, root); }
 
 void SysParameters::dumpParameter(const BoardModel& model) const {

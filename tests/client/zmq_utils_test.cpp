@@ -15,8 +15,6 @@
 #include "tests/support/child_process.h"
 
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using zel::test::CapturedLog;
 using zel::test::ChildProcess;

@@ -15,7 +15,6 @@
 #include "tests/support/raw_peer.h"
 
 using std::chrono::milliseconds;
-using testing::HasSubstr;
 using zel::test::Answer;
 using zel::test::expectAtOnce;
 using zel::test::expectFailure;

@@ -205,7 +205,7 @@ TEST_F(ClientJsonApiTest, SendsNothingThatCannotBeWritten) {
       {object("a", "\xff"), "not UTF-8"},
       {object("\xc0\xaf", 1), "not UTF-8"},
       {nested(65), "nested more than 64 deep"},
-      {object("a", std::string(1024 * 1024, 'x')), "longer than 1048576 bytes"},
+      {object("a", std::string(std::size_t{1024} * 1024, 'x')), "longer than 1048576 bytes"},
   };
   for (const auto& [body, why] : rows) {
     const Outcome outcome = client_.send(2, body);
@@ -220,7 +220,7 @@ TEST_F(ClientJsonApiTest, SendsNothingThatCannotBeWritten) {
 
 TEST_F(ClientJsonApiTest, SendsAndTakesWhatIsJustWithinTheLimits) {
   daemon_.onRequest([](const zel::test::Request& request) { return std::vector<Answer>{request.body}; });
-  const std::string most(1024 * 1024 - std::string("{\"a\":\"\"}").size(), 'x');
+  const std::string most(std::size_t{1024} * 1024 - std::string("{\"a\":\"\"}").size(), 'x');
   const Outcome outcome = client_.send(2, object("a", most));
   EXPECT_EQ(outcome.code, 0);
   EXPECT_TRUE(outcome.reply["a"] == Json::Value(most));

@@ -15,11 +15,8 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using zel::test::CapturedLog;
-using zel::test::checkLinePattern;
 using zel::test::ChildProcess;
-using zel::test::LogLine;
 
 TEST(IpcMsg, HasNoBodyUnlessOneIsGiven) {
   const IpcMsg message(12);
