@@ -69,7 +69,8 @@ ScriptedDaemon::ScriptedDaemon(const std::string& endpoint)
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-ScriptedDaemon::~ScriptedDaemon() {
+// A peer that cannot be stopped ends the test.
+ScriptedDaemon::~ScriptedDaemon() {  // NOLINT(bugprone-exception-escape)
   zmq::socket_t stopper(context_, zmq::socket_type::pair);
   stopper.connect(kStopEndpoint);
   stopper.send(zmq::message_t(), zmq::send_flags::none);

@@ -5,7 +5,6 @@
 #include "tests/support/wait_until.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using zel::test::Answer;
 using zel::test::kSoon;
 using zel::test::PublisherFake;

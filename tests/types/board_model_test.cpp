@@ -6,7 +6,6 @@ namespace zel::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 struct ModelRow {
