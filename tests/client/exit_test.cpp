@@ -288,7 +288,8 @@ TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
 }
 
 TEST(Exit, OfAForkedChildThatInheritsAClient) {
-  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
+  if (zel::test::kSlowdown > 1)
+    GTEST_SKIP() << "a sanitizer's checks at the end do not know which threads a forked child has";
   Client client;
   client.connect();
   const ScriptedDaemon daemon;

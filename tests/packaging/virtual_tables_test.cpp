@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/wait_until.h"
+
 namespace {
 
 using Table = std::vector<std::string>;
@@ -123,7 +125,14 @@ std::string describes(const std::string& name) {
 
 constexpr char kPure[] = "__cxa_pure_virtual";
 
-TEST(VirtualTables, OfTheCommonLibraryKeepTheirOrder) {
+class VirtualTables : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (zel::test::kSlowdown > 1) GTEST_SKIP() << "the address sanitizer puts bytes of its own behind each table";
+  }
+};
+
+TEST_F(VirtualTables, OfTheCommonLibraryKeepTheirOrder) {
   Tables expected = records({"EthBasicInfo", "SfpInfo", "VideoFormat"});
   expected["IJsonSerializable"] = {kDestructor, kDestructor, kPure, kPure};
   expected["ClientJsonApi"] = {kDestructor, kDestructor, kPure, describes("ClientJsonApi"),
@@ -132,7 +141,7 @@ TEST(VirtualTables, OfTheCommonLibraryKeepTheirOrder) {
   EXPECT_EQ(tablesOf(ZEL_COMMON_TYPES), expected);
 }
 
-TEST(VirtualTables, OfTheClientLibraryKeepTheirOrder) {
+TEST_F(VirtualTables, OfTheClientLibraryKeepTheirOrder) {
   Tables expected =
       records({"BitstreamType", "BoardModel", "EthIpV4Cfg", "EthMode", "FanSpeed", "NetworkStackStatus",
                "NmosParameters", "SysParameters", "SysParametersDynamic", "SystemBasicInfo", "SystemError",
