@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <list>
+#include <set>
 
 #ifndef SYSMGRCTL_VERSION
 #error "the build says which version this is"
@@ -166,12 +167,16 @@ Request parseArguments(int argc, char** argv) {
   CLI::Option* const waitOption = app.add_option("-w,--wait", wait);
   app.add_flag("-v,--verbose", request.common.verbosity);
 
+  // Only commands that a word calls can be chosen, and the others would take their time to be set up.
+  const std::set<std::string> typed(argv + 1, argv + argc);
   std::list<Parser> parsers;  // their addresses stay
   std::map<std::string, CLI::App*> apps = {{"", &app}};
   for (const Command& command : commands()) {
     const std::size_t space = command.name.rfind(' ');
-    CLI::App* const parent = apps.at(space == std::string::npos ? "" : command.name.substr(0, space));
-    CLI::App* const sub = parent->add_subcommand(command.name.substr(space + 1));
+    const auto parent = apps.find(space == std::string::npos ? "" : command.name.substr(0, space));
+    const std::string word = command.name.substr(space + 1);
+    if (parent == apps.end() || typed.count(word) == 0) continue;
+    CLI::App* const sub = parent->second->add_subcommand(word);
     apps[command.name] = sub;
     parsers.push_back({&command, sub, {}, {}, {}});
     addArguments(parsers.back());

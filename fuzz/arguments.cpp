@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,6 +25,15 @@ void refusable(Action action) {
   }
 }
 
+const std::set<const zel::ctl::KeyType*>& keyTypes() {
+  static const std::set<const zel::ctl::KeyType*> types = [] {
+    std::set<const zel::ctl::KeyType*> found;
+    for (const zel::ctl::Key& key : zel::ctl::settableKeys()) found.insert(&key.type);
+    return found;
+  }();
+  return types;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -39,8 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string& last = words.back();
   refusable([&] { zel::ctl::parseInterface(last); });
-  for (const zel::ctl::Key& key : zel::ctl::settableKeys()) {
-    refusable([&] { key.type.parse(last); });
+  for (const zel::ctl::KeyType* const type : keyTypes()) {
+    refusable([&] { type->parse(last); });
   }
   return 0;
 }
