@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "common/error_aux_msg.h"
 #include "common/eth_basic_info.h"
 #include "common/logger.h"
+#include "common/status.h"
 #include "common/video_format.h"
 #include "common/wire_json.h"
 #include "types/sysmgr_types.h"
@@ -57,18 +59,40 @@ void readEveryRecord(const Json::Value& document) {
   readWriteRead<NetworkStackStatus>(document);
 }
 
-/// The delta and the dump take whatever a document left in a record.
-void describe(const Json::Value& document) {
+/// Reads what of the document a record understands.
+template <class Record>
+Record readInto(const Json::Value& document) {
   Json::Value given = document;
-  SysParameters stored;
+  Record record;
   try {
-    stored.Deserialize(given);
+    record.Deserialize(given);
   } catch (const Json::Exception&) {
     // What was read before stays read.
   }
+  return record;
+}
+
+/// The delta, the dump and the judgements take whatever a document left in a record.
+void judge(const Json::Value& document) {
+  SysParameters stored = readInto<SysParameters>(document);
+  const auto model = readInto<BoardModel>(document);
   Json::Value delta;
   stored.SerializeDelta(delta);
-  stored.dumpParameter(stored.boardModel);
+  stored.nmos.SerializeDelta(delta);
+  stored.dumpParameter(model);
+
+  for (const EthIpV4Cfg& cfg : stored.ethIPv4Cfg) {
+    const int result = cfg.validate();
+    if (result != 0 && result != zel::status::kInvalidAddress) std::abort();
+    if (cfg != cfg || cfg < cfg) std::abort();  // NOLINT(misc-redundant-expression)
+  }
+  ErrorAuxMsg::getInstance()->clear();
+
+  if (model.model == BoardModelType::NIMBRA_AES67) return;  // its defaults are those of the host
+  const bool same = stored.isEthIPv4ConfigDefault(model);
+  const std::size_t count = stored.ethIPv4Cfg.size();
+  stored.setEthIpv4DefaultConfig(model);
+  if (!stored.isEthIPv4ConfigDefault(model) || (same && stored.ethIPv4Cfg.size() != count)) std::abort();
 }
 
 }  // namespace
@@ -97,6 +121,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (writer.write(document, text).empty() && (!reader.read(text, back).empty() || back != document)) std::abort();
 
   readEveryRecord(document);
-  describe(document);
+  judge(document);
   return 0;
 }

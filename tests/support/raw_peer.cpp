@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "tests/support/zmtp.h"
 
@@ -75,8 +76,7 @@ std::ostream& operator<<(std::ostream& out, RawBehaviour behaviour) {
   return out << "?";
 }
 
-RawPeer::RawPeer(RawBehaviour behaviour, unsigned short port)
-    : behaviour_(behaviour), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawPeer::RawPeer(unsigned short port) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   constexpr int kOn = 1;
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -88,7 +88,19 @@ RawPeer::RawPeer(RawBehaviour behaviour, unsigned short port)
     close(listener_);
     throw std::system_error(error, "listen");
   }
-  if (behaviour_ != RawBehaviour::kNoAccept) thread_ = std::thread([this] { acceptAll(); });
+}
+
+RawPeer::RawPeer(RawBehaviour behaviour, unsigned short port) : RawPeer(port) {
+  if (behaviour == RawBehaviour::kNoAccept) return;
+  if (behaviour != RawBehaviour::kReset) {
+    script_ = [behaviour](const Stream& stream) { behave(behaviour, stream); };
+  }
+  thread_ = std::thread([this] { acceptAll(); });
+}
+
+RawPeer::RawPeer(Script script, unsigned short port) : RawPeer(port) {
+  script_ = std::move(script);
+  thread_ = std::thread([this] { acceptAll(); });
 }
 
 RawPeer::~RawPeer() {
@@ -107,13 +119,13 @@ void RawPeer::acceptAll() {
     const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor < 0) return;
     ++accepted_;
-    if (behaviour_ == RawBehaviour::kReset) {
+    if (!script_) {
       const linger now{1, 0};
       setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &now, sizeof now);
       close(descriptor);
       continue;
     }
-    connections_.push_back({descriptor, std::thread([this, descriptor] { behave(behaviour_, Stream(descriptor)); })});
+    connections_.push_back({descriptor, std::thread([this, descriptor] { script_(Stream(descriptor)); })});
   }
 }
 

@@ -1,12 +1,17 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <list>
 #include <ostream>
 #include <string>
 #include <thread>
 
 namespace zel::test {
+
+namespace zmtp {
+class Stream;
+}
 
 /// What listens where a daemon should, and is none.
 enum class RawBehaviour {
@@ -34,6 +39,10 @@ class RawPeer {
  public:
   /// Listens when it returns. @throws std::system_error when the port is taken
   explicit RawPeer(RawBehaviour behaviour, unsigned short port = 5556);
+  /// The same with a behaviour of the caller's, which runs in a thread of each connection's own. The connection stays
+  /// open when it is over.
+  using Script = std::function<void(const zmtp::Stream&)>;
+  RawPeer(Script script, unsigned short port);
   /// All connections are closed, and the port is free, when it returns.
   ~RawPeer();
   RawPeer(const RawPeer&) = delete;
@@ -47,10 +56,11 @@ class RawPeer {
     int descriptor;
     std::thread thread;
   };
+  explicit RawPeer(unsigned short port);
   void acceptAll();
 
-  RawBehaviour behaviour_;
-  int listener_ = -1;
+  Script script_;  ///< none: each connection is reset
+  int listener_;
   std::atomic<int> accepted_{0};
   std::list<Connection> connections_;
   std::thread thread_;

@@ -25,6 +25,8 @@ void Stream::discard() const {
   while (recv(descriptor_, buffer, sizeof buffer, 0) > 0) continue;
 }
 
+void Stream::close() const { shutdown(descriptor_, SHUT_RDWR); }
+
 std::string greeting() {
   return "\xff\0\0\0\0\0\0\0\1\x7f"s + "\3\0"s + "NULL"s + std::string(16, '\0') + std::string(32, '\0');
 }

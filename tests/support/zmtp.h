@@ -18,6 +18,7 @@ class Stream {
   bool read(std::size_t count, std::string& bytes) const;
   /// Takes what comes until the other side, or the end of the test, closes the connection.
   void discard() const;
+  void close() const;
 
  private:
   int descriptor_;
