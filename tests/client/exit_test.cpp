@@ -288,7 +288,7 @@ TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
 }
 
 TEST(Exit, OfAForkedChildThatInheritsAClient) {
-  if (zel::test::kSlowdown > 1)
+  if (zel::test::kSanitized)
     GTEST_SKIP() << "a sanitizer's checks at the end do not know which threads a forked child has";
   Client client;
   client.connect();

@@ -31,8 +31,8 @@ inline long residentKiB(pid_t pid) {
   return 0;
 }
 
-/// Expects that a process has not grown by more than this. Sanitizers hold freed memory back, so there is nothing to
-/// judge then.
+/// Expects that a process has not grown by more than this. Sanitizers hold freed memory back and emulators
+/// keep what they have translated, so there is nothing to judge then.
 inline void expectFlatMemory(long beforeKiB, long afterKiB, long mostKiB) {
   ASSERT_GT(beforeKiB, 0);
   if (kSlowdown > 1) return;

@@ -5,7 +5,8 @@
 
 namespace zel::test {
 
-// The sanitizers slow the code and the start of processes down; upper limits of time are this much longer under them.
+// Sanitizers and emulators slow the code and the start of processes down; upper limits of time are this much longer
+// there. ZEL_TEST_SLOWDOWN comes from the build: nothing else knows that a cross build is going to run in an emulator.
 #if defined(__has_feature)
 #define ZEL_HAS_FEATURE(name) __has_feature(name)
 #else
@@ -21,7 +22,8 @@ constexpr bool kAddressSanitizer = true;
 #else
 constexpr bool kAddressSanitizer = false;
 #endif
-constexpr int kSlowdown = kThreadSanitizer || kAddressSanitizer ? 10 : 1;
+constexpr bool kSanitized = kThreadSanitizer || kAddressSanitizer;
+constexpr int kSlowdown = kSanitized ? 10 : ZEL_TEST_SLOWDOWN;
 
 /// Why a test that makes threads in a fork of a process with threads is skipped.
 constexpr const char* kNoThreadsAfterFork = "the thread sanitizer ends a process that makes threads after such a fork";
