@@ -1,11 +1,15 @@
 #include "tests/support/private_network.h"
 
+#include <linux/capability.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -27,11 +31,25 @@ std::string raiseLoopback() {
   return why;
 }
 
+/// Lets the programs that a test starts change its network, too: who is not root loses every capability at an exec but
+/// the ambient ones.
+std::string handNetworkOn() {
+  __user_cap_header_struct self{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+  if (syscall(SYS_capget, &self, sets.data()) != 0) return failure("capget");
+  sets[CAP_TO_INDEX(CAP_NET_ADMIN)].inheritable |= CAP_TO_MASK(CAP_NET_ADMIN);
+  if (syscall(SYS_capset, &self, sets.data()) != 0) return failure("capset");
+  return prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_ADMIN, 0, 0) == 0 ? "" : failure("prctl");
+}
+
 }  // namespace
 
 std::string enterPrivateNetwork() {
-  // Without the right to make a network namespace, a user namespace gives it where the system allows those.
-  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return failure("unshare");
+  if (unshare(CLONE_NEWNET) != 0) {
+    // A user namespace gives the right to make a network namespace, where the system allows those.
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return failure("unshare");
+    if (std::string why = handNetworkOn(); !why.empty()) return why;
+  }
   return raiseLoopback();
 }
 
