@@ -9,7 +9,6 @@
 #include <new>
 #include <set>
 #include <utility>
-#include <vector>
 
 namespace zel {
 
@@ -52,13 +51,13 @@ bool SocketHolder::ownsSockets() const { return owner_ == getpid(); }
 
 void SocketHolder::closeAll() {
   const std::lock_guard<std::mutex> lock(registry().mutex);
-  std::vector<SocketHolder*> own;
   for (SocketHolder* const holder : registry().holders) {
-    if (holder->ownsSockets()) own.push_back(holder);
+    if (holder->ownsSockets()) holder->announceEnd();
   }
-  for (SocketHolder* const holder : own) holder->announceEnd();
   const Clock::time_point deadline = Clock::now() + kPatience;
-  for (SocketHolder* const holder : own) holder->end(deadline);
+  for (SocketHolder* const holder : registry().holders) {
+    if (holder->ownsSockets()) holder->end(deadline);
+  }
   registry().contexts.clear();  // what attaches from here on needs a handler of its own
 }
 

@@ -196,6 +196,7 @@ WireJsonWriter::WireJsonWriter() : state_(std::make_unique<State>()) {
   settings["commentStyle"] = "None";
   settings["emitUTF8"] = true;
   state_->writer.reset(settings.newStreamWriter());
+  state_->stream.exceptions(std::ios::badbit);  // else a stream without memory passes over a part of the text
 }
 WireJsonWriter::~WireJsonWriter() = default;
 
@@ -203,6 +204,7 @@ std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
   text.clear();
   if (std::string why = unwritable(value, 0); !why.empty()) return why;
 
+  state_->stream.clear();
   state_->stream.str({});
   state_->writer->write(value, &state_->stream);
   std::string written = state_->stream.str();

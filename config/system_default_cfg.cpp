@@ -1,6 +1,7 @@
 #include "config/system_default_cfg.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 #include "client/zmq_utils.h"
@@ -85,6 +86,22 @@ int give(const char* operation, Out* out, Value&& value) {
   return kOk;
 }
 
+/// Puts a new state in the place of an old one, whole or, when there is no memory for it, not at all.
+template <class State>
+void replace(State& state, State next) {
+  static_assert(std::is_nothrow_move_assignable_v<State>);
+  state = std::move(next);
+}
+
+/// Replaces a record by what the daemon answers. What the answer does not tell, stays.
+template <class Record>
+int fetch(SysMgrClient& client, int (SysMgrClient::*query)(Record&), Record& cached) {
+  Record next = cached;
+  const int result = (client.*query)(next);
+  if (result >= 0) replace(cached, std::move(next));
+  return result;
+}
+
 void logReceived(const char* notification) {
   Logger::log(Logger::LEVEL_PROGRESS, "%s - received notification", notification);
 }
@@ -114,13 +131,12 @@ SystemDefaultCfg::~SystemDefaultCfg() { Logger::log(Logger::LEVEL_LIFECYCLE, "Sy
 int SystemDefaultCfg::init() {
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   if (const int failure = step(ZEL_HERE, client_.init(context), "zmq context initialized")) return failure;
-  if (const int failure = step(ZEL_HERE, client_.getStoredParameters(stored_), "stored parameters retrieved")) {
-    return failure;
-  }
-  if (const int failure = step(ZEL_HERE, client_.getDynamicParameters(dynamic_), "dynamic parameters retrieved")) {
-    return failure;
-  }
-  if (const int failure = step(ZEL_HERE, client_.getBoardModel(boardModel_), "board model retrieved")) return failure;
+  const int stored = fetch(client_, &SysMgrClient::getStoredParameters, stored_);
+  if (const int failure = step(ZEL_HERE, stored, "stored parameters retrieved")) return failure;
+  const int dynamic = fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_);
+  if (const int failure = step(ZEL_HERE, dynamic, "dynamic parameters retrieved")) return failure;
+  const int model = fetch(client_, &SysMgrClient::getBoardModel, boardModel_);
+  if (const int failure = step(ZEL_HERE, model, "board model retrieved")) return failure;
 
   Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg INITIALIZATION SUCCESS");
   initialized_ = true;
@@ -216,7 +232,8 @@ const EthBasicInfo* SystemDefaultCfg::findInterface(const std::string& name) con
 }
 
 int SystemDefaultCfg::refreshUnlessFollowing(const zel::CodeLocation& here) {
-  return subscribersInitialized_ ? kOk : checked(here, client_.getDynamicParameters(dynamic_));
+  if (subscribersInitialized_) return kOk;
+  return checked(here, fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_));
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): part of the binary interface
@@ -262,16 +279,16 @@ int SystemDefaultCfg::getTrafficInterfacesIPv4Address(std::vector<IpAddress>& ad
 
 int SystemDefaultCfg::notifyStoredParametersUpdate(SysParameters& parameters) {
   logReceived(__func__);
-  BoardModel configured = std::move(stored_.boardModel);
-  stored_ = parameters;
-  stored_.boardModel = std::move(configured);
-  stored_.boardModel.setModel(parameters.boardModel.model);
+  SysParameters next = parameters;
+  next.boardModel = stored_.boardModel;
+  next.boardModel.setModel(parameters.boardModel.model);
+  replace(stored_, std::move(next));
   return kOk;
 }
 
 int SystemDefaultCfg::notifyDynamicInfoUpdate(SysParametersDynamic& parameters) {
   logReceived(__func__);
-  dynamic_ = parameters;
+  replace(dynamic_, parameters);
   return kOk;
 }
 
@@ -282,6 +299,6 @@ int SystemDefaultCfg::notifyRebootRequest() {
 
 int SystemDefaultCfg::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>& entries) {
   logReceived(__func__);
-  whitelist_ = entries;
+  replace(whitelist_, entries);
   return kOk;
 }

@@ -1,5 +1,7 @@
 #include "subscriber/sysmgr_subscriber.h"
 
+#include <memory>
+
 #include "common/failed_check.h"
 #include "common/kept_value.h"
 #include "common/status.h"
@@ -45,8 +47,10 @@ int SysmgrSubscriber::notifyRebootRequest() { return notOverridden(__func__); }
 int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { return notOverridden(__func__); }
 
 int SysmgrSubscriber::init(zmq::context_t& context) {
-  client_ = new SubscribeJsonClient(context);  // an earlier one stays as it is
-  return checked(ZEL_HERE, client_->connect(SysmgrPublisher::kEndpoint));
+  auto client = std::make_unique<SubscribeJsonClient>(context);
+  const int result = client->connect(SysmgrPublisher::kEndpoint);
+  client_ = client.release();  // an earlier one stays as it is
+  return checked(ZEL_HERE, result);
 }
 
 int SysmgrSubscriber::subscribe(SysmgrPublisher::sysmgr_notifications_t notification) {

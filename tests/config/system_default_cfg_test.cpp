@@ -290,7 +290,7 @@ TEST(SystemDefaultCfg, CanBeUsedAfterAnAnswerOfAWrongType) {
   cache();
   board.set(FakeBoard::kStored, R"({"rtsp": {"tcp-port": 5004}, "tdm": {"channels-per-line": "many"}})");
   EXPECT_THROW(cache().init(), Json::LogicError);
-  EXPECT_EQ(rtspPort(), 5004u) << "what was read before the wrong value";
+  EXPECT_EQ(rtspPort(), 8554u) << "never half a document";
   EXPECT_TRUE(cache().isInitialized());
   EXPECT_THAT(whitelist(), ElementsAre("239.1.1.1"));
   board.set(FakeBoard::kStored, "{}");
