@@ -74,7 +74,8 @@ class WatchedSocket {
   }
 
   void close() noexcept {
-    // The telling ends first: with nobody to tell, libzmq's I/O thread would wait for ever, and with it every socket.
+    // The telling ends first: libzmq's I/O thread would wait for ever for a listener that goes meanwhile, and with it
+    // every socket.
     if (socket_ != nullptr) zmq_socket_monitor(socket_, nullptr, 0);
     if (monitor_ != nullptr) zmq_close(monitor_);
     if (socket_ != nullptr) zmq_close(socket_);

@@ -15,6 +15,7 @@
 #include "tests/support/raw_peer.h"
 #include "tests/support/scripted_daemon.h"
 #include "tests/support/wait_until.h"
+#include "tests/support/zmtp.h"
 
 /// What the library is to set as ZMQ_RECONNECT_IVL instead of its own choice.
 static std::optional<int> reconnectInterval;
@@ -41,6 +42,8 @@ using zel::test::RawBehaviour;
 using zel::test::RawPeer;
 using zel::test::timeOf;
 using zel::test::waitUntil;
+using zel::test::zmtp::shakeHands;
+using zel::test::zmtp::Stream;
 
 const char* const kAddress = PublisherFake::kEndpoint;
 constexpr unsigned short kPort = 5575;
@@ -483,6 +486,33 @@ long peakMiB() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss / 1024;
+}
+
+// libzmq has something to tell about the connection while its client is being destroyed.
+TEST(SubscribeJsonClient, LeavesTheContextAliveWhenItsConnectionBreaksAsItIsDestroyed) {
+  static zmq::context_t& context = *new zmq::context_t;  // one that does not work any more cannot be destroyed
+  std::atomic<bool> over{false};
+  const auto hangUp = [&over](const Stream& stream) {
+    if (!shakeHands(stream, "PUB")) return;
+    while (!over) std::this_thread::yield();
+    stream.close();
+  };
+  int failures = 0;
+  for (int i = 0; i < 300 && failures < 3; ++i) {
+    over = false;
+    const RawPeer peer(hangUp, kPort);
+    SubscribeJsonClient client(context);
+    if (timeOf([&] { client.connect(kAddress); }) > 190ms) ++failures;
+    over = true;
+    // The moment that matters comes after some tens of microseconds: all around it are tried.
+    const auto moment = std::chrono::steady_clock::now() + (i % 50) * 4us;
+    while (std::chrono::steady_clock::now() < moment) continue;
+  }
+  PublisherFake publisher;
+  SubscribeJsonClient client(context);
+  client.connect(kAddress);
+  client.subscribe("1");
+  EXPECT_TRUE(publisher.waitForSubscription("1"));
 }
 
 TEST(SubscribeJsonClient, DropsAFloodBeyondItsQueueAndFollowsOn) {
