@@ -31,7 +31,7 @@ void runWaitReady(Call& call) {
       Board(told ? call.deadline : silent).get("stored");
       return tellThatItIsReady();
     } catch (const Failure& failure) {
-      if (!mayComeRight(failure.status()) || call.deadline.left() <= kPause) {
+      if (!mayComeRight(failure.status()) || call.deadline.left() <= 2 * kPause) {  // a shorter question tells nothing
         throw Failure(failure.status(), "the daemon is not ready after " + call.deadline.text() + ": " + failure.what(),
                       failure.advice());
       }
