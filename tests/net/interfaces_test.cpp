@@ -3,6 +3,7 @@
 #include <malloc.h>
 #include <net/if.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -214,7 +215,7 @@ TEST_F(RealInterfaces, LoseTheirAddressInTheRecordWhenTheyLoseIt) {
 }
 
 TEST_F(RealInterfaces, WithoutALinkLayerAreNotListedButHaveAnAddress) {
-  if (!std::filesystem::exists("/dev/net/tun")) GTEST_SKIP() << "this system has no tun devices";
+  if (access("/dev/net/tun", R_OK | W_OK) != 0) GTEST_SKIP() << "this system has no tun devices for this user";
   configureNetwork(R"(
     tuntap add dev tun0 mode tun
     tuntap add dev tap0 mode tap
