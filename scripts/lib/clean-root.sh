@@ -19,17 +19,19 @@ make_clean_root() {
   mkdir -p "$clean_root/root"
   tar -C "$clean_root/root" -xf "$clean_root/base.tar"
   cp /etc/resolv.conf "$clean_root/root/etc/"
+  echo "127.0.0.1 localhost $(hostname)" >"$clean_root/root/etc/hosts"
   printf '#!/bin/sh\nexit 101\n' >"$clean_root/root/usr/sbin/policy-rc.d" # no service starts here
   chmod +x "$clean_root/root/usr/sbin/policy-rc.d"
 }
 
-# in_clean_root COMMAND...: in namespaces of its own, so nothing stays mounted and nothing stays running.
+# in_clean_root COMMAND...: in namespaces of its own, so nothing stays mounted and nothing stays running. It is the root of
+# the file system there, not a chroot: in a chroot only root may make namespaces.
 in_clean_root() {
   unshare --mount --pid --fork --kill-child sh -c '
     root=$1; archives=$2; shift 2
-    mount -t proc proc "$root/proc" && mount --rbind /dev "$root/dev" && mount -t sysfs sysfs "$root/sys" &&
-      mount --bind "$archives" "$root/var/cache/apt/archives" &&
-      exec chroot "$root" env -i HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
+    mount --bind "$root" "$root" && mount -t proc proc "$root/proc" && mount --rbind /dev "$root/dev" && mount -t sysfs sysfs "$root/sys" &&
+      mount --bind "$archives" "$root/var/cache/apt/archives" && cd "$root" && pivot_root . . && umount --lazy . && cd / &&
+      exec env -i HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
         PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "$@"
   ' sh "$clean_root/root" "$clean_root/archives" "$@"
 }

@@ -9,12 +9,13 @@ readme_block() {
     END { if (found != 1) { print "README.md: " found + 0 " blocks with " pattern > "/dev/stderr"; exit 1 } }' "$1/README.md"
 }
 
-# write_your_program README-FOLDER FOLDER: writes what README.md tells its reader to write, with the names it uses there.
+# write_your_program README-FOLDER FOLDER: writes what README.md tells its reader to write, with the names it uses there,
+# and the command that builds it with pkg-config.
 write_your_program() {
   mkdir -p "$2"
   readme_block "$1" cpp 'int main' >"$2/your_program.cpp"
-  readme_block "$1" cmake find_package >"$2/readme.cmake"
-  readme_block "$1" sh pkg-config >"$2/readme-pkg-config.sh"
+  readme_block "$1" cmake find_package >"$2/CMakeLists.txt"
+  readme_block "$1" sh pkg-config | grep '^g++ ' >"$2/readme-pkg-config.sh"
 }
 
 # in_private_network COMMAND...: runs it where the loopback interface is the only one and no other daemon listens.
