@@ -19,19 +19,11 @@ namespace {
 
 constexpr char kAddress[] = "inproc://publisher";
 
-class Receiver final : public SysmgrSubscriber {
- public:
-  int notifyStoredParametersUpdate(SysParameters&) override { return 1; }
-  int notifyDynamicInfoUpdate(SysParametersDynamic&) override { return 1; }
-  int notifyRebootRequest() override { return 1; }
-  int notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) override { return 1; }
-};
-
 void dispatch(std::string& topic, Json::Value& payload) {
-  Receiver receiver;
+  SysmgrSubscriber subscriber;
   try {
-    const int result = receiver.processNotification(topic, payload);
-    if (result != 1 && result != zel::status::kUnknownTopic) std::abort();
+    const int result = subscriber.processNotification(topic, payload);
+    if (result != 0 && result != zel::status::kUnknownTopic) std::abort();
   } catch (const Json::Exception&) {
     // a value of a type that does not convert
   }
