@@ -1,5 +1,6 @@
 #include "common/client_json_api.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <string_view>
@@ -26,6 +27,7 @@ constexpr int kDefaultTimeoutMs = 5000;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 constexpr zel::SocketOption kSocketOptions[] = {
+    {ZMQ_RCVHWM, 6},            // what nobody asked for waits here until the next call: no more than 6 MiB
     {ZMQ_LINGER, 0},            // a request that failed must not leave later, nor hold up the end of the process
     {ZMQ_IMMEDIATE, 1},         // nothing is queued for a daemon that is not there
     {ZMQ_REQ_CORRELATE, 1},     // an answer carries its request's number: late and doubled ones are dropped
@@ -34,6 +36,10 @@ constexpr zel::SocketOption kSocketOptions[] = {
     {ZMQ_CONNECT_TIMEOUT, 1000},
     {ZMQ_MAXMSGSIZE, static_cast<int>(zel::kMaxFrameBytes)},  // an endless frame cannot take the memory
 };
+
+/// How long a socket from before this call may take to be connected again. Then it is made anew: a peer that broke the
+/// protocol has left it deaf for good.
+constexpr std::chrono::milliseconds kPatience{50};
 
 const Json::Value* find(const Json::Value& object, std::string_view name) {
   return object.find(name.data(), name.data() + name.size());
@@ -93,22 +99,16 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     bool keep_ = false;
   };
 
-  /// @return empty, or why there is no socket
-  std::string connect() {
-    if (socket_ != nullptr) return {};
-    if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
-    socket_ = zmq_socket(context()->handle(), ZMQ_REQ);
-    const bool made =
-        socket_ != nullptr && zel::setOptions(socket_, kSocketOptions) && zmq_connect(socket_, address_.c_str()) == 0;
-    if (made) return {};
-    std::string why = zmq_strerror(zmq_errno());
-    disconnect();
-    return why;
-  }
-
   /// Hands both frames of a request to a connected daemon.
-  bool send(const std::string& id, const std::string& body, Clock::time_point deadline) {
-    return sendFrame(id, ZMQ_SNDMORE, deadline) && sendFrame(body, 0, deadline);
+  /// @param why  receives why there is no socket
+  /// @return 0, or the code of the failure
+  int send(const std::string& id, const std::string& body, Clock::time_point deadline, std::string& why) {
+    const auto begin = [&](Clock::time_point until) { return sendFrame(id, ZMQ_SNDMORE, until); };
+    bool begun = socket_ != nullptr && begin(std::min(deadline, Clock::now() + kPatience));
+    if (!begun) why = connect();
+    if (socket_ == nullptr) return kCannotConnect;
+    begun = begun || begin(deadline);
+    return begun && sendFrame(body, 0, deadline) ? zel::status::kOk : kNotSent;
   }
 
   /// Writes a request's body; null is no body, an empty frame.
@@ -140,6 +140,21 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   }
 
  private:
+  /// Opens a new socket in place of the one that was there, which stays when that fails.
+  /// @return empty, or why it fails
+  std::string connect() {
+    if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
+    void* const socket = zmq_socket(context()->handle(), ZMQ_REQ);
+    if (socket != nullptr && zel::setOptions(socket, kSocketOptions) && zmq_connect(socket, address_.c_str()) == 0) {
+      disconnect();
+      socket_ = socket;
+      return {};
+    }
+    std::string why = zmq_strerror(zmq_errno());
+    if (socket != nullptr) zmq_close(socket);
+    return why;
+  }
+
   bool sendFrame(const std::string& frame, int flags, Clock::time_point deadline) {
     while (zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags) < 0) {
       if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLOUT, deadline)) return false;
@@ -199,15 +214,17 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
   const auto within = [timeout] { return " within " + std::to_string(timeout.count()) + " ms"; };
 
   std::string body;
-  if (const std::string why = connection_->write(message.getBody(), body); !why.empty()) {
+  std::string why = connection_->write(message.getBody(), body);
+  if (!why.empty()) {
     exchange.keepConnection();  // nothing was sent
     return fail(kBadRequest, id, " was not sent: its body cannot be written as JSON text: " + why + ".");
   }
-  if (const std::string why = connection_->connect(); !why.empty()) {
+  const int sent = connection_->send(std::to_string(id), body, deadline, why);
+  if (sent == kCannotConnect) {
     return fail(kCannotConnect, id,
                 " was not sent: no connection to " + connection_->address() + " can be opened: " + why + ".");
   }
-  if (!connection_->send(std::to_string(id), body, deadline)) {
+  if (sent < 0) {
     return fail(kNotSent, id,
                 " was not sent: no daemon took it at " + connection_->address() + within() +
                     ". Is the system manager running?");
@@ -218,7 +235,8 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
                 " was sent to " + connection_->address() + ", but no answer came" + within() +
                     ". The daemon may have acted on it: read the state back before you repeat it.");
   }
-  if (const std::string why = connection_->read(answer, reply); !why.empty()) {
+  why = connection_->read(answer, reply);
+  if (!why.empty()) {
     return fail(kBadAnswer, id, " was answered, but the answer cannot be used: " + why + ".");
   }
   exchange.keepConnection();

@@ -5,13 +5,17 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <random>
+#include <utility>
 
 #include "common/client_json_api.h"
 #include "tests/common/test_client.h"
+#include "tests/support/daemon_process.h"
 #include "tests/support/raw_peer.h"
 
 using std::chrono::milliseconds;
@@ -67,6 +71,16 @@ long heldMemory() {
     if (word == "VmRSS:" && status >> size) return size;
   }
   return 0;
+}
+
+/// Whether a connection to the daemon's port is open.
+bool connected() {
+  constexpr const char* kEstablished = " 0100007F:15B4 01 ";  // the daemon's address, and the state
+  std::ifstream connections("/proc/self/net/tcp");
+  for (std::string line; std::getline(connections, line);) {
+    if (line.find(kEstablished) != std::string::npos) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -137,6 +151,37 @@ TEST_P(PeerFault, IsNoDaemon) {
   const ScriptedDaemon daemon;
   expectWorking();
   RecordProperty("grownKiB", static_cast<int>(grown));
+}
+
+TEST_F(RequestFault, APeerThatBrokeTheProtocolBeforeTheFirstRequestDoesNotCostIt) {
+  std::optional<RawPeer> peer(std::in_place, RawBehaviour::kWrongSocketType);
+  TestClient client(context_);
+  ASSERT_TRUE(zel::test::waitUntil([&peer] { return peer->accepted() > 0 && !connected(); }));
+  peer.reset();
+  const ScriptedDaemon daemon;
+  const Outcome outcome = client.send(19);
+  EXPECT_EQ(outcome.code, 0) << client.lastError().text;
+  EXPECT_LT(outcome.took, milliseconds(150 * kSlowdown)) << "ZeroMQ never connects again after that";
+}
+
+TEST_F(RequestFault, WhatComesBetweenTwoRequestsTakesLittleMemory) {
+  if (kSlowdown > 1) GTEST_SKIP() << "the memory says nothing";
+  const zel::test::ChildProcess daemon = zel::test::startDaemon([](const Request&) {
+    std::vector<Answer> answers(100, Answer(std::string(std::size_t{1024} * 1024, ' ')));  // the largest that there are
+    answers.front() = Answer("{}");
+    return answers;
+  });
+  TestClient patient(context_, zel::test::kSoon);
+  const long before = heldMemory();
+  EXPECT_EQ(patient.send(19).code, 0);
+  long most = heldMemory();
+  const auto grows = [&most] {
+    std::this_thread::sleep_for(milliseconds(100));
+    const long held = heldMemory();
+    return held > std::exchange(most, std::max(most, held));
+  };
+  while (grows()) continue;
+  EXPECT_LE(most - before, 9 * 1024);
 }
 
 TEST_F(AnswerFault, NoAnswer) {
