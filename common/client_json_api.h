@@ -14,7 +14,8 @@
 ///
 /// On the wire a request is two frames, the command id as decimal text and the body as compact JSON (an empty frame
 /// when there is no body); the answer is one frame, a JSON object. A frame is at most 1 MiB, JSON nests at most 64
-/// deep. An answer belongs to its request: a late or doubled one is never taken for another's.
+/// deep and holds at most 65536 values. An answer belongs to its request: a late or doubled one is never taken for
+/// another's.
 ///
 /// The client works again with the very next call once a daemon is back; nothing has to be made anew.
 ///

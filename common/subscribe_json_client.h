@@ -12,9 +12,9 @@
 /// A subscriber: receives what a publisher of JSON documents sends over ZeroMQ.
 ///
 /// On the wire a notification is two frames, the topic and the payload as JSON (an empty frame is null). A frame is at
-/// most 1 MiB, JSON nests at most 64 deep. ZeroMQ matches topics by prefix: a subscriber of "1000" gets "10000" too,
-/// and has to compare the topic. At most 1000 notifications wait unread here; the ones behind them are lost, first here
-/// and then at the publisher.
+/// most 1 MiB, JSON nests at most 64 deep and holds at most 65536 values. ZeroMQ matches topics by prefix: a subscriber
+/// of "1000" gets "10000" too, and has to compare the topic. At most 1000 notifications wait unread here; the ones
+/// behind them are lost, first here and then at the publisher.
 ///
 /// A publisher that is not there yet, that restarts or freezes, or that breaks the connection by a message over the
 /// limit, is followed without help: the subscriptions live on and the poll item stays valid. What it publishes while

@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kKeptCapacity = std::size_t{256} * 1024;
 
 const std::string kTooDeep = "nested more than " + std::to_string(kMaxJsonDepth) + " deep";
+const std::string kTooMany = "more than " + std::to_string(kMaxJsonValues) + " values";
 const std::string kTooLong = "longer than " + std::to_string(kMaxFrameBytes) + " bytes";
 
 using simdjson::dom::element;
@@ -103,46 +104,55 @@ void update(const element& from, Json::Value& value) {
   }
 }
 
-std::string build(const element& from, unsigned int depth, Json::Value& value);
+/// Builds the tree of a document.
+class Builder {
+ public:
+  /// @param depth  how many objects and arrays stand around the element
+  /// @return empty, or why the document is refused
+  std::string build(const element& from, unsigned int depth, Json::Value& value) {
+    if (++values_ > kMaxJsonValues) return kTooMany;
+    if (from.is_object()) {
+      return depth < kMaxJsonDepth ? buildObject(from.get_object().value_unsafe(), depth + 1, value) : kTooDeep;
+    }
+    if (from.is_array()) {
+      return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : kTooDeep;
+    }
+    assign(from, value);
+    return {};
+  }
 
-std::string buildArray(const simdjson::dom::array& from, unsigned int depth, Json::Value& value) {
-  value = Json::Value(Json::arrayValue);
-  for (const element& item : from) {
-    if (std::string why = build(item, depth, value.append(Json::Value())); !why.empty()) return why;
+ private:
+  std::string buildArray(const simdjson::dom::array& from, unsigned int depth, Json::Value& value) {
+    value = Json::Value(Json::arrayValue);
+    for (const element& item : from) {
+      if (std::string why = build(item, depth, value.append(Json::Value())); !why.empty()) return why;
+    }
+    return {};
   }
-  return {};
-}
 
-std::string buildObject(const simdjson::dom::object& from, unsigned int depth, Json::Value& value) {
-  value = Json::Value(Json::objectValue);
-  Json::ArrayIndex members = 0;
-  for (const simdjson::dom::key_value_pair& member : from) {
-    Json::Value* const place = value.demand(member.key.data(), member.key.data() + member.key.size());
-    if (value.size() != ++members) return "the name \"" + std::string(member.key) + "\" stands twice in an object";
-    if (std::string why = build(member.value, depth, *place); !why.empty()) return why;
+  std::string buildObject(const simdjson::dom::object& from, unsigned int depth, Json::Value& value) {
+    value = Json::Value(Json::objectValue);
+    Json::ArrayIndex members = 0;
+    for (const simdjson::dom::key_value_pair& member : from) {
+      Json::Value* const place = value.demand(member.key.data(), member.key.data() + member.key.size());
+      if (value.size() != ++members) return "the name \"" + std::string(member.key) + "\" stands twice in an object";
+      if (std::string why = build(member.value, depth, *place); !why.empty()) return why;
+    }
+    return {};
   }
-  return {};
-}
 
-/// @param depth  how many objects and arrays stand around the element
-std::string build(const element& from, unsigned int depth, Json::Value& value) {
-  if (from.is_object()) {
-    return depth < kMaxJsonDepth ? buildObject(from.get_object().value_unsafe(), depth + 1, value) : kTooDeep;
-  }
-  if (from.is_array()) {
-    return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : kTooDeep;
-  }
-  assign(from, value);
-  return {};
-}
+  std::size_t values_ = 0;
+};
 
 /// Why a value cannot travel, but for its length and its encoding, which the text tells.
-std::string unwritable(const Json::Value& value, unsigned int depth) {
+/// @param values  how many came before
+std::string unwritable(const Json::Value& value, unsigned int depth, std::size_t& values) {
+  if (++values > kMaxJsonValues) return kTooMany;
   if (value.type() == Json::realValue && !std::isfinite(value.asDouble())) return "a number is not finite";
   if (!value.isObject() && !value.isArray()) return {};
   if (depth == kMaxJsonDepth) return kTooDeep;
   for (const Json::Value& member : value) {
-    if (std::string why = unwritable(member, depth + 1); !why.empty()) return why;
+    if (std::string why = unwritable(member, depth + 1, values); !why.empty()) return why;
   }
   return {};
 }
@@ -174,7 +184,7 @@ struct WireJsonReader::State {
       return {};
     }
     Json::Value document;
-    std::string why = build(root, 0, document);
+    std::string why = Builder().build(root, 0, document);
     if (why.empty()) value.swap(document);
     return why;
   }
@@ -202,7 +212,8 @@ WireJsonWriter::~WireJsonWriter() = default;
 
 std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
   text.clear();
-  if (std::string why = unwritable(value, 0); !why.empty()) return why;
+  std::size_t values = 0;
+  if (std::string why = unwritable(value, 0, values); !why.empty()) return why;
 
   state_->stream.clear();
   state_->stream.str({});

@@ -15,13 +15,16 @@ namespace zel {
 constexpr std::size_t kMaxFrameBytes = std::size_t{1024} * 1024;
 /// The most levels of objects and arrays that a document of the wire nests.
 constexpr unsigned int kMaxJsonDepth = 64;
+/// The most values, objects and arrays included, that a document of the wire holds. A tree of them takes far more time
+/// and memory than its text: without this limit one frame would take a tenth of a second and 60 MiB.
+constexpr std::size_t kMaxJsonValues = 65536;
 
 /// Reads the JSON text of one frame, strictly as RFC 8259 has it.
 ///
 /// Refused besides what is no JSON at all: bytes behind the document, a raw NUL, a byte order mark, comments, trailing
 /// commas, special floats, numbers beyond a double or integers beyond 64 bits, invalid UTF-8, lone surrogates, a name
-/// that stands twice in one object, more than `kMaxJsonDepth` levels, more than `kMaxFrameBytes`. The escape "\u0000"
-/// is legal and kept.
+/// that stands twice in one object, more than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`. The escape
+/// "\u0000" is legal and kept.
 /// Threads: one caller at a time per reader.
 class ZEL_EXPORT WireJsonReader {
  public:
@@ -53,7 +56,7 @@ class ZEL_EXPORT WireJsonWriter {
 
   /// @param text  receives the text; empty when the value is refused.
   /// @return empty, or why the value cannot be written: a number that is not finite, a text that is not UTF-8, more
-  ///         than `kMaxJsonDepth` levels, more than `kMaxFrameBytes`.
+  ///         than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`.
   std::string write(const Json::Value& value, std::string& text);
 
  private:

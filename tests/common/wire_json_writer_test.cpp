@@ -164,6 +164,16 @@ TEST_F(WireJsonWriterTest, WritesSixtyFourLevelsAndNoMore) {
   }
 }
 
+TEST_F(WireJsonWriterTest, WritesSixtyFiveThousandValuesAndNoMore) {
+  Json::Value list(Json::arrayValue);
+  while (list.size() < 65535) list.append(0);
+  EXPECT_EQ(written(list).size(), 2 * 65535U + 1);
+  list.append(0);
+  std::string text = "before";
+  EXPECT_EQ(writer_.write(list, text), "more than 65536 values");
+  EXPECT_EQ(text, "");
+}
+
 TEST_F(WireJsonWriterTest, WritesOneMebibyteAndNoMore) {
   const std::string most(kMaxFrameBytes - 2, 'x');
   EXPECT_EQ(written(most).size(), kMaxFrameBytes);
