@@ -10,6 +10,7 @@ namespace zel::test {
 namespace {
 
 namespace status = zel::status;
+using std::chrono::microseconds;
 
 /// Whether the client promised that the request was and will not be carried out.
 bool promisedNotSent(int result) {
@@ -19,45 +20,107 @@ bool promisedNotSent(int result) {
 
 constexpr std::chrono::milliseconds kAllowedOverrun{50};
 
+double inMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
+
 }  // namespace
 
-bool History::judge(const Journal& journal) const {
-  std::map<int, std::size_t> outcomes;
-  std::size_t wrong = 0;
-  std::size_t ghosts = 0;
-  std::size_t twice = 0;
-  std::size_t unanswered = 0;
-  std::size_t late = 0;
-  std::chrono::microseconds worst{0};
+void History::add(const Wait& wait) {
+  Longest& longest = waits_[wait.what];
+  const microseconds overrun = wait.took - microseconds(wait.limit);
+  ++longest.times;
+  longest.overrun = std::max(longest.overrun, overrun);
+  longest.controlLate = std::max(longest.controlLate, wait.controlLate);
+  if (overrun <= kAllowedOverrun) return;
+  if (overrun - wait.controlLate <= kAllowedOverrun) {
+    ++longest.unscheduled;
+  } else if (longest.late.countAndShow()) {
+    std::printf("  %s during \"%s\": %.1f ms over its limit of %d ms, the control %.1f ms late\n", wait.what,
+                wait.fault, inMs(overrun), static_cast<int>(wait.limit.count()), inMs(wait.controlLate));
+  }
+}
 
+void History::add(const Notification& notification) {
+  ++delivered_;
+  const std::uint32_t number = notification.number;
+  if (number == 0 && !notification.honestPeer) {
+    ++ofOthers_;
+    return;
+  }
+  if (number == 0 || number > journal_.published() || subjectOf(number) != notification.subject) {
+    if (notPublished_.countAndShow()) {
+      std::printf("  delivered, but never published: number %u during \"%s\"\n", number, notification.fault);
+    }
+    return;
+  }
+  if (number <= newest_ && disordered_.countAndShow()) {
+    std::printf("  delivered twice or out of order: number %u after %u during \"%s\"\n", number, newest_,
+                notification.fault);
+  }
+  newest_ = std::max(newest_, number);
+}
+
+bool History::judgeCalls() const {
+  std::map<int, std::size_t> outcomes;
+  Wrong wrong;
+  Wrong unanswered;
+  Wrong ghosts;
+  Wrong twice;
   for (const Call& call : calls_) {
     ++outcomes[std::min(call.status, 0)];
-    const unsigned times = journal.timesCarriedOut(call.token);
-    const auto overrun = call.took - std::chrono::microseconds(call.limit);
-    const auto count = [&call](std::size_t& counter, const char* what) {
-      if (++counter <= 5)
-        std::printf("  %s: request %u during \"%s\" (%d)\n", what, call.token, call.fault, call.status);
+    const unsigned times = journal_.timesCarriedOut(call.token);
+    const auto count = [&call](Wrong& kind, const char* what) {
+      if (!kind.countAndShow()) return;
+      std::printf("  %s: request %u during \"%s\" (%d)\n", what, call.token, call.fault, call.status);
     };
     if (call.honestPeer && call.status >= 0 && !call.ownAnswer) count(wrong, "another's answer");
     if (call.honestPeer && call.status >= 0 && times == 0) count(unanswered, "answered, but not carried out");
     if (promisedNotSent(call.status) && times > 0) count(ghosts, "reported as not sent, but carried out");
     if (times > 1) count(twice, "carried out twice");
-    if (overrun > kAllowedOverrun) count(late, "over its time-out");
-    worst = std::max(worst, overrun);
   }
-  int dead = 0;
-  for (const auto& [fault, times] : deadAfter_) {
-    std::printf("  no answer from a healthy daemon after \"%s\": %d times\n", fault.c_str(), times);
-    dead += times;
-  }
-
   std::printf("%zu requests:", calls_.size());
   for (const auto& [result, times] : outcomes) std::printf(" %zu x %d", times, result);
-  std::printf(
-      "\nwrong answers %zu, answered but not carried out %zu, ghosts %zu, carried out twice %zu, dead clients %d, "
-      "late %zu, worst overrun %.1f ms\n",
-      wrong, unanswered, ghosts, twice, dead, late, static_cast<double>(worst.count()) / 1000);
-  return wrong + unanswered + ghosts + twice + late == 0 && dead == 0;
+  std::printf("\nwrong answers %zu, answered but not carried out %zu, ghosts %zu, carried out twice %zu\n", wrong.times,
+              unanswered.times, ghosts.times, twice.times);
+  std::printf("requests lost behind what a hostile peer had sent: %zu\n", lost_);
+  return wrong.times + unanswered.times + ghosts.times + twice.times == 0;
+}
+
+bool History::judgeNotifications() const {
+  std::printf("%zu notifications, %zu of them from hostile peers: never published %zu, twice or out of order %zu\n",
+              delivered_, ofOthers_, notPublished_.times, disordered_.times);
+  if (!returns_.empty()) {
+    std::vector<microseconds> times = returns_;
+    std::sort(times.begin(), times.end());
+    std::printf("received again after %zu returns: median %.1f ms, worst %.1f ms\n", times.size(),
+                inMs(times[times.size() / 2]), inMs(times.back()));
+  }
+  return notPublished_.times + disordered_.times == 0;
+}
+
+bool History::judgeWaits() const {
+  bool inTime = true;
+  for (const auto& [what, longest] : waits_) {
+    std::printf(
+        "%s: %zu times, worst overrun %.1f ms (control at most %.1f ms late), over %d ms %zu, and %zu while this "
+        "process was not scheduled\n",
+        what.c_str(), longest.times, inMs(longest.overrun), inMs(longest.controlLate),
+        static_cast<int>(kAllowedOverrun.count()), longest.late.times, longest.unscheduled);
+    inTime = inTime && longest.late.times == 0;
+  }
+  return inTime;
+}
+
+bool History::judge() const {
+  const bool calls = judgeCalls();
+  const bool notifications = judgeNotifications();
+  const bool waits = judgeWaits();
+  int failures = 0;
+  for (const auto& [what, times] : failures_) {
+    std::printf("  %s: %d times\n", what.c_str(), times);
+    failures += times;
+  }
+  std::printf("dead clients, dead subscribers, stale views: %d\n", failures);
+  return calls && notifications && waits && failures == 0;
 }
 
 }  // namespace zel::test

@@ -10,32 +10,82 @@
 
 namespace zel::test {
 
-/// Every call of a run and what came of it, to be compared with what the daemons say that they did.
+/// Everything that happened to the client and the subscribers of a run, to be compared with what the daemons say that
+/// they did.
 class History {
  public:
+  explicit History(const Journal& journal) : journal_(journal) {}
+
   struct Call {
     std::uint32_t token;
     int status;
-    bool ownAnswer;   ///< the answer was the one to this request; meaningless when there was none
-    bool honestPeer;  ///< who listens may be slow or dying, but does not invent answers
-    std::chrono::microseconds took;
-    std::chrono::milliseconds limit;
+    bool ownAnswer;     ///< the answer was the one to this request; meaningless when there was none
+    bool honestPeer;    ///< who listens may be slow or dying, but does not invent answers
     const char* fault;  ///< what was going on
   };
-
   void add(const Call& call) { calls_.push_back(call); }
-  /// The client did not answer although a healthy daemon was there.
-  void addDeadClient(const char* fault) { ++deadAfter_[fault]; }
 
-  std::size_t calls() const { return calls_.size(); }
+  /// Something that the library did, which may take so long.
+  struct Wait {
+    const char* what;
+    std::chrono::microseconds took;
+    std::chrono::milliseconds limit;
+    std::chrono::microseconds controlLate;  ///< how late the control was woken meanwhile
+    const char* fault;
+  };
+  void add(const Wait& wait);
+
+  /// A notification was delivered.
+  struct Notification {
+    Subject subject;
+    std::uint32_t number;  ///< 0: it has none, as no document of a daemon's
+    bool honestPeer;
+    const char* fault;
+  };
+  void add(const Notification& notification);
+
+  /// The newest notification so far that came from a daemon; 0: none.
+  std::uint32_t newest() const { return newest_; }
+
+  /// What did not work although a healthy daemon was there.
+  void addFailure(const std::string& what, const char* fault) { ++failures_[what + " after \"" + fault + '"']; }
+  /// The first request after a hostile peer was written into the connection to that peer.
+  void addLostRequest() { ++lost_; }
+  /// The subscriber received again, so long after the daemon was back.
+  void addReturn(std::chrono::microseconds time) { returns_.push_back(time); }
 
   /// Judges the run, and prints what it found.
   /// @return whether nothing is wrong
-  bool judge(const Journal& journal) const;
+  bool judge() const;
 
  private:
+  /// How often something was wrong. The first few are printed where they happen.
+  struct Wrong {
+    std::size_t times = 0;
+    bool countAndShow() { return ++times <= 5; }
+  };
+  struct Longest {
+    std::chrono::microseconds overrun{0};
+    std::chrono::microseconds controlLate{0};
+    std::size_t times = 0;
+    std::size_t unscheduled = 0;  ///< over the limit, but the control was as late
+    Wrong late;
+  };
+  bool judgeCalls() const;
+  bool judgeNotifications() const;
+  bool judgeWaits() const;
+
+  const Journal& journal_;
   std::vector<Call> calls_;
-  std::map<std::string, int> deadAfter_;
+  std::map<std::string, Longest> waits_;
+  std::map<std::string, int> failures_;
+  std::vector<std::chrono::microseconds> returns_;
+  std::size_t lost_ = 0;
+  std::uint32_t newest_ = 0;
+  std::size_t delivered_ = 0;
+  std::size_t ofOthers_ = 0;
+  Wrong notPublished_;
+  Wrong disordered_;
 };
 
 }  // namespace zel::test

@@ -15,16 +15,22 @@ namespace {
 Journal Journal::create() {
   const int descriptor = memfd_create("journal", 0);
   if (descriptor < 0) fail("memfd_create");
-  if (ftruncate(descriptor, kTokens * sizeof(Count)) != 0) fail("ftruncate");
+  if (ftruncate(descriptor, sizeof(Record)) != 0) fail("ftruncate");
   return Journal(descriptor);
 }
 
 Journal Journal::inherit(int descriptor) { return Journal(descriptor); }
 
 Journal::Journal(int descriptor) : descriptor_(descriptor) {
-  void* const memory = mmap(nullptr, kTokens * sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  void* const memory = mmap(nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) fail("mmap");
-  counts_ = static_cast<Count*>(memory);
+  record_ = static_cast<Record*>(memory);
+}
+
+std::uint32_t Journal::publish() {
+  const std::uint32_t number = record_->published.fetch_add(1) + 1;
+  record_->newest[static_cast<std::size_t>(subjectOf(number))] = number;
+  return number;
 }
 
 }  // namespace zel::test
