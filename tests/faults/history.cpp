@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "common/status.h"
+#include "tests/support/wait_until.h"
 
 namespace zel::test {
 
@@ -18,7 +19,7 @@ bool promisedNotSent(int result) {
          result == status::kBadRequest;
 }
 
-constexpr std::chrono::milliseconds kAllowedOverrun{50};
+constexpr std::chrono::milliseconds kAllowedOverrun{50 * kSlowdown};
 
 double inMs(microseconds time) { return static_cast<double>(time.count()) / 1000; }
 
