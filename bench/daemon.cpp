@@ -239,6 +239,7 @@ void serve(unsigned int interfaces) {
         break;
       case 9000:  // not a command of the daemon's: publishes the document as often as the body says
         answer("{\"status\":0}");
+        publisher.waitForFollower();
         for (int left = std::atoi(body.to_string().c_str()); left > 0; --left) publisher.publish(stored.text());
         break;
       default: answer("{\"error\":\"unknown command\",\"status\":-1}");
