@@ -2,6 +2,8 @@
 
 #include <simdjson.h>
 
+#include <algorithm>
+
 namespace zel {
 
 namespace {
@@ -13,7 +15,9 @@ namespace {
 }  // namespace
 
 std::string escaped(const std::string& text) {
-  const bool utf8 = simdjson::validate_utf8(text.data(), text.size());
+  // Plain ASCII does without simdjson, which is gone at the very end of the process while other threads may still log.
+  const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  const bool utf8 = ascii || simdjson::validate_utf8(text.data(), text.size());
   std::string safe;
   safe.reserve(text.size());
 
