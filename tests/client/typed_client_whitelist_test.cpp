@@ -1,5 +1,7 @@
 #include "tests/client/typed_client_fixture.h"
 
+#include <atomic>
+
 namespace {
 
 using testing::AllOf;
@@ -90,7 +92,7 @@ const LogLine kAddingLine{6, std::string(kAdd) + ":: Adding Entry ip:239.1.2.0 m
 class Whitelist : public WithTypedClient, public testing::Test {};
 
 TEST_F(Whitelist, TellsAnAdditionBeforeAnythingElse) {
-  std::size_t linesWhenSent = 0;
+  std::atomic<std::size_t> linesWhenSent{0};
   daemon_.onRequest([&](const auto&) -> std::vector<zel::test::Answer> {
     linesWhenSent = log_.texts(Logger::LEVEL_PROGRESS).size();
     return {R"({"status": -5})"};

@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "common/wire_json.h"
 #include "tests/support/scripted_daemon.h"
@@ -49,25 +50,29 @@ class FakeBoard {
     return ids;
   }
 
-  PublisherFake publisher;
-  ScriptedDaemon daemon;
-
  private:
+  // An array, which needs no destructor: some tests have their board answer while the process ends.
+  static constexpr std::pair<const char*, const char*> kMembers[] = {
+      {kStored, "stored"}, {kDynamic, "dynamic"}, {kBoardModel, "board-model"}, {kWhitelist, "white-list"}};
+
   Answer answerTo(const Request& request) {
-    static const std::map<std::string, std::string> kMembers = {
-        {kStored, "stored"}, {kDynamic, "dynamic"}, {kBoardModel, "board-model"}, {kWhitelist, "white-list"}};
     const std::lock_guard<std::mutex> lock(mutex_);
     Json::Value answer(Json::objectValue);
     if (const auto status = statuses_.find(request.id); status != statuses_.end()) answer["status"] = status->second;
-    const auto member = kMembers.find(request.id);
-    const auto document = documents_.find(request.id);
-    if (member != kMembers.end() && document != documents_.end()) answer[member->second] = document->second;
+    for (const auto& [id, member] : kMembers) {
+      const auto document = documents_.find(request.id);
+      if (request.id == id && document != documents_.end()) answer[member] = document->second;
+    }
     return answer;
   }
 
   std::mutex mutex_;
   std::map<std::string, Json::Value> documents_;
   std::map<std::string, int> statuses_;
+
+ public:
+  PublisherFake publisher;
+  ScriptedDaemon daemon;  ///< the last member: its thread, which uses the others, ends before they do
 };
 
 }  // namespace zel::test
