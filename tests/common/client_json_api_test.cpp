@@ -90,7 +90,7 @@ TEST_F(ClientJsonApiTest, SendsCompactUtf8) {
   body["list"].append(1);
   body["list"].append(true);
   body["nothing"] = Json::Value();
-  EXPECT_EQ(client_.send(2, body).code, 0);
+  EXPECT_EQ(client_.ask(2, body).code, 0);
   EXPECT_EQ(daemon_.lastRequest().body, "{\"list\":[1,true],\"name\":\"Gr\u00fc\u00dfe \u20ac\",\"nothing\":null}");
 }
 
@@ -101,7 +101,7 @@ TEST_F(ClientJsonApiTest, SendsABodyOfAnyType) {
                                                       {Json::Value(false), "false"},
                                                       {Json::Value(0), "0"}};
   for (const auto& [body, text] : rows) {
-    EXPECT_EQ(client_.send(2, body).code, 0);
+    EXPECT_EQ(client_.ask(2, body).code, 0);
     EXPECT_EQ(daemon_.lastRequest().body, text);
   }
 }
@@ -145,7 +145,7 @@ TEST_F(ClientJsonApiTest, TakesNoStatusButAnInteger) {
     expectFailure(client_, outcome, -104, "its status is not an integer");
     expectAtOnce(outcome);
   }
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
 }
 
 TEST_F(ClientJsonApiTest, ReportsARefusalInTheDaemonsWords) {
@@ -183,7 +183,7 @@ TEST_F(ClientJsonApiTest, KeepsTheLastFailureAfterASuccess) {
   daemon_.answer(R"({"status":4,"error":"a remark"})");
   EXPECT_EQ(client_.send(2).code, -5);
   EXPECT_EQ(client_.send(2).code, 4);
-  EXPECT_EQ(client_.send(2).code, 0);
+  EXPECT_EQ(client_.ask(2).code, 0);
   EXPECT_EQ(client_.lastError().code, -5);
   EXPECT_EQ(client_.lastError().text, "first");
 }
@@ -213,7 +213,7 @@ TEST_F(ClientJsonApiTest, SendsNothingThatCannotBeWritten) {
     EXPECT_THAT(client_.lastError().text, HasSubstr(why));
     expectAtOnce(outcome);
   }
-  EXPECT_EQ(client_.send(3).code, 0);
+  EXPECT_EQ(client_.ask(3).code, 0);
   EXPECT_EQ(daemon_.requestCount(), 1u) << "something that is no request left";
   EXPECT_EQ(daemon_.lastRequest().id, "3");
 }
@@ -249,42 +249,42 @@ TEST(ClientJsonApi, CannotConnectToAnAddressThatIsNone) {
   const ScriptedDaemon daemon;
   client.address = ScriptedDaemon::kEndpoint;
   EXPECT_EQ(client.init(context), 0);
-  EXPECT_EQ(client.send(0).code, 0);
+  EXPECT_EQ(client.ask(0).code, 0);
 }
 
 TEST(ClientJsonApi, FindsADaemonThatIsNotThereYetAtInit) {
   zmq::context_t context;
   TestClient client(context);
   const ScriptedDaemon daemon;
-  EXPECT_EQ(client.send(0).code, 0);
+  EXPECT_EQ(client.ask(0).code, 0);
 }
 
 TEST_F(ClientJsonApiTest, MayBeInitializedAgainAlsoWithAnotherContext) {
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
   EXPECT_EQ(client_.init(context_), 0);
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
   {
     zmq::context_t other;
     EXPECT_EQ(client_.init(other), 0);
-    EXPECT_EQ(client_.send(0).code, 0);
+    EXPECT_EQ(client_.ask(0).code, 0);
     EXPECT_EQ(client_.init(context_), 0);
     // The other context can end here only because its socket was closed.
   }
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
 }
 
 TEST_F(ClientJsonApiTest, KeepsItsConnectionWhileCallsSucceed) {
   const auto numberOf = [this] { return daemon_.lastRequest().peer; };
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
   const std::string first = numberOf();
   daemon_.answer(R"({"status":-5})");
   EXPECT_EQ(client_.send(0).code, -5);
   EXPECT_EQ(client_.send(0, object("a", std::nan(""))).code, -105);
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
   EXPECT_EQ(numberOf(), first);
   daemon_.answer("no JSON");
   EXPECT_EQ(client_.send(0).code, -104);
-  EXPECT_EQ(client_.send(0).code, 0);
+  EXPECT_EQ(client_.ask(0).code, 0);
   EXPECT_NE(numberOf(), first) << "a connection that failed is to be replaced";
 }
 

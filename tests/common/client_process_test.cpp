@@ -34,7 +34,7 @@ class DaemonFault : public testing::Test {
  protected:
   void expectWorkingWithANewDaemon() {
     listen(second_);
-    EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
+    EXPECT_EQ(client_.ask(19).code, 0) << client_.lastError().text;
   }
 
   // The processes first: they are made before there are threads.
@@ -49,7 +49,7 @@ class DaemonFault : public testing::Test {
 
 TEST_F(DaemonFault, KilledBeforeARequest) {
   listen(first_);
-  EXPECT_EQ(client_.send(1).code, 0);
+  EXPECT_EQ(client_.ask(1).code, 0);
   first_.kill();
   // The socket may see the end of the connection only after it took the request.
   const Outcome outcome = client_.send(3);
@@ -82,24 +82,24 @@ TEST_F(DaemonFault, ARequestThatADeadDaemonTookIsNotSentAgain) {
   silent_.kill();
   listen(second_);
   EXPECT_EQ(request.get().code, -103);
-  EXPECT_EQ(patient.send(19).code, 0);
+  EXPECT_EQ(patient.ask(19).code, 0);
   ASSERT_TRUE(second_.waitForOutput("request 19\n"));
   EXPECT_THAT(second_.output(), testing::Not(HasSubstr("request 8")));
 }
 
 TEST_F(DaemonFault, KilledAfterARequestAndReplaced) {
   listen(first_);
-  EXPECT_EQ(client_.send(1).code, 0);
+  EXPECT_EQ(client_.ask(1).code, 0);
   first_.kill();
   listen(second_);
   // A request that is written before the end of the old connection is noticed is lost with it.
   EXPECT_THAT(client_.send(3).code, testing::AnyOf(0, -103));
-  EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
+  EXPECT_EQ(client_.ask(19).code, 0) << client_.lastError().text;
 }
 
 TEST_F(DaemonFault, FrozenAndThawed) {
   listen(first_);
-  EXPECT_EQ(client_.send(1).code, 0);
+  EXPECT_EQ(client_.ask(1).code, 0);
   first_.freeze();
   for (int round = 0; round < 2; ++round) {
     // The first request leaves on the connection that is there; a new one never shakes hands.
@@ -109,7 +109,7 @@ TEST_F(DaemonFault, FrozenAndThawed) {
     expectTimedOut(client_, outcome);
   }
   first_.thaw();
-  EXPECT_EQ(client_.send(19).code, 0) << client_.lastError().text;
+  EXPECT_EQ(client_.ask(19).code, 0) << client_.lastError().text;
 }
 
 namespace {
@@ -172,14 +172,14 @@ TEST_P(DescriptorFault, InitFailsAndSucceedsLater) {
   EXPECT_EQ(client.lastError().code, -101);
   EXPECT_THAT(client.lastError().text, HasSubstr("too few file descriptors are left"));
   EXPECT_EQ(client.init(context), 0);
-  EXPECT_EQ(client.send(3).code, 0);
+  EXPECT_EQ(client.ask(3).code, 0);
 }
 
 TEST_P(DescriptorFault, ARequestThatNeedsANewConnectionFailsAtOnceAndTheNextWorks) {
   ScriptedDaemon daemon;
   zmq::context_t context;
   TestClient client(context);
-  EXPECT_EQ(client.send(3).code, 0);
+  EXPECT_EQ(client.ask(3).code, 0);
   daemon.answer("no JSON");
   const std::size_t connected = openDescriptors();
   EXPECT_EQ(client.send(3).code, -104);
@@ -193,16 +193,16 @@ TEST_P(DescriptorFault, ARequestThatNeedsANewConnectionFailsAtOnceAndTheNextWork
     expectAtOnce(outcome);
   }
   EXPECT_EQ(daemon.requestCount(), 2u);
-  EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+  EXPECT_EQ(client.ask(3).code, 0) << client.lastError().text;
 }
 
 TEST(Descriptors, ARequestOnAnOpenConnectionNeedsNoDescriptor) {
   const ScriptedDaemon daemon;
   zmq::context_t context;
   TestClient client(context);
-  EXPECT_EQ(client.send(3).code, 0);
+  EXPECT_EQ(client.ask(3).code, 0);
   const FewDescriptors few(0);
-  EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+  EXPECT_EQ(client.ask(3).code, 0) << client.lastError().text;
 }
 
 TEST(Descriptors, EightAreEnoughForTheFirstUseOfAContext) {
@@ -212,7 +212,7 @@ TEST(Descriptors, EightAreEnoughForTheFirstUseOfAContext) {
     TestClient client;
     const FewDescriptors few(left);
     EXPECT_EQ(client.init(context), 0) << left;
-    EXPECT_EQ(client.send(3).code, 0) << left << ": " << client.lastError().text;
+    EXPECT_EQ(client.ask(3).code, 0) << left << ": " << client.lastError().text;
   }
 }
 
@@ -220,7 +220,7 @@ TEST(Fork, AClientOfTheParentIsNotUsableInTheChild) {
   const ScriptedDaemon daemon;
   zmq::context_t context;
   TestClient client(context);
-  EXPECT_EQ(client.send(1).code, 0);
+  EXPECT_EQ(client.ask(1).code, 0);
   ChildProcess child = ChildProcess::call([&]() -> int {
     const Outcome outcome = client.send(3);
     expectFailure(client, outcome, -100, "Call init again, with a context of this process.");
@@ -228,7 +228,7 @@ TEST(Fork, AClientOfTheParentIsNotUsableInTheChild) {
     _exit(testing::Test::HasFailure() ? 1 : 0);  // the parent's context is not the child's to end
   });
   EXPECT_EQ(child.wait(), 0) << child.output();
-  EXPECT_EQ(client.send(1).code, 0) << client.lastError().text;
+  EXPECT_EQ(client.ask(1).code, 0) << client.lastError().text;
   EXPECT_EQ(daemon.requestCount(), 2u);
 }
 
@@ -237,19 +237,19 @@ TEST(Fork, AClientWorksInTheChildAfterInitWithAContextOfItsOwn) {
   const ScriptedDaemon daemon;
   zmq::context_t context;
   TestClient client(context);
-  EXPECT_EQ(client.send(1).code, 0);
+  EXPECT_EQ(client.ask(1).code, 0);
   ChildProcess child = ChildProcess::call([&]() -> int {
     {
       zmq::context_t own;
       EXPECT_EQ(client.init(own), 0);
-      EXPECT_EQ(client.send(3).code, 0) << client.lastError().text;
+      EXPECT_EQ(client.ask(3).code, 0) << client.lastError().text;
       TestClient another(own);
-      EXPECT_EQ(another.send(4).code, 0) << another.lastError().text;
+      EXPECT_EQ(another.ask(4).code, 0) << another.lastError().text;
       EXPECT_EQ(client.init(context), 0) << "closes the socket on the child's context";
     }
     _exit(testing::Test::HasFailure() ? 1 : 0);
   });
   EXPECT_EQ(child.wait(), 0) << child.output();
-  EXPECT_EQ(client.send(1).code, 0) << client.lastError().text;
+  EXPECT_EQ(client.ask(1).code, 0) << client.lastError().text;
   EXPECT_EQ(daemon.requestCount(), 4u);
 }

@@ -9,6 +9,7 @@
 
 #include "common/client_json_api.h"
 #include "tests/support/scripted_daemon.h"
+#include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -21,7 +22,7 @@ constexpr std::chrono::milliseconds kOverrun{50 * kSlowdown};
 struct Outcome {
   int code;
   Json::Value reply;
-  std::chrono::milliseconds took;
+  Elapsed took;
 };
 
 /// A client of the daemon with a short time-out of its own.
@@ -48,6 +49,14 @@ class TestClient : public ClientJsonApi {
     return outcome;
   }
 
+  /// Sends a request that is answered, however slow the machine is.
+  Outcome ask(unsigned int id, const Json::Value& body = Json::Value()) {
+    const auto timeout = std::exchange(timeout_, kSoon);
+    const Outcome outcome = send(id, body);
+    timeout_ = timeout;
+    return outcome;
+  }
+
   ErrorReport lastError() {
     ErrorReport report;
     EXPECT_EQ(getLastErrorMessage(report), 0);
@@ -70,11 +79,11 @@ inline void expectFailure(TestClient& client, const Outcome& outcome, int code, 
 
 /// Expects that it took the whole time-out, and hardly more.
 inline void expectTimedOut(const TestClient& client, const Outcome& outcome) {
-  EXPECT_GE(outcome.took, client.timeout() - std::chrono::milliseconds(1));
-  EXPECT_LE(outcome.took, client.timeout() + kOverrun);
+  EXPECT_GE(outcome.took.wall, client.timeout() - std::chrono::milliseconds(1));
+  EXPECT_LE(outcome.took.own, client.timeout() + kOverrun);
 }
 
 /// Expects that nothing was waited for.
-inline void expectAtOnce(const Outcome& outcome) { EXPECT_LT(outcome.took, TestClient::kTimeout); }
+inline void expectAtOnce(const Outcome& outcome) { EXPECT_LT(outcome.took.own, TestClient::kTimeout); }
 
 }  // namespace zel::test

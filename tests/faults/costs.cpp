@@ -11,6 +11,7 @@
 #include "tests/faults/faulty_daemon.h"
 #include "tests/faults/process_figures.h"
 #include "tests/faults/run.h"
+#include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -145,7 +146,7 @@ bool measureEndlessMessage(unsigned long seconds) {
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   const auto measure = [](const char* who, const std::function<void()>& wait) {
     const Costs costs;
-    const milliseconds took = timeOf(wait);
+    const auto took = std::chrono::duration_cast<milliseconds>(timeOf(wait).wall);
     const long most = costs.peakGrownKiB();
     const bool freed = waitUntil([&] {
       malloc_trim(0);  // the C library keeps what it was given back

@@ -80,6 +80,8 @@ ChildProcess ChildProcess::call(const std::function<int()>& body) {
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept
     : pid_(std::exchange(other.pid_, -1)),
       status_(other.status_),
+      seen_(other.seen_),
+      waits_(std::move(other.waits_)),
       output_(std::exchange(other.output_, Stream())),
       errors_(std::exchange(other.errors_, Stream())) {}
 
@@ -132,10 +134,30 @@ std::optional<int> ChildProcess::wait(std::chrono::milliseconds limit) {
       [this] {
         output_.drain();
         errors_.drain();
-        return reap(WNOHANG);
+        return endsOrIsSeen();
       },
       limit);
   return status_;
+}
+
+Elapsed ChildProcess::timeToEnd() {
+  const Clock::time_point start = seen_ = Clock::now();
+  const ProcessorWaits before = waits_ = waitsOf(pid_);
+  wait();
+  const auto since = [start](Clock::time_point end) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(end - start);
+  };
+  return {since(Clock::now()), since(seen_) - waitedBetween(before, waits_)};
+}
+
+// The accounts of threads that have ended are gone, so they are read each time.
+bool ChildProcess::endsOrIsSeen() {
+  const Clock::time_point now = Clock::now();
+  const ProcessorWaits waits = waitsOf(pid_);
+  if (reap(WNOHANG)) return true;
+  seen_ = now;
+  for (const auto& [thread, waited] : waits) waits_[thread] = waited;
+  return false;
 }
 
 void ChildProcess::Stream::drain() {

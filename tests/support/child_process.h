@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -46,6 +47,10 @@ class ChildProcess {
   /// @return its exit status, minus the number of the signal that ended it, or nothing when the limit is over
   std::optional<int> wait(std::chrono::milliseconds limit = kSoon);
 
+  /// Waits for the end of the process, as `wait` does. @return how long it took from now. The waits of the process's
+  ///         threads for a processor do not count, nor how late this thread was to see the end.
+  Elapsed timeToEnd();
+
   /// What the process has written so far to its standard output and its standard error.
   std::string output();
   std::string errors();
@@ -60,10 +65,14 @@ class ChildProcess {
   };
   ChildProcess() = default;
   static ChildProcess start(const std::function<void()>& inChild);
+  using Clock = std::chrono::steady_clock;
   bool reap(int flags);
+  bool endsOrIsSeen();
 
   pid_t pid_ = -1;
   std::optional<int> status_;
+  Clock::time_point seen_;  ///< when it had not ended yet
+  ProcessorWaits waits_;    ///< at that time
   Stream output_;
   Stream errors_;
 };

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <system_error>
 
@@ -20,8 +21,9 @@ namespace {
 /// A plain TCP connection to the port of the peer.
 class Connection {
  public:
-  Connection() : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const timeval limit{0, 200'000};
+  explicit Connection(std::chrono::milliseconds patience = std::chrono::milliseconds(200))
+      : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const timeval limit{patience.count() / 1000, patience.count() % 1000 * 1000};
     setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -58,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EachRawPeer, testing::ValuesIn(kAllRawBehaviours
 
 TEST_P(EachRawPeer, AcceptsAndSpeaksAsItsKindSays) {
   RawPeer peer(GetParam());
-  const Connection connection;
+  const Connection connection(std::chrono::milliseconds(speaksFirst(GetParam()) ? 30'000 : 200));
   EXPECT_TRUE(connection.connected());
   EXPECT_EQ(!connection.read().empty(), speaksFirst(GetParam()));
   EXPECT_EQ(peer.accepted(), GetParam() == RawBehaviour::kNoAccept ? 0 : 1);

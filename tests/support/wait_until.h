@@ -25,6 +25,9 @@ constexpr bool kAddressSanitizer = false;
 constexpr bool kSanitized = kThreadSanitizer || kAddressSanitizer;
 constexpr int kSlowdown = kSanitized ? 10 : ZEL_TEST_SLOWDOWN;
 
+/// How long the thread sanitizer holds up the end of a process with other threads, to see what they do meanwhile.
+constexpr std::chrono::milliseconds kExitOfSanitizer{kThreadSanitizer ? 1000 : 0};
+
 /// Why a test that makes threads in a fork of a process with threads is skipped.
 constexpr const char* kNoThreadsAfterFork = "the thread sanitizer ends a process that makes threads after such a fork";
 
@@ -42,14 +45,6 @@ bool waitUntil(Predicate predicate, std::chrono::milliseconds limit = kSoon) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
-}
-
-/// What an action takes on the steady clock.
-template <class Action>
-std::chrono::milliseconds timeOf(Action action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 
 }  // namespace zel::test

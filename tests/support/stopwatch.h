@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+
+namespace zel::test {
+
+/// For how long each thread has been ready to run while others had the processors, since it began; as the kernel counts
+/// it. A thread whose account cannot be read is missing.
+using ProcessorWaits = std::map<pid_t, std::chrono::nanoseconds>;
+/// Those of this thread only.
+ProcessorWaits waitsOfThisThread();
+/// Those of all threads of a process, or of its main thread when it has ended.
+ProcessorWaits waitsOf(pid_t process);
+/// What was added to them, all threads together.
+std::chrono::microseconds waitedBetween(const ProcessorWaits& before, const ProcessorWaits& after);
+
+/// How long something took.
+struct Elapsed {
+  std::chrono::microseconds wall{0};  ///< on the steady clock: for lower limits
+  std::chrono::microseconds own{0};   ///< less the waits for a processor: for upper limits
+};
+
+/// Measures what has an upper limit. The limit is a promise of the library's; that a busy machine lets one of its
+/// threads wait for a processor is not its doing, so that wait is measured too, and does not count.
+class Stopwatch {
+ public:
+  /// Starts. Only the waits of the thread that makes it count.
+  Stopwatch() : before_(waitsOfThisThread()) {}
+  /// Starts. The waits of all threads of a process count, for what several of them do in turn.
+  explicit Stopwatch(pid_t process) : process_(process), before_(waitsOf(process)) {}
+
+  Elapsed elapsed() const;
+
+ private:
+  pid_t process_ = 0;  ///< 0: only the thread
+  ProcessorWaits before_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// What an action of this thread takes.
+template <class Action>
+Elapsed timeOf(Action action) {
+  const Stopwatch stopwatch;
+  action();
+  return stopwatch.elapsed();
+}
+
+}  // namespace zel::test
