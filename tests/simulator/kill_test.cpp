@@ -20,6 +20,7 @@ namespace {
 using zel::test::at;
 using zel::test::ChildProcess;
 using zel::test::kReady;
+using zel::test::kSlowdown;
 using zel::test::startBoard;
 using zel::test::TemporaryFolder;
 using zel::test::TestClient;
@@ -57,7 +58,7 @@ void streamUntilItIsGone(TestClient& client, Changes& changes) {
 }
 
 TEST(KilledBoard, HasTheLastAcknowledgedChangeOrTheOneAfterIt) {
-  const int rounds = zel::test::lengthFromEnvironment("ZEL_KILL_ROUNDS", 50);
+  const int rounds = zel::test::lengthFromEnvironment("ZEL_KILL_ROUNDS", kSlowdown == 1 ? 50 : 16);
   const TemporaryFolder folder;
   const zel::sim::Store store(folder.file("store"));
   std::mt19937 chance(std::random_device{}());  // NOLINT(cert-msc32-c): instants, not secrets
