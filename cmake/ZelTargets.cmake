@@ -22,9 +22,11 @@ function(zel_add_library name)
   add_library(zelSysMgrApi::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}")
+  # What nobody calls is left out, each function on its own: boards are small.
+  target_compile_options(${name} PRIVATE -ffunction-sections -fdata-sections)
   target_link_options(
     ${name} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/packaging/${name}.map"
-                    LINKER:--as-needed)
+                    LINKER:--as-needed LINKER:--gc-sections)
   set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS "${PROJECT_SOURCE_DIR}/packaging/${name}.map")
   zel_configure_target(${name})
   if(ZEL_COVERAGE)

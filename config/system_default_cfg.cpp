@@ -88,7 +88,7 @@ int give(const char* operation, Out* out, Value&& value) {
 
 /// Puts a new state in the place of an old one, whole or, when there is no memory for it, not at all.
 template <class State>
-void replace(State& state, State next) {
+void replace(State& state, State&& next) {
   static_assert(std::is_nothrow_move_assignable_v<State>);
   state = std::move(next);
 }
@@ -288,7 +288,7 @@ int SystemDefaultCfg::notifyStoredParametersUpdate(SysParameters& parameters) {
 
 int SystemDefaultCfg::notifyDynamicInfoUpdate(SysParametersDynamic& parameters) {
   logReceived(__func__);
-  replace(dynamic_, parameters);
+  replace(dynamic_, SysParametersDynamic(parameters));
   return kOk;
 }
 
@@ -299,6 +299,6 @@ int SystemDefaultCfg::notifyRebootRequest() {
 
 int SystemDefaultCfg::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>& entries) {
   logReceived(__func__);
-  replace(whitelist_, entries);
+  replace(whitelist_, std::list<WhiteListEntry>(entries));
   return kOk;
 }
