@@ -1,12 +1,7 @@
 #include "tests/faults/wake_up_control.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 
 namespace zel::test {
@@ -14,9 +9,9 @@ namespace zel::test {
 WakeUpControl::WakeUpControl() : due_(Clock::now().time_since_epoch().count()) {
   // Where the kernel keeps no accounts there is the other witness.
   for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    const int descriptor = open((thread.path() / "schedstat").c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor >= 0) accounts_.push_back({descriptor, {}});
+    accounts_.emplace_back(thread.path() / "schedstat");
   }
+  before_.resize(accounts_.size());
   // Signals are for the thread that works.
   sigset_t all, before;
   sigfillset(&all);
@@ -28,21 +23,16 @@ WakeUpControl::WakeUpControl() : due_(Clock::now().time_since_epoch().count()) {
 WakeUpControl::~WakeUpControl() {
   ends_ = true;
   thread_.join();
-  for (const Account& account : accounts_) close(account.descriptor);
 }
 
 void WakeUpControl::begin() {
   worst_ = 0;
-  for (Account& account : accounts_) account.before = account.waited();
+  for (std::size_t thread = 0; thread < accounts_.size(); ++thread) before_[thread] = waitedIn(thread);
 }
 
-std::chrono::microseconds WakeUpControl::Account::waited() const {
-  std::array<char, 64> text{};
-  if (pread(descriptor, text.data(), text.size() - 1, 0) <= 0) return {};
-  char* rest = nullptr;
-  std::strtoull(text.data(), &rest, 10);  // the time on a processor
-  const std::chrono::nanoseconds time(std::strtoull(rest, nullptr, 10));
-  return std::chrono::duration_cast<std::chrono::microseconds>(time);
+std::chrono::microseconds WakeUpControl::waitedIn(std::size_t thread) const {
+  const auto waited = accounts_[thread].waited();
+  return std::chrono::duration_cast<std::chrono::microseconds>(waited.value_or(std::chrono::nanoseconds(0)));
 }
 
 std::chrono::microseconds::rep WakeUpControl::since(Clock::rep due) {
@@ -62,7 +52,9 @@ void WakeUpControl::sleepOnAndOn() {
 
 std::chrono::microseconds WakeUpControl::worst() const {
   std::chrono::microseconds worst(std::max(worst_.load(), since(due_)));
-  for (const Account& account : accounts_) worst = std::max(worst, account.waited() - account.before);
+  for (std::size_t thread = 0; thread < accounts_.size(); ++thread) {
+    worst = std::max(worst, waitedIn(thread) - before_[thread]);
+  }
   return worst;
 }
 

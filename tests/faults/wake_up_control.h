@@ -5,6 +5,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/stopwatch.h"
+
 namespace zel::test {
 
 /// A thread that does nothing but sleep for a millisecond, again and again, and notes how late it is woken up. In a
@@ -24,15 +26,13 @@ class WakeUpControl {
 
  private:
   using Clock = std::chrono::steady_clock;
-  struct Account {
-    int descriptor;
-    std::chrono::microseconds before;
-    std::chrono::microseconds waited() const;
-  };
   void sleepOnAndOn();
   static std::chrono::microseconds::rep since(Clock::rep due);
 
-  std::vector<Account> accounts_;
+  std::chrono::microseconds waitedIn(std::size_t thread) const;
+
+  std::vector<SchedulerAccount> accounts_;
+  std::vector<std::chrono::microseconds> before_;  ///< what stood in them when the window began
   std::atomic<Clock::rep> due_;
   std::atomic<std::chrono::microseconds::rep> worst_{0};
   std::atomic<bool> ends_{false};

@@ -19,36 +19,36 @@ using std::chrono::duration_cast;
 using std::chrono::microseconds;
 using std::chrono::nanoseconds;
 
-/// Reads the account of a thread: the nanoseconds on a processor, those ready to run without one, and the turns.
-std::optional<nanoseconds> waitedIn(int account) {
-  std::array<char, 128> text{};
-  unsigned long long ran = 0;
-  unsigned long long waited = 0;
-  if (pread(account, text.data(), text.size() - 1, 0) <= 0) return {};
-  if (std::sscanf(text.data(), "%llu %llu", &ran, &waited) != 2) return {};  // NOLINT(cert-err34-c): the kernel's
-  return nanoseconds(waited);
-}
-
-std::optional<nanoseconds> waitedIn(const std::string& path) {
-  const int account = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (account < 0) return {};
-  const std::optional<nanoseconds> waited = waitedIn(account);
-  close(account);
-  return waited;
-}
+std::optional<nanoseconds> waitedIn(const std::string& path) { return SchedulerAccount(path).waited(); }
 
 /// The main thread's account is open from the start: some tests leave no descriptor to open it with.
 struct MainThread {
   pid_t id = getpid();
-  int account = open("/proc/self/schedstat", O_RDONLY | O_CLOEXEC);
+  SchedulerAccount account{"/proc/self/schedstat"};
 };
 const MainThread mainThread;
 
 }  // namespace
 
+SchedulerAccount::SchedulerAccount(const std::string& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+
+SchedulerAccount::~SchedulerAccount() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+std::optional<nanoseconds> SchedulerAccount::waited() const {
+  // The nanoseconds on a processor, those ready to run without one, and the turns.
+  std::array<char, 128> text{};
+  unsigned long long ran = 0;
+  unsigned long long waited = 0;
+  if (pread(descriptor_, text.data(), text.size() - 1, 0) <= 0) return {};
+  if (std::sscanf(text.data(), "%llu %llu", &ran, &waited) != 2) return {};  // NOLINT(cert-err34-c): the kernel's
+  return nanoseconds(waited);
+}
+
 ProcessorWaits waitsOfThisThread() {
   const pid_t self = gettid();
-  const auto waited = self == mainThread.id ? waitedIn(mainThread.account) : waitedIn("/proc/thread-self/schedstat");
+  const auto waited = self == mainThread.id ? mainThread.account.waited() : waitedIn("/proc/thread-self/schedstat");
   if (!waited) return {};
   return {{self, *waited}};
 }

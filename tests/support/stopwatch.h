@@ -4,8 +4,28 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace zel::test {
+
+/// What the kernel notes of a thread's turns (schedstat). Open from the start, so that it can be read when no
+/// descriptor is left.
+class SchedulerAccount {
+ public:
+  /// @param path  of the thread's file; one that cannot be opened cannot be read
+  explicit SchedulerAccount(const std::string& path);
+  ~SchedulerAccount();
+  SchedulerAccount(SchedulerAccount&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  SchedulerAccount& operator=(SchedulerAccount&&) = delete;
+
+  /// For how long the thread has been ready to run while others had the processors; none when it cannot be read.
+  std::optional<std::chrono::nanoseconds> waited() const;
+
+ private:
+  int descriptor_;
+};
 
 /// For how long each thread has been ready to run while others had the processors, since it began; as the kernel counts
 /// it. A thread whose account cannot be read is missing.
