@@ -285,7 +285,6 @@ struct View {
     View view;
     unsigned int number = 0;
     std::string text;
-    IpAddress address;
     cache.getRtspTcpPort(&number);
     view.stored["rtsp"] = number;
     cache.getAdvertisementTcpPort(&number);
