@@ -88,7 +88,7 @@ int give(const char* operation, Out* out, Value&& value) {
 
 /// Puts a new state in the place of an old one, whole or, when there is no memory for it, not at all.
 template <class State>
-void replace(State& state, State&& next) {
+void replace(State& state, std::remove_cv_t<State>&& next) {
   static_assert(std::is_nothrow_move_assignable_v<State>);
   state = std::move(next);
 }

@@ -52,7 +52,7 @@ class TestClient : public ClientJsonApi {
   /// Sends a request that is answered, however slow the machine is.
   Outcome ask(unsigned int id, const Json::Value& body = Json::Value()) {
     const auto timeout = std::exchange(timeout_, kSoon);
-    const Outcome outcome = send(id, body);
+    Outcome outcome = send(id, body);
     timeout_ = timeout;
     return outcome;
   }
