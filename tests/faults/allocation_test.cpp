@@ -26,7 +26,6 @@ using zel::test::ChildProcess;
 using zel::test::failEachAllocation;
 using zel::test::FailingAllocation;
 using zel::test::FakeBoard;
-using zel::test::json;
 using zel::test::kSoon;
 using zel::test::Request;
 using Status = std::optional<int>;
