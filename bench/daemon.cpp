@@ -189,9 +189,14 @@ class Publisher {
     socket_.send(zmq::buffer(kTopic), zmq::send_flags::sndmore);
     socket_.send(zmq::buffer(document), zmq::send_flags::none);
   }
-  void waitForFollower() {
+  /// Sees who came and went.
+  void takeNews() {
     zmq::message_t news;
     while (socket_.recv(news, zmq::recv_flags::dontwait)) note(news);
+  }
+  void waitForFollower() {
+    takeNews();
+    zmq::message_t news;
     while (!followed_) {
       static_cast<void>(socket_.recv(news));
       note(news);
@@ -212,6 +217,7 @@ void serve(unsigned int interfaces) {
   zmq::context_t context;
   Publisher publisher(context);
   zmq::socket_t replier(context, zmq::socket_type::rep);
+  replier.set(zmq::sockopt::rcvtimeo, 20);  // ms
   replier.bind("tcp://127.0.0.1:5556");
 
   StoredText stored(interfaces);
@@ -225,7 +231,7 @@ void serve(unsigned int interfaces) {
   for (;;) {
     zmq::message_t id;
     zmq::message_t body;
-    static_cast<void>(replier.recv(id));
+    while (!replier.recv(id)) publisher.takeNews();  // so that nobody who went is taken for the next one's follower
     static_cast<void>(replier.recv(body));
     switch (std::atoi(id.to_string().c_str())) {
       case 0: answer(stored.answer()); break;

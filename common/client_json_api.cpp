@@ -27,7 +27,7 @@ constexpr int kDefaultTimeoutMs = 5000;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 constexpr zel::SocketOption kSocketOptions[] = {
-    {ZMQ_RCVHWM, 6},            // what nobody asked for waits here until the next call: no more than 6 MiB
+    {ZMQ_RCVHWM, 7},            // what nobody asked for waits here until the next call: no more than 7 MiB
     {ZMQ_LINGER, 0},            // a request that failed must not leave later, nor hold up the end of the process
     {ZMQ_IMMEDIATE, 1},         // nothing is queued for a daemon that is not there
     {ZMQ_REQ_CORRELATE, 1},     // an answer carries its request's number: late and doubled ones are dropped
@@ -104,7 +104,8 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   /// @return 0, or the code of the failure
   int send(const std::string& id, const std::string& body, Clock::time_point deadline, std::string& why) {
     const auto begin = [&](Clock::time_point until) { return sendFrame(id, ZMQ_SNDMORE, until); };
-    bool begun = socket_ != nullptr && begin(std::min(deadline, Clock::now() + kPatience));
+    bool begun =
+        socket_ != nullptr && (sendNow(id, ZMQ_SNDMORE) || begin(std::min(deadline, Clock::now() + kPatience)));
     if (!begun) why = connect();
     if (socket_ == nullptr) return kCannotConnect;
     begun = begun || begin(deadline);
@@ -120,7 +121,9 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   /// Waits in the call itself: a poll before it would cost more system calls.
   bool receive(Frame& frame, Clock::time_point deadline) {
     do {
-      if (!zel::setOption(socket_, {ZMQ_RCVTIMEO, static_cast<int>(zel::millisecondsUntil(deadline))})) return false;
+      const int left = static_cast<int>(zel::millisecondsUntil(deadline));
+      if (left != receiveLimit_ && !zel::setOption(socket_, {ZMQ_RCVTIMEO, left})) return false;
+      receiveLimit_ = left;
       if (frame.receive(socket_)) return true;
     } while (zmq_errno() == EINTR);
     return false;
@@ -148,6 +151,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     if (socket != nullptr && zel::setOptions(socket, kSocketOptions) && zmq_connect(socket, address_.c_str()) == 0) {
       disconnect();
       socket_ = socket;
+      receiveLimit_ = kNoLimit;
       return {};
     }
     std::string why = zmq_strerror(zmq_errno());
@@ -155,8 +159,12 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     return why;
   }
 
+  bool sendNow(const std::string& frame, int flags) {
+    return zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags) >= 0;
+  }
+
   bool sendFrame(const std::string& frame, int flags, Clock::time_point deadline) {
-    while (zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags) < 0) {
+    while (!sendNow(frame, flags)) {
       if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLOUT, deadline)) return false;
     }
     return true;
@@ -169,7 +177,9 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   }
   void closeSockets() noexcept override { disconnect(); }
 
+  static constexpr int kNoLimit = -1;
   void* socket_ = nullptr;
+  int receiveLimit_ = kNoLimit;  // ms; what the socket is set to
   std::string address_;
   zel::WireJsonReader reader_;
   Json::Value answer_;  // what the last reply held before: a tree for the next answer, which may have its shape
