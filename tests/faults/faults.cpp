@@ -52,8 +52,8 @@ void killedDuring(Run& run) {
 void frozen(Run& run) {
   run.peer().freeze();
   work(run, 1 + run.below(3));
-  constexpr milliseconds kUntilNoticed{3200};  // the subscribers give a silent peer up
-  if (run.below(20) == 0) run.listen(kUntilNoticed);
+  constexpr milliseconds kLongSilence{3200};  // nobody gives a frozen peer up, however long it is
+  if (run.below(20) == 0) run.listen(kLongSilence);
   run.peer().thaw();
   work(run, run.below(4));
 }
