@@ -26,6 +26,14 @@ bool sameText(const Json::Value& value, std::string_view text) {
   return value.getString(&begin, &end) && std::string_view(begin, static_cast<std::size_t>(end - begin)) == text;
 }
 
+/// Gives the value a content that it may have already: most of a document that is read again has not changed, and to
+/// compare is cheaper than to assign.
+/// @param content  reads it from a value of the type
+template <class Content>
+void assign(Content next, Json::ValueType type, Content (Json::Value::*content)() const, Json::Value& value) {
+  if (value.type() != type || (value.*content)() != next) value = Json::Value(next);
+}
+
 /// Gives the value the element's content, which is no object and no array.
 void assign(const element& from, Json::Value& value) {
   switch (from.type()) {
@@ -35,10 +43,13 @@ void assign(const element& from, Json::Value& value) {
       return;
     }
     // JsonCpp's own reader takes what fits a signed number as signed: so does this one.
-    case element_type::INT64: value = Json::Value(Json::Int64(from.get_int64().value_unsafe())); return;
-    case element_type::UINT64: value = Json::Value(Json::UInt64(from.get_uint64().value_unsafe())); return;
+    case element_type::INT64:
+      return assign<Json::Int64>(from.get_int64().value_unsafe(), Json::intValue, &Json::Value::asInt64, value);
+    case element_type::UINT64:
+      return assign<Json::UInt64>(from.get_uint64().value_unsafe(), Json::uintValue, &Json::Value::asUInt64, value);
     case element_type::DOUBLE: value = Json::Value(from.get_double().value_unsafe()); return;
-    case element_type::BOOL: value = Json::Value(from.get_bool().value_unsafe()); return;
+    case element_type::BOOL:
+      return assign(from.get_bool().value_unsafe(), Json::booleanValue, &Json::Value::asBool, value);
     default: value = Json::Value();
   }
 }
