@@ -155,7 +155,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
     if (zmq_connect(link_.socket(), address.c_str()) != 0) return false;
     keepLinkOf(link_.socket());
     if (there) noteEvent(link_.awaitEvent(deadline));
-    noteEvents();
+    tend(true);
     return true;
   }
 
@@ -199,7 +199,9 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   int watched() const override { return link_.monitorDescriptor(); }
 
   std::optional<Clock::time_point> tend(bool told) override {
-    if (told) noteEvents();
+    if (told) {
+      while (const int event = link_.nextEvent()) noteEvent(event);
+    }
     if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
     if (*reviveAt_ <= Clock::now()) revive();
     return reviveAt_;
@@ -209,10 +211,6 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   }
 
  private:
-  void noteEvents() {
-    while (const int event = link_.nextEvent()) noteEvent(event);
-  }
-
   void noteEvent(int event) {
     if (event == 0) return;
     if (event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {

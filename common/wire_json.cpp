@@ -45,8 +45,7 @@ void assign(const element& from, Json::Value& value) {
     // JsonCpp's own reader takes what fits a signed number as signed: so does this one.
     case element_type::INT64:
       return assign<Json::Int64>(from.get_int64().value_unsafe(), Json::intValue, &Json::Value::asInt64, value);
-    case element_type::UINT64:
-      return assign<Json::UInt64>(from.get_uint64().value_unsafe(), Json::uintValue, &Json::Value::asUInt64, value);
+    case element_type::UINT64: value = Json::Value(Json::UInt64(from.get_uint64().value_unsafe())); return;
     case element_type::DOUBLE: value = Json::Value(from.get_double().value_unsafe()); return;
     case element_type::BOOL:
       return assign(from.get_bool().value_unsafe(), Json::booleanValue, &Json::Value::asBool, value);
