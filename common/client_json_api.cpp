@@ -269,8 +269,9 @@ int ClientJsonApi::fail(int code, unsigned int id, const std::string& what) {
 }
 
 int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply) {
-  if (const Json::Value& error = reply["error"]; error.isString() && !error.empty()) {
-    lastError_ = {status, error.asString()};
+  const Json::Value& error = reply["error"];
+  if (const std::string text = error.isString() ? error.asString() : ""; !text.empty()) {
+    lastError_ = {status, text};
   } else {
     fail(status, id, " was refused by the daemon with the status " + std::to_string(status) + ".");
   }

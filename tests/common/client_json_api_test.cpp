@@ -156,6 +156,9 @@ TEST_F(ClientJsonApiTest, ReportsARefusalInTheDaemonsWords) {
       {R"({"status":-5,"error":"bad","aux-errors":["a",7,null,"b"]})", "bad (a; b)"},
       {R"({"status":-5,"error":"bad","aux-errors":"a"})", "bad"},
       {R"({"status":-5})", "\"command 2\" was refused by the daemon with the status -5."},
+      {R"({"status":-5,"error":""})", "\"command 2\" was refused by the daemon with the status -5."},
+      {R"({"status":-5,"error":"","aux-errors":["a"]})",
+       "\"command 2\" was refused by the daemon with the status -5. (a)"},
       {R"({"status":-5,"error":7})", "\"command 2\" was refused by the daemon with the status -5."},
   };
   for (const auto& [text, report] : rows) {

@@ -91,6 +91,12 @@ TEST(Logger, FormatsAsPrintfDoes) {
                                        LogLine{6, ""}));
 }
 
+TEST(Logger, ShowsTheFormatOfWhatCannotBeFormatted) {
+  const CapturedLog log;
+  Logger::log(Logger::LEVEL_ERROR, "not a character: %lc", static_cast<wint_t>(0x7fffffff));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "not a character: %lc"}));
+}
+
 TEST(Logger, KeepsATextOfAnyLength) {
   const CapturedLog log;
   const std::string text(1'000'000, 'x');

@@ -431,6 +431,25 @@ TEST(SubscribeJsonClient, IsRevivedByCallsOfProcessEvent) {
   }));
 }
 
+TEST(SubscribeJsonClient, CannotBeWaitedForInAForkedChild) {
+  PublisherFake publisher;
+  Application application;
+  ASSERT_TRUE(publisher.waitForSubscription("1"));
+  ChildProcess child = ChildProcess::call([&]() -> int {
+    for (const long timeout : {0L, -1L}) {
+      application.fds[0].revents = ZMQ_POLLIN;
+      errno = 0;
+      EXPECT_EQ(application.fds.poll(timeout), -1);
+      EXPECT_EQ(zmq_errno(), ETERM);
+      EXPECT_EQ(application.fds[0].revents, 0);
+    }
+    EXPECT_FALSE(application.take().has_value());
+    ChildProcess::leave();
+  });
+  EXPECT_EQ(child.wait(), 0) << child.output();
+  EXPECT_TRUE(application.follows(publisher));
+}
+
 TEST(SubscribeJsonClient, MakesItsDescriptorReadyWhenTheConnectionIsGoneForGood) {
   PublisherFake publisher;
   Application application;

@@ -377,10 +377,13 @@ TEST_F(WireJsonReaderTest, ReadsOverAnArrayWithGaps) {
 TEST_F(WireJsonReaderTest, KeepsNoComments) {
   ASSERT_EQ(read(R"({"a":[1]})"), "");
   for (int depth = 0; depth < 3; ++depth) {
-    Json::Value& place = depth == 0 ? value_ : depth == 1 ? value_["a"] : value_["a"][0];
-    place.setComment("// of the program's own"s, Json::commentBefore);
-    ASSERT_EQ(read(R"({"a":[1]})"), "");
-    EXPECT_EQ(value_.toStyledString().find("//"), std::string::npos);
+    for (const auto placement : {Json::commentBefore, Json::commentAfterOnSameLine, Json::commentAfter}) {
+      Json::Value& place = depth == 0 ? value_ : depth == 1 ? value_["a"] : value_["a"][0];
+      place.setComment("// of the program's own"s, placement);
+      ASSERT_NE(value_.toStyledString().find("//"), std::string::npos);
+      ASSERT_EQ(read(R"({"a":[1]})"), "");
+      EXPECT_EQ(value_.toStyledString().find("//"), std::string::npos);
+    }
   }
 }
 
@@ -392,13 +395,17 @@ TEST_F(WireJsonReaderTest, LeavesAValueOfTheSameShapeWhenItRefuses) {
     EXPECT_EQ(value_, asJsonCppReads(R"({"a":0,"b":1})")) << refused;
   }
 
-  Json::Value deep = 1;  // deeper than any document
-  for (std::size_t i = 65; i-- > 0;) {
-    Json::Value around;
-    i % 2 == 0 ? around["a"] = deep : around.append(deep);
-    deep = around;
+  for (const bool objects : {false, true}) {
+    Json::Value deep = 1;  // deeper than any document
+    for (int i = 0; i < 65; ++i) {
+      Json::Value around;
+      (objects ? around["a"] : around[0]) = deep;
+      deep = around;
+    }
+    value_ = deep;
+    const std::string text =
+        objects ? repeated("{\"a\":", 65) + "1" + repeated("}", 65) : repeated("[", 65) + "1" + repeated("]", 65);
+    EXPECT_EQ(read(text), "nested more than 64 deep");
+    EXPECT_EQ(value_, deep);
   }
-  value_ = deep;
-  EXPECT_NE(read(mixed(65)), "");
-  EXPECT_EQ(value_, deep);
 }

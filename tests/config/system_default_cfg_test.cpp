@@ -125,6 +125,18 @@ TEST(SystemDefaultCfg, IsMadeWithoutADaemonToo) {
   EXPECT_EQ(rtspPort(), 5004u);
 }
 
+TEST(SystemDefaultCfg, IsMadeWithoutAUsableContextToo) {
+  const FakeBoard board;
+  ZmqUtils::getInstance().getContext().shutdown();
+  CapturedLog log;
+  EXPECT_FALSE(cache().isInitialized());
+  EXPECT_THAT(log.texts(2),
+              ElementsAre(MatchesRegex(checkLine("int SystemDefaultCfg::init()", zel::status::kCannotConnect))));
+  EXPECT_THAT(log.texts(6), IsEmpty());
+  EXPECT_THAT(board.asked(), IsEmpty());
+  EXPECT_EQ(rtspPort(), 8554u);
+}
+
 TEST(SystemDefaultCfg, AnswersWithDefaultsUntilItIsInitialized) {
   FakeBoard board;
   board.refuse(FakeBoard::kStored, -5);
