@@ -16,8 +16,6 @@
 #include <system_error>
 #include <utility>
 
-extern "C" void __gcov_dump() __attribute__((weak));  // there where reached lines are counted
-
 namespace zel::test {
 
 namespace {
@@ -77,11 +75,6 @@ ChildProcess ChildProcess::call(const std::function<int()>& body) {
       std::fprintf(stderr, "thrown: %s\n", thrown.what());
     }
   });
-}
-
-void ChildProcess::leave() {
-  if (__gcov_dump != nullptr) __gcov_dump();
-  _exit(testing::Test::HasFailure() ? kFailed : 0);
 }
 
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept

@@ -24,10 +24,6 @@ class ChildProcess {
   /// has threads, so that the child may make some.
   static ChildProcess call(const std::function<int()>& body);
 
-  /// Ends a fork at once, as one does whose parent goes on using what the fork has inherited: no static object is
-  /// destroyed. Its status is 0, or 98 when an expectation failed.
-  [[noreturn]] static void leave();
-
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&&) = delete;
   ChildProcess(const ChildProcess&) = delete;
