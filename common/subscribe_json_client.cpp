@@ -155,7 +155,6 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
     if (zmq_connect(link_.socket(), address.c_str()) != 0) return false;
     keepLinkOf(link_.socket());
     if (there) noteEvent(link_.awaitEvent(deadline));
-    tend(true);
     return true;
   }
 
@@ -192,22 +191,14 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   }
 
   bool beginWait() override { return wait_.emplace(*this) && ownsSockets(); }
-  void endWait() noexcept override {
-    wait_.reset();
-    tended_ = true;
-  }
+  void endWait() noexcept override { wait_.reset(); }
   int watched() const override { return link_.monitorDescriptor(); }
 
-  std::optional<Clock::time_point> tend(bool told) override {
-    if (told) {
-      while (const int event = link_.nextEvent()) noteEvent(event);
-    }
+  std::optional<Clock::time_point> tend() override {
+    while (const int event = link_.nextEvent()) noteEvent(event);
     if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
     if (*reviveAt_ <= Clock::now()) revive();
     return reviveAt_;
-  }
-  void tendUnlessAWaitDid() {
-    if (!std::exchange(tended_, false)) tend(true);
   }
 
  private:
@@ -245,7 +236,6 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   std::string address_;
   WatchedSocket link_;
   bool linked_ = false;
-  bool tended_ = false;
   std::optional<Clock::time_point> reviveAt_;
   std::optional<Use> wait_;
   zel::WireJsonReader reader_;
@@ -281,7 +271,7 @@ int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
 int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
   const Connection::Use use(*connection_);
   if (!use || !connection_->isOpen()) return 0;
-  connection_->tendUnlessAWaitDid();
+  connection_->tend();
 
   Frame first;
   if (!first.receiveNow(connection_->socket())) return 0;

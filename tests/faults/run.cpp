@@ -144,12 +144,11 @@ void Run::listen(milliseconds limit) {
   drain(*cache_, fds_[1]);
 }
 
-bool Run::listenUntil(const std::function<bool()>& arrived) {
+bool Run::listenUntil(const std::function<std::uint32_t()>& newest, const std::function<bool(std::uint32_t)>& arrived) {
   // As long as something comes it is not over: a flood takes a while.
-  const auto newest = [this] { return std::make_pair(history_.newest(), newestInCache()); };
-  auto before = newest();
+  std::uint32_t before = newest();
   auto end = Clock::now() + kHealthyLimit;
-  while (!arrived()) {
+  while (!arrived(newest())) {
     if (Clock::now() > end) return false;
     listen(milliseconds(10));
     if (newest() == before) continue;
@@ -163,13 +162,17 @@ void Run::expectFollowing() {
   const std::uint32_t before = journal_.published();
   const Clock::time_point begin = Clock::now();
   // From the first document of this daemon's on, nothing is left of what others have sent.
-  if (listenUntil([&] { return history_.newest() > before; })) {
+  const auto newestReceived = [this] { return history_.newest(); };
+  const auto newestCached = [this] { return newestInCache(); };
+  const auto isOfThisDaemon = [before](std::uint32_t number) { return number > before; };
+  if (listenUntil(newestReceived, isOfThisDaemon)) {
     history_.addReturn(since(begin));
   } else {
     history_.addFailure("no notification from a healthy daemon", fault_);
   }
-  if (!listenUntil([&] { return newestInCache() > before; }))
+  if (!listenUntil(newestCached, isOfThisDaemon)) {
     history_.addFailure("a cache that does not follow", fault_);
+  }
   honestSenders_ = true;
 
   // As applications are told to: what was published in between is fetched.
@@ -177,8 +180,9 @@ void Run::expectFollowing() {
   Json::Value wishes;
   wishes[kQuiet] = true;
   expectAnswer(false, wishes);
-  const auto lastCame = [this] { return std::min(history_.newest(), newestInCache()) == journal_.published(); };
-  if (!listenUntil(lastCame)) history_.addFailure("the last notification is missing", fault_);
+  const auto isLast = [this](std::uint32_t number) { return number == journal_.published(); };
+  const auto newestOfBoth = [&] { return std::min(newestReceived(), newestCached()); };
+  if (!listenUntil(newestOfBoth, isLast)) history_.addFailure("the last notification is missing", fault_);
   for (const Subject subject : {Subject::kStored, Subject::kDynamic, Subject::kWhitelist}) {
     if (!cacheShows(subject)) history_.addFailure("a stale cache", fault_);
   }

@@ -85,7 +85,8 @@ class Run {
   template <class Receiver>
   void drain(Receiver& receiver, const zmq_pollitem_t& item);
   void expectAnswer(bool mayBeLost, const Json::Value& wishes = Json::Value(Json::objectValue));
-  bool listenUntil(const std::function<bool()>& arrived);
+  /// @param newest  the number that grows while something comes
+  bool listenUntil(const std::function<std::uint32_t()>& newest, const std::function<bool(std::uint32_t)>& arrived);
   std::uint32_t newestInCache() const;
   bool cacheShows(Subject subject) const;
 
