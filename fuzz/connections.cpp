@@ -126,9 +126,8 @@ void requestFrom(const RawPeer::Script& hostile, zmq::context_t& context) {
 
 }  // namespace
 
-/// libzmq 4.3.4 loses a message that is not complete when its socket is closed while the I/O thread reads the socket's
-/// last word before it is told of the closing: about once in 100 such closings. What the library itself leaves behind
-/// is looked for by the tests, under the address sanitizer.
+/// libzmq 4.3.4 sometimes never releases a message that is not complete when its socket is closed: docs/security.md has
+/// the figures. What the library itself leaves behind is looked for by the tests, under the address sanitizer.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libzmq.so"; }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

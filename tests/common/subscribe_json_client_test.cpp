@@ -422,7 +422,7 @@ TEST(SubscribeJsonClient, IsRevivedByCallsOfProcessEvent) {
   PublisherFake publisher;
   Application application;
   ASSERT_TRUE(publisher.waitForSubscription("1"));
-  EXPECT_EQ(application.fds.poll(0), 0) << "nor does an earlier wait change that";
+  EXPECT_EQ(application.fds.poll(0), 0) << "a wait before does not keep the calls from it";
   publisher.publish("1big", overSize());
   EXPECT_TRUE(publisher.waitForUnsubscription("1"));
   EXPECT_TRUE(waitUntil([&] {
