@@ -67,7 +67,8 @@ class ZEL_EXPORT ClientJsonApi {
   int sendMessage(IpcMsg& message, Json::Value& reply);
 
   /// Tells the last failure of this client: code 0 and no text while there was none; a success leaves it in place.
-  /// The text of a refusal is the daemon's "error" text, followed by its "aux-errors" in parentheses.
+  /// The text of a refusal is the daemon's "error" text, or this client's own where that is missing or empty, followed
+  /// by the daemon's "aux-errors" in parentheses.
   /// @return 0
   int getLastErrorMessage(ErrorReport& report);
 
