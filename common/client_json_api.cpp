@@ -148,7 +148,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   std::string connect() {
     if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
     void* const socket = zmq_socket(context()->handle(), ZMQ_REQ);
-    if (socket != nullptr && zel::setOptions(socket, kSocketOptions) && zmq_connect(socket, address_.c_str()) == 0) {
+    if (socket != nullptr && zel::setOptions(socket, kSocketOptions) && zel::connect(socket, address_) == 0) {
       disconnect();
       socket_ = socket;
       receiveLimit_ = kNoLimit;

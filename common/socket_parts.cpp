@@ -14,6 +14,10 @@ bool setOption(void* socket, const SocketOption& option) {
   return zmq_setsockopt(socket, option.option, &option.value, sizeof option.value) == 0;
 }
 
+int connect(void* socket, const std::string& address) {
+  return despiteSignals([&] { return zmq_connect(socket, address.c_str()); });
+}
+
 bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
 
 long millisecondsUntil(Clock::time_point deadline) {

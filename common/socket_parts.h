@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <string>
 #include <string_view>
 #include <zmq.hpp>
 
@@ -18,6 +19,20 @@ struct SocketOption {
 };
 
 bool setOption(void* socket, const SocketOption& option);
+
+/// Calls a ZeroMQ function again as long as a signal interrupts it. Any function that looks after its socket's internal
+/// commands may be interrupted, whether it waits or not.
+/// @return what the function returns
+template <class Call>
+int despiteSignals(Call call) {
+  int result;
+  do result = call();
+  while (result < 0 && zmq_errno() == EINTR);
+  return result;
+}
+
+/// As zmq_connect, whatever signals come.
+int connect(void* socket, const std::string& address);
 
 template <std::size_t count>
 bool setOptions(void* socket, const SocketOption (&options)[count]) {
@@ -37,10 +52,7 @@ class Frame {
 
   /// Takes the next frame in place of the one before, if there is one already; a signal does not disturb it.
   bool receiveNow(void* socket) {
-    int size;
-    do size = zmq_msg_recv(&message_, socket, ZMQ_DONTWAIT);
-    while (size < 0 && zmq_errno() == EINTR);
-    return size >= 0;
+    return despiteSignals([&] { return zmq_msg_recv(&message_, socket, ZMQ_DONTWAIT); }) >= 0;
   }
   /// Waits for the frame as long as the socket's ZMQ_RCVTIMEO says; a signal ends the wait with EINTR.
   bool receive(void* socket) { return zmq_msg_recv(&message_, socket, 0) >= 0; }

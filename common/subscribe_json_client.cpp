@@ -72,7 +72,7 @@ class WatchedSocket {
     monitor_ = zmq_socket(context.handle(), ZMQ_PAIR);
     return socket_ != nullptr && monitor_ != nullptr && zel::setOptions(socket_, kSocketOptions) &&
            zel::setOptions(monitor_, kMonitorOptions) && zmq_socket_monitor(socket_, endpoint.c_str(), events) == 0 &&
-           zmq_connect(monitor_, endpoint.c_str()) == 0;
+           zel::connect(monitor_, endpoint) == 0;
   }
 
   void close() noexcept {
@@ -121,7 +121,7 @@ class WatchedSocket {
 /// attempt would go on telling as long as it lives.
 bool somebodyListens(zmq::context_t& context, const std::string& address, Clock::time_point deadline) {
   WatchedSocket probe;
-  return probe.open(context, kAttemptEvents) && zmq_connect(probe.socket(), address.c_str()) == 0 &&
+  return probe.open(context, kAttemptEvents) && zel::connect(probe.socket(), address) == 0 &&
          probe.awaitEvent(deadline) == ZMQ_EVENT_CONNECTED;
 }
 
@@ -152,7 +152,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
     address_ = address;
     if (!zel::descriptorsAvailable() || !link_.open(context_, kLinkEvents)) return false;
     const bool there = somebodyListens(context_, address, deadline);
-    if (zmq_connect(link_.socket(), address.c_str()) != 0) return false;
+    if (zel::connect(link_.socket(), address) != 0) return false;
     keepLinkOf(link_.socket());
     if (there) noteEvent(link_.awaitEvent(deadline));
     return true;
@@ -218,13 +218,15 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   bool mayHoldMessages() const {
     int events = 0;
     std::size_t size = sizeof events;
-    return zmq_getsockopt(link_.socket(), ZMQ_EVENTS, &events, &size) != 0 || (events & ZMQ_POLLIN) != 0;
+    const auto ask = [&] { return zmq_getsockopt(link_.socket(), ZMQ_EVENTS, &events, &size); };
+    return zel::despiteSignals(ask) != 0 || (events & ZMQ_POLLIN) != 0;
   }
 
   void revive() {
-    zmq_disconnect(link_.socket(), address_.c_str());  // fails when libzmq has given the connection up
+    // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
+    zel::despiteSignals([&] { return zmq_disconnect(link_.socket(), address_.c_str()); });
     reviveAt_.reset();
-    if (zmq_connect(link_.socket(), address_.c_str()) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
+    if (zel::connect(link_.socket(), address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
   }
 
   void closeSockets() noexcept override {

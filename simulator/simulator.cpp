@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "client/sysmgr_jsonApi.h"
+#include "common/socket_parts.h"
 #include "simulator/field.h"
 
 namespace zel::sim {
@@ -35,7 +36,8 @@ std::string cannotListen(const std::string& endpoint, const zmq::error_t& error)
 }
 
 bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
-  return zmq_send(socket.handle(), frame.data(), frame.size(), ZMQ_DONTWAIT | (more ? ZMQ_SNDMORE : 0)) >= 0;
+  const int flags = ZMQ_DONTWAIT | (more ? ZMQ_SNDMORE : 0);
+  return despiteSignals([&] { return zmq_send(socket.handle(), frame.data(), frame.size(), flags); }) >= 0;
 }
 
 }  // namespace

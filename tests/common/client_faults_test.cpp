@@ -16,6 +16,7 @@
 #include "common/client_json_api.h"
 #include "tests/common/test_client.h"
 #include "tests/support/daemon_process.h"
+#include "tests/support/interrupted_calls.h"
 #include "tests/support/raw_peer.h"
 
 using std::chrono::milliseconds;
@@ -23,6 +24,7 @@ using zel::test::Answer;
 using zel::test::expectAtOnce;
 using zel::test::expectFailure;
 using zel::test::expectTimedOut;
+using zel::test::interruptedCalls;
 using zel::test::kAllRawBehaviours;
 using zel::test::kSlowdown;
 using zel::test::Outcome;
@@ -354,4 +356,11 @@ TEST_F(RequestFault, SignalsDoNotChangeTheWaitForADaemon) {
   const Interruptions interruptions;
   expectNotSent(client_, client_.send(3));
   EXPECT_GT(Interruptions::count(), 10);
+}
+
+TEST_F(AnswerFault, SignalsDoNotKeepTheClientFromConnecting) {
+  interruptedCalls.connect = 3;
+  TestClient client(context_);
+  EXPECT_EQ(interruptedCalls.connect, 0);
+  EXPECT_EQ(client.ask(3).code, 0);
 }

@@ -13,6 +13,7 @@
 #include "common/wire_json.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
+#include "tests/support/interrupted_calls.h"
 #include "tests/support/raw_peer.h"
 #include "tests/support/scripted_daemon.h"
 #include "tests/support/stopwatch.h"
@@ -36,6 +37,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using zel::test::CapturedLog;
 using zel::test::ChildProcess;
+using zel::test::interruptedCalls;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
 using zel::test::LogLine;
@@ -123,6 +125,15 @@ TEST(SubscribeJsonClient, ReturnsSoonWhenAPublisherIsThere) {
   int result = -1;
   EXPECT_LT(timeOf([&] { result = client.connect(kAddress); }).own, 100ms * kSlowdown);
   EXPECT_EQ(result, 0);
+}
+
+TEST(SubscribeJsonClient, IsNotKeptFromConnectingBySignals) {
+  const PublisherFake publisher;
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  interruptedCalls.connect = 3;
+  EXPECT_EQ(client.connect(kAddress), 0);
+  EXPECT_EQ(interruptedCalls.connect, 0);
 }
 
 TEST(SubscribeJsonClient, WaitsALimitedTimeForAPeerThatSaysNothing) {
@@ -429,6 +440,28 @@ TEST(SubscribeJsonClient, IsRevivedByCallsOfProcessEvent) {
     EXPECT_FALSE(application.take().has_value());
     return publisher.subscriptions("1") == 1;
   }));
+}
+
+TEST(SubscribeJsonClient, IsRevivedThoughSignalsInterruptTheCallsThatDoIt) {
+  for (std::atomic<int>* calls :
+       {&interruptedCalls.disconnect, &interruptedCalls.connect, &interruptedCalls.askForEvents}) {
+    PublisherFake publisher;
+    Application application;
+    ASSERT_TRUE(publisher.waitForSubscription("1"));
+    CapturedLog log;
+    publisher.publish("1big", overSize());
+    ASSERT_TRUE(waitUntil([&] { return application.fds.poll(0) == 0 && !log.lines().empty(); }));
+    *calls = 3;
+    std::thread later([&] {
+      publisher.waitForUnsubscription("1");
+      publisher.waitForSubscription("1");
+      publisher.publish("1after", "");
+    });
+    EXPECT_EQ(application.fds.poll(kSoon.count()), 1);
+    EXPECT_EQ(application.nextTopic(), "1after");
+    EXPECT_EQ(*calls, 0);
+    later.join();
+  }
 }
 
 TEST(SubscribeJsonClient, CannotBeWaitedForInAForkedChild) {

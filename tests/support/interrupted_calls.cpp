@@ -1,0 +1,41 @@
+#include "tests/support/interrupted_calls.h"
+
+#include <dlfcn.h>
+#include <zmq.h>
+
+#include <cerrno>
+
+namespace zel::test {
+
+InterruptedCalls interruptedCalls;
+
+namespace {
+
+bool isInterrupted(std::atomic<int>& left) {
+  if (left == 0) return false;
+  --left;
+  errno = EINTR;
+  return true;
+}
+
+}  // namespace
+
+}  // namespace zel::test
+
+// They stand before libzmq's own.
+
+extern "C" int zmq_connect(void* socket, const char* address) {
+  static const auto own = reinterpret_cast<decltype(&zmq_connect)>(dlsym(RTLD_NEXT, "zmq_connect"));
+  return zel::test::isInterrupted(zel::test::interruptedCalls.connect) ? -1 : own(socket, address);
+}
+
+extern "C" int zmq_disconnect(void* socket, const char* address) {
+  static const auto own = reinterpret_cast<decltype(&zmq_disconnect)>(dlsym(RTLD_NEXT, "zmq_disconnect"));
+  return zel::test::isInterrupted(zel::test::interruptedCalls.disconnect) ? -1 : own(socket, address);
+}
+
+extern "C" int zmq_getsockopt(void* socket, int option, void* value, size_t* size) {
+  static const auto own = reinterpret_cast<decltype(&zmq_getsockopt)>(dlsym(RTLD_NEXT, "zmq_getsockopt"));
+  if (option == ZMQ_EVENTS && zel::test::isInterrupted(zel::test::interruptedCalls.askForEvents)) return -1;
+  return own(socket, option, value, size);
+}
