@@ -31,6 +31,9 @@ constexpr std::chrono::milliseconds kConnectLimit = 200ms;
 /// Between the loss of a connection and the next attempt; libzmq adds up to as much again at random.
 constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 
+/// How long each of the two threads has, at the least, for its part in the end of a connection that is given up here.
+constexpr std::chrono::milliseconds kTurn = 100ms;
+
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
 /// messages wait unread, and they are read after all (its issue 3937). On the loopback the kernel tells the end of
@@ -168,6 +171,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
       link_.forget();
     }
     reviveAt_.reset();
+    turnsToEnd_ = 0;
     linked_ = false;
   }
 
@@ -196,7 +200,10 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
 
   std::optional<Clock::time_point> tend() override {
     while (const int event = link_.nextEvent()) noteEvent(event);
-    if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
+    if (!reviveAt_ && turnsToEnd_ == 0) return {};
+    const bool holdsMessages = mayHoldMessages();  // and libzmq does its part in the end of an old connection
+    if (turnsToEnd_ > 0 && turnSince_ + kTurn <= Clock::now()) beginTurns(turnsToEnd_ - 1);
+    if (!reviveAt_ || holdsMessages) return {};  // to disconnect would drop the messages
     if (*reviveAt_ <= Clock::now()) revive();
     return reviveAt_;
   }
@@ -205,7 +212,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void noteEvent(int event) {
     if (event == 0) return;
     if (event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
-      reviveAt_.reset();
+      if (turnsToEnd_ == 0) reviveAt_.reset();  // else it may be the old connection's, and the loss the new one's
       linked_ = true;
       return;
     }
@@ -225,8 +232,14 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void revive() {
     // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
     zel::despiteSignals([&] { return zmq_disconnect(link_.socket(), address_.c_str()); });
+    beginTurns(2);
     reviveAt_.reset();
     if (zel::connect(link_.socket(), address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
+  }
+
+  void beginTurns(int turns) {
+    turnsToEnd_ = turns;
+    turnSince_ = Clock::now();
   }
 
   void closeSockets() noexcept override {
@@ -239,6 +252,10 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   WatchedSocket link_;
   bool linked_ = false;
   std::optional<Clock::time_point> reviveAt_;
+  /// A connection that was given up here lives on, and may even succeed once more, until libzmq's thread, then a call
+  /// of ours, then libzmq's thread again have done their parts.
+  int turnsToEnd_ = 0;
+  Clock::time_point turnSince_;
   std::optional<Use> wait_;
   zel::WireJsonReader reader_;
 };

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -47,11 +48,18 @@ using zel::test::RawPeer;
 using zel::test::Stopwatch;
 using zel::test::timeOf;
 using zel::test::waitUntil;
+using zel::test::zmtp::frame;
+using zel::test::zmtp::kMore;
+using zel::test::zmtp::longFrameHeader;
+using zel::test::zmtp::readRequest;
 using zel::test::zmtp::shakeHands;
 using zel::test::zmtp::Stream;
 
 const char* const kAddress = PublisherFake::kEndpoint;
 constexpr unsigned short kPort = 5575;
+constexpr std::uint64_t kEndless = std::uint64_t{1} << 62;
+/// How long after a loss the library has something to do.
+constexpr auto kRevival = 60ms;
 const LogLine kLost{Logger::LEVEL_PROGRESS,
                     "SubscribeJsonClient: lost the connection to tcp://127.0.0.1:5575, connecting again"};
 
@@ -64,7 +72,9 @@ struct Notification {
 /// An application with one subscriber, which waits in its poll set.
 class Application {
  public:
-  explicit Application(const std::string& topic = "1") : client(context) {
+  /// @param policy  how libzmq's thread is scheduled
+  explicit Application(const std::string& topic = "1", int policy = SCHED_OTHER) : client(context) {
+    zmq_ctx_set(context.handle(), ZMQ_THREAD_SCHED_POLICY, policy);
     EXPECT_EQ(client.connect(kAddress), 0);
     EXPECT_EQ(client.subscribe(topic), 0);
     EXPECT_EQ(client.getPollItems(fds), 0);
@@ -104,6 +114,24 @@ class Application {
 
  private:
   int calls_ = 0;
+};
+
+/// Keeps this thread, and those that it starts, on one processor while it lives.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    sched_getaffinity(0, sizeof before_, &before_);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu(), &one);
+    sched_setaffinity(0, sizeof one, &one);
+  }
+  ~OneProcessor() { sched_setaffinity(0, sizeof before_, &before_); }
+  OneProcessor(const OneProcessor&) = delete;
+  OneProcessor& operator=(const OneProcessor&) = delete;
+
+ private:
+  cpu_set_t before_{};
 };
 
 std::string overSize() { return '"' + std::string(zel::kMaxFrameBytes, 'x') + '"'; }
@@ -462,6 +490,82 @@ TEST(SubscribeJsonClient, IsRevivedThoughSignalsInterruptTheCallsThatDoIt) {
     EXPECT_EQ(*calls, 0);
     later.join();
   }
+}
+
+/// A publisher breaks the connection; the library, faster than libzmq, gives it up for a new one, which a violation of
+/// the protocol ends for good; and then the old one, not quite ended yet, succeeds once more.
+/// @return false: it was ended already
+bool oldConnectionSucceedsBehindTheEndOfTheNewOne() {
+  const OneProcessor oneProcessor;  // libzmq's thread has to wait until the application does
+  reconnectInterval = 100;
+  std::atomic<int> connections{0};
+  std::atomic<bool> connectedAgain{false};
+  const RawPeer peer(
+      [&](const Stream& stream) {
+        const int number = ++connections;
+        std::string subscription;
+        if (!shakeHands(stream, "PUB")) return;
+        switch (number) {
+          case 1:  // asks whether somebody listens, and subscribes to nothing
+          case 2:  // libzmq would connect again, but the library does so before
+            if (readRequest(stream, subscription)) stream.close();
+            return;
+          case 3:  // the new one, which libzmq gives up for good
+            if (readRequest(stream, subscription)) stream.write(longFrameHeader(0, kEndless));
+            break;
+          case 4:  // the first one's again, after all
+            std::this_thread::sleep_for(20ms);
+            connectedAgain = true;
+            break;
+          default: stream.write(frame(kMore, "1after") + frame(0, ""));
+        }
+        stream.discard();
+      },
+      kPort);
+  CapturedLog log;
+  Application application("1", SCHED_IDLE);
+  EXPECT_TRUE(waitUntil([&] {
+    EXPECT_FALSE(application.take());
+    return !log.lines().empty();
+  }));
+  std::this_thread::sleep_for(kRevival);
+  EXPECT_FALSE(application.take());
+  // Meanwhile the application does something else.
+  if (!waitUntil([&] { return connectedAgain.load(); }, 500ms)) return false;
+  EXPECT_EQ(application.nextTopic(), "1after");
+  return true;
+}
+
+TEST(SubscribeJsonClient, IsNotMisledByTheSuccessOfAConnectionThatItGaveUp) {
+  bool tested = false;
+  for (int attempt = 0; attempt < 5 && !tested; ++attempt) tested = oldConnectionSucceedsBehindTheEndOfTheNewOne();
+  EXPECT_TRUE(tested);
+}
+
+TEST(SubscribeJsonClient, LeavesAConnectionAloneThatLibzmqHasRenewed) {
+  reconnectInterval = 100;
+  const auto serve = [](const Stream& stream) {
+    shakeHands(stream, "PUB");
+    stream.discard();
+  };
+  std::optional<RawPeer> peer(std::in_place, serve, kPort);
+  Application application;
+  const auto restart = [&] {
+    peer.reset();
+    peer.emplace(serve, kPort);
+  };
+  restart();
+  ASSERT_TRUE(waitUntil([&] {
+    application.fds.poll(1);
+    return peer->accepted() == 1;
+  })) << "by the library";
+  for (int turn = 0; turn < 3; ++turn) application.fds.poll(120);
+
+  restart();
+  ASSERT_TRUE(waitUntil([&] { return peer->accepted() == 1; })) << "by libzmq, while the application sleeps";
+  std::this_thread::sleep_for(20ms);
+  for (int turn = 0; turn < 10; ++turn) application.fds.poll(20);
+  EXPECT_EQ(peer->accepted(), 1);
 }
 
 TEST(SubscribeJsonClient, CannotBeWaitedForInAForkedChild) {
