@@ -23,8 +23,9 @@ class LinkKeeper {
   virtual void endWait() noexcept = 0;
 
   /// Does what there is to do for the link.
+  /// @param told  whether the watched descriptor was found readable. It costs a system call to look without.
   /// @return when to call again at the latest; empty: not before the watched descriptor is readable.
-  virtual std::optional<Clock::time_point> tend() = 0;
+  virtual std::optional<Clock::time_point> tend(bool told) = 0;
   /// The descriptor that is readable when there is something to do. A ZeroMQ socket's ZMQ_FD: to poll that is cheaper
   /// than to poll the socket, and right because `tend` leaves nothing in the socket.
   virtual int watched() const = 0;

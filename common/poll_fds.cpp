@@ -47,10 +47,11 @@ class Links {
     for (const Wait& wait : waits_) items.push_back({nullptr, wait.keeper().watched(), ZMQ_POLLIN, 0});
   }
 
+  /// @param watched  what was appended, polled or not yet
   /// @return the earlier of `wakeUp` and what the links wish
-  std::optional<Clock::time_point> tend(std::optional<Clock::time_point> wakeUp) const {
+  std::optional<Clock::time_point> tend(const zmq_pollitem_t* watched, std::optional<Clock::time_point> wakeUp) const {
     for (const Wait& wait : waits_) {
-      const std::optional<Clock::time_point> due = wait.keeper().tend();
+      const std::optional<Clock::time_point> due = wait.keeper().tend((watched++)->revents != 0);
       if (due && (!wakeUp || *due < *wakeUp)) wakeUp = due;
     }
     return wakeUp;
@@ -92,12 +93,15 @@ int PollFds::poll(long timeoutMs) {
   std::vector<zmq_pollitem_t> all = items_;
   links.appendWatched(all);
 
+  const zmq_pollitem_t* const watched = all.data() + items_.size();
+
   const auto isReady = [](const zmq_pollitem_t& item) { return item.revents != 0; };
+  std::optional<Clock::time_point> wakeUp = links.tend(watched, deadline);
   for (;;) {
-    const std::optional<Clock::time_point> wakeUp = links.tend(deadline);
     const int result =
         zmq_poll(all.data(), static_cast<int>(all.size()), wakeUp ? zel::millisecondsUntil(*wakeUp) : -1);
     if (result < 0 && zmq_errno() != EINTR) return -1;
+    wakeUp = links.tend(watched, deadline);
     if (result > 0) {
       std::copy_n(all.begin(), items_.size(), items_.begin());
       const auto ready = std::count_if(items_.begin(), items_.end(), isReady);

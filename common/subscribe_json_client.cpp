@@ -158,6 +158,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
     if (zel::connect(link_.socket(), address) != 0) return false;
     keepLinkOf(link_.socket());
     if (there) noteEvent(link_.awaitEvent(deadline));
+    noteEvents();
     return true;
   }
 
@@ -198,8 +199,8 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void endWait() noexcept override { wait_.reset(); }
   int watched() const override { return link_.monitorDescriptor(); }
 
-  std::optional<Clock::time_point> tend() override {
-    while (const int event = link_.nextEvent()) noteEvent(event);
+  std::optional<Clock::time_point> tend(bool told) override {
+    if (told) noteEvents();
     if (!reviveAt_ && turnsToEnd_ == 0) return {};
     const bool holdsMessages = mayHoldMessages();  // and libzmq does its part in the end of an old connection
     if (turnsToEnd_ > 0 && turnSince_ + kTurn <= Clock::now()) beginTurns(turnsToEnd_ - 1);
@@ -209,6 +210,10 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   }
 
  private:
+  void noteEvents() {
+    while (const int event = link_.nextEvent()) noteEvent(event);
+  }
+
   void noteEvent(int event) {
     if (event == 0) return;
     if (event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
@@ -290,10 +295,12 @@ int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
 int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
   const Connection::Use use(*connection_);
   if (!use || !connection_->isOpen()) return 0;
-  connection_->tend();
 
   Frame first;
-  if (!first.receiveNow(connection_->socket())) return 0;
+  if (!first.receiveNow(connection_->socket())) {
+    connection_->tend(true);
+    return 0;
+  }
   topic.assign(first.text());
   errorCode = connection_->takePayload(first, payload);
   return 1;
