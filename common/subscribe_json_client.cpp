@@ -200,7 +200,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   int watched() const override { return link_.monitorDescriptor(); }
 
   std::optional<Clock::time_point> tend(bool told) override {
-    if (told) noteEvents();
+    if (told || reviveAt_) noteEvents();  // libzmq may have been faster
     if (!reviveAt_ && turnsToEnd_ == 0) return {};
     const bool holdsMessages = mayHoldMessages();  // and libzmq does its part in the end of an old connection
     if (turnsToEnd_ > 0 && turnSince_ + kTurn <= Clock::now()) beginTurns(turnsToEnd_ - 1);

@@ -561,11 +561,20 @@ TEST(SubscribeJsonClient, LeavesAConnectionAloneThatLibzmqHasRenewed) {
   })) << "by the library";
   for (int turn = 0; turn < 3; ++turn) application.fds.poll(120);
 
-  restart();
-  ASSERT_TRUE(waitUntil([&] { return peer->accepted() == 1; })) << "by libzmq, while the application sleeps";
-  std::this_thread::sleep_for(20ms);
-  for (int turn = 0; turn < 10; ++turn) application.fds.poll(20);
-  EXPECT_EQ(peer->accepted(), 1);
+  for (const bool lossIsKnown : {false, true}) {
+    CapturedLog log;
+    restart();
+    if (lossIsKnown) {
+      ASSERT_TRUE(waitUntil([&] {
+        EXPECT_FALSE(application.take());
+        return !log.lines().empty();
+      }));
+    }
+    ASSERT_TRUE(waitUntil([&] { return peer->accepted() == 1; })) << "by libzmq, while the application sleeps";
+    std::this_thread::sleep_for(20ms);
+    for (int turn = 0; turn < 10; ++turn) application.fds.poll(20);
+    EXPECT_EQ(peer->accepted(), 1) << lossIsKnown;
+  }
 }
 
 TEST(SubscribeJsonClient, CannotBeWaitedForInAForkedChild) {
