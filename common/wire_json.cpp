@@ -3,8 +3,11 @@
 #include <json/writer.h>
 #include <simdjson.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <sstream>
+#include <iterator>
+#include <utility>
 
 namespace zel {
 
@@ -154,18 +157,97 @@ class Builder {
   std::size_t values_ = 0;
 };
 
-/// Why a value cannot travel, but for its length and its encoding, which the text tells.
-/// @param values  how many came before
-std::string unwritable(const Json::Value& value, unsigned int depth, std::size_t& values) {
-  if (++values > kMaxJsonValues) return kTooMany;
-  if (value.type() == Json::realValue && !std::isfinite(value.asDouble())) return "a number is not finite";
-  if (!value.isObject() && !value.isArray()) return {};
-  if (depth == kMaxJsonDepth) return kTooDeep;
-  for (const Json::Value& member : value) {
-    if (std::string why = unwritable(member, depth + 1, values); !why.empty()) return why;
+/// Writes a document in one pass.
+class TextWriter {
+ public:
+  explicit TextWriter(std::string& text) : text_(text) {}
+
+  /// @param depth  how many objects and arrays stand around the value
+  /// @return empty, or why the value cannot travel, but for its length and its encoding, which the text tells
+  std::string write(const Json::Value& value, unsigned int depth) {
+    if (++values_ > kMaxJsonValues) return kTooMany;
+    switch (value.type()) {
+      case Json::nullValue: text_ += "null"; return {};
+      case Json::booleanValue: text_ += value.asBool() ? "true" : "false"; return {};
+      case Json::intValue: writeInteger(value.asInt64()); return {};
+      case Json::uintValue: writeInteger(value.asUInt64()); return {};
+      case Json::realValue:
+        if (!std::isfinite(value.asDouble())) return "a number is not finite";
+        text_ += Json::valueToString(value.asDouble());
+        return {};
+      case Json::stringValue: {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        value.getString(&begin, &end);
+        writeText(begin, end);
+        return {};
+      }
+      default: break;
+    }
+    if (depth == kMaxJsonDepth) return kTooDeep;
+    return value.isObject() ? writeObject(value, depth + 1) : writeArray(value, depth + 1);
   }
-  return {};
-}
+
+ private:
+  template <class Integer>
+  void writeInteger(Integer number) {
+    char digits[20];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+    text_.append(digits, end);
+  }
+
+  void writeText(const char* begin, const char* end) {
+    text_ += '"';
+    const auto isPlain = [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\'; };
+    for (;;) {
+      const char* const special = std::find_if_not(begin, end, isPlain);
+      text_.append(begin, special);
+      if (special == end) break;
+      writeEscaped(*special);
+      begin = special + 1;
+    }
+    text_ += '"';
+  }
+
+  void writeEscaped(char c) {
+    static constexpr std::string_view kShort = "\"\\\b\f\n\r\t";
+    static constexpr char kLetters[] = "\"\\bfnrt";
+    static constexpr char kHex[] = "0123456789abcdef";
+    text_ += '\\';
+    if (const auto place = kShort.find(c); place != std::string_view::npos) {
+      text_ += kLetters[place];
+    } else {
+      text_.append("u00").append({kHex[c >> 4], kHex[c & 15]});
+    }
+  }
+
+  std::string writeObject(const Json::Value& object, unsigned int depth) {
+    char before = '{';
+    for (auto member = object.begin(); member != object.end(); ++member) {
+      text_ += std::exchange(before, ',');
+      const char* end = nullptr;
+      const char* const name = member.memberName(&end);
+      writeText(name, end);
+      text_ += ':';
+      if (std::string why = write(*member, depth); !why.empty()) return why;
+    }
+    text_ += before == '{' ? "{}" : "}";
+    return {};
+  }
+
+  std::string writeArray(const Json::Value& array, unsigned int depth) {
+    text_ += '[';
+    for (Json::ArrayIndex i = 0; i < array.size(); ++i) {  // not by iterators: JsonCpp's arrays may have gaps
+      if (i > 0) text_ += ',';
+      if (std::string why = write(array[i], depth); !why.empty()) return why;
+    }
+    text_ += ']';
+    return {};
+  }
+
+  std::string& text_;
+  std::size_t values_ = 0;
+};
 
 }  // namespace
 
@@ -205,34 +287,19 @@ WireJsonReader::~WireJsonReader() = default;
 
 std::string WireJsonReader::read(std::string_view text, Json::Value& value) { return state_->read(text, value); }
 
-struct WireJsonWriter::State {
-  std::ostringstream stream;
-  std::unique_ptr<Json::StreamWriter> writer;
-};
+/// A writer keeps nothing between two documents. That it could is part of the binary interface.
+struct WireJsonWriter::State {};
 
-WireJsonWriter::WireJsonWriter() : state_(std::make_unique<State>()) {
-  Json::StreamWriterBuilder settings;
-  settings["indentation"] = "";
-  settings["commentStyle"] = "None";
-  settings["emitUTF8"] = true;
-  state_->writer.reset(settings.newStreamWriter());
-  state_->stream.exceptions(std::ios::badbit);  // else a stream without memory passes over a part of the text
-}
+WireJsonWriter::WireJsonWriter() = default;
 WireJsonWriter::~WireJsonWriter() = default;
 
 std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
   text.clear();
-  std::size_t values = 0;
-  if (std::string why = unwritable(value, 0, values); !why.empty()) return why;
-
-  state_->stream.clear();
-  state_->stream.str({});
-  state_->writer->write(value, &state_->stream);
-  std::string written = state_->stream.str();
-  if (written.size() > kMaxFrameBytes) return kTooLong;
-  if (!simdjson::validate_utf8(written)) return "a text is not UTF-8";
-  text = std::move(written);
-  return {};
+  std::string why = TextWriter(text).write(value, 0);
+  if (why.empty() && text.size() > kMaxFrameBytes) why = kTooLong;
+  if (why.empty() && !simdjson::validate_utf8(text)) why = "a text is not UTF-8";
+  if (!why.empty()) text.clear();
+  return why;
 }
 
 }  // namespace zel

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <json/writer.h>
 
 #include <cmath>
 #include <cstdint>
@@ -126,11 +127,38 @@ TEST_F(WireJsonWriterTest, WritesEveryKindOfValue) {
       {Json::Value(Json::UInt64(18446744073709551615u)), "18446744073709551615"},
       {Json::Value(1.5), "1.5"},
       {Json::Value(1.0), "1.0"},
+      {Json::Value(0.1), "0.10000000000000001"},
+      {Json::Value(-1e300), "-1.0000000000000001e+300"},
+      {Json::Value(Json::stringValue), "\"\""},
       {Json::Value("Gr\u00fc\u00dfe \u20ac \U0001f600"), "\"Gr\u00fc\u00dfe \u20ac \U0001f600\""},
       {Json::Value("a\"\\\n\t\x01/"), "\"a\\\"\\\\\\n\\t\\u0001/\""},
+      {Json::Value("\b\f\r\x1f\x7f"), "\"\\b\\f\\r\\u001f\x7f\""},
       {Json::Value("x\0y"s), "\"x\\u0000y\""},
   };
   for (const auto& [value, text] : rows) EXPECT_EQ(written(value), text);
+}
+
+TEST_F(WireJsonWriterTest, WritesTheGapsOfAnArrayAsNull) {
+  Json::Value value(Json::arrayValue);
+  value[2] = 1;
+  EXPECT_EQ(written(value), "[null,null,1]");
+}
+
+TEST_F(WireJsonWriterTest, EscapesNames) {
+  Json::Value value;
+  value["a\"\n"s] = 1;
+  value["x\0y"s] = 2;
+  EXPECT_EQ(written(value), R"({"a\"\n":1,"x\u0000y":2})");
+}
+
+TEST_F(WireJsonWriterTest, WritesWhatJsonCppsOwnWriterWrites) {
+  Json::StreamWriterBuilder settings;
+  settings["indentation"] = "";
+  settings["emitUTF8"] = true;
+  for (unsigned int seed = 0; seed < 2000; ++seed) {
+    const Json::Value value = RandomDocuments(seed).next();
+    ASSERT_EQ(written(value), Json::writeString(settings, value)) << "seed " << seed;
+  }
 }
 
 TEST_F(WireJsonWriterTest, WritesNoComments) {
