@@ -165,7 +165,7 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
 
   bool sendFrame(const std::string& frame, int flags, Clock::time_point deadline) {
     while (!sendNow(frame, flags)) {
-      if (!mayTryAgain() || !waitFor(socket_, ZMQ_POLLOUT, deadline)) return false;
+      if (!mayTryAgain() || !waitFor({socket_, 0, ZMQ_POLLOUT, 0}, deadline)) return false;
     }
     return true;
   }

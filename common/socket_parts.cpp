@@ -26,11 +26,10 @@ long millisecondsUntil(Clock::time_point deadline) {
   return std::max(static_cast<long>(left), 0L);
 }
 
-bool waitFor(void* socket, short events, Clock::time_point deadline) {
+bool waitFor(zmq_pollitem_t item, Clock::time_point deadline) {
   for (;;) {
     const long left = millisecondsUntil(deadline);
     if (left == 0) return false;
-    zmq_pollitem_t item{socket, 0, events, 0};
     const int ready = zmq_poll(&item, 1, left);
     if (ready > 0) return true;
     if (ready < 0 && zmq_errno() != EINTR) return false;

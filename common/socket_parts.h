@@ -70,8 +70,8 @@ bool mayTryAgain();
 /// How long a wait may last until the deadline, rounded up to whole milliseconds; 0 when it has passed.
 long millisecondsUntil(Clock::time_point deadline);
 
-/// Waits until the socket is ready for the events; a signal does not end the wait.
-/// @return false at the deadline, or when the socket cannot be waited for any more
-bool waitFor(void* socket, short events, Clock::time_point deadline);
+/// Waits until the item is ready; a signal does not end the wait.
+/// @return false at the deadline, or when the item cannot be waited for any more
+bool waitFor(zmq_pollitem_t item, Clock::time_point deadline);
 
 }  // namespace zel

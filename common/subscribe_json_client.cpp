@@ -31,8 +31,10 @@ constexpr std::chrono::milliseconds kConnectLimit = 200ms;
 /// Between the loss of a connection and the next attempt; libzmq adds up to as much again at random.
 constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 
-/// How long each of the two threads has, at the least, for its part in the end of a connection that is given up here.
-constexpr std::chrono::milliseconds kTurn = 100ms;
+/// How long a revival waits for libzmq's thread to end the connection before.
+constexpr std::chrono::milliseconds kEndLimit = 10ms;
+/// How long that thread has for each of its parts in it, at the least, where this was not enough.
+constexpr std::chrono::milliseconds kTurn = 20ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
@@ -89,13 +91,9 @@ class WatchedSocket {
   void forget() noexcept { socket_ = monitor_ = nullptr; }
 
   void* socket() const { return socket_; }
-  /// -1 when there is none.
-  int monitorDescriptor() const {
-    int descriptor = -1;
-    std::size_t size = sizeof descriptor;
-    zmq_getsockopt(monitor_, ZMQ_FD, &descriptor, &size);
-    return descriptor;
-  }
+  // The descriptors that are readable when there is something to do for a socket; -1 when there is none.
+  int descriptor() const { return descriptorOf(socket_); }
+  int monitorDescriptor() const { return descriptorOf(monitor_); }
 
   /// @return the next event's number; 0 when there is none
   int nextEvent() {
@@ -111,11 +109,18 @@ class WatchedSocket {
   int awaitEvent(Clock::time_point deadline) {
     for (;;) {
       if (const int event = nextEvent(); event != 0) return event;
-      if (!zel::waitFor(monitor_, ZMQ_POLLIN, deadline)) return 0;
+      if (!zel::waitFor({monitor_, 0, ZMQ_POLLIN, 0}, deadline)) return 0;
     }
   }
 
  private:
+  static int descriptorOf(void* socket) {
+    int descriptor = -1;
+    std::size_t size = sizeof descriptor;
+    zmq_getsockopt(socket, ZMQ_FD, &descriptor, &size);
+    return descriptor;
+  }
+
   void* socket_ = nullptr;
   void* monitor_ = nullptr;
 };
@@ -200,8 +205,9 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   int watched() const override { return link_.monitorDescriptor(); }
 
   std::optional<Clock::time_point> tend(bool told) override {
-    if (told || reviveAt_) noteEvents();  // libzmq may have been faster
-    if (!reviveAt_ && turnsToEnd_ == 0) return {};
+    const bool ill = reviveAt_ || turnsToEnd_ > 0;
+    if (told || ill) noteEvents();  // libzmq may have been faster
+    if (!reviveAt_ && !ill) return {};
     const bool holdsMessages = mayHoldMessages();  // and libzmq does its part in the end of an old connection
     if (turnsToEnd_ > 0 && turnSince_ + kTurn <= Clock::now()) beginTurns(turnsToEnd_ - 1);
     if (!reviveAt_ || holdsMessages) return {};  // to disconnect would drop the messages
@@ -237,9 +243,23 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void revive() {
     // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
     zel::despiteSignals([&] { return zmq_disconnect(link_.socket(), address_.c_str()); });
-    beginTurns(2);
+    beginTurns(ends() ? 0 : 2);
+    noteEvents();  // the last of the old connection
     reviveAt_.reset();
     if (zel::connect(link_.socket(), address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
+  }
+
+  /// Waits for the end of the connection that was given up: libzmq's thread has a part in it, then we have, then it
+  /// has again. The new one starts behind that.
+  /// @return false when nothing is heard of it: it had ended already, or libzmq's thread gets no processor
+  bool ends() const {
+    const zmq_pollitem_t toldSomething{nullptr, link_.descriptor(), ZMQ_POLLIN, 0};
+    const Clock::time_point deadline = Clock::now() + kEndLimit;
+    for (int part = 0; part < 2; ++part) {
+      if (!zel::waitFor(toldSomething, deadline)) return false;
+      mayHoldMessages();  // which lets libzmq do our part
+    }
+    return true;
   }
 
   void beginTurns(int turns) {
@@ -257,8 +277,8 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   WatchedSocket link_;
   bool linked_ = false;
   std::optional<Clock::time_point> reviveAt_;
-  /// A connection that was given up here lives on, and may even succeed once more, until libzmq's thread, then a call
-  /// of ours, then libzmq's thread again have done their parts.
+  /// How many parts are left in the end of a connection that was given up here. Until then it lives on, and may even
+  /// succeed once more.
   int turnsToEnd_ = 0;
   Clock::time_point turnSince_;
   std::optional<Use> wait_;
@@ -295,6 +315,7 @@ int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
 int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
   const Connection::Use use(*connection_);
   if (!use || !connection_->isOpen()) return 0;
+  connection_->tend(false);
 
   Frame first;
   if (!first.receiveNow(connection_->socket())) {

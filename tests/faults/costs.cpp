@@ -80,7 +80,7 @@ int request(SysMgrClient& client, SysMgrJsonClient& jsonClient, unsigned long nu
 
 }  // namespace
 
-bool measureHostilePeers(unsigned long peers, std::uint32_t seed) {
+Verdict measureHostilePeers(unsigned long peers, std::uint32_t seed) {
   // A frame of the largest size, and what libzmq and JsonCpp need for it.
   constexpr long kMostKiB = (1 + 8) * kMiB;
   constexpr unsigned long kWarmUp = 20;
@@ -100,7 +100,8 @@ bool measureHostilePeers(unsigned long peers, std::uint32_t seed) {
   for (unsigned long i = 0; i < peers; ++i) meet(static_cast<std::uint32_t>(seed + kWarmUp + i));
   std::printf("%lu hostile peers, seed %u\n", peers, seed);
   const bool bounded = costs.judge(kMostKiB);
-  return run.judge() && bounded;
+  const Verdict verdict = run.judge();
+  return bounded ? verdict : Verdict::kWrong;
 }
 
 bool measureEndurance(unsigned long exchanges) {

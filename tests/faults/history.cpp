@@ -111,17 +111,18 @@ bool History::judgeWaits() const {
   return inTime;
 }
 
-bool History::judge() const {
+Verdict History::judge() const {
   const bool calls = judgeCalls();
   const bool notifications = judgeNotifications();
-  const bool waits = judgeWaits();
+  const bool inTime = judgeWaits();
   int failures = 0;
   for (const auto& [what, times] : failures_) {
     std::printf("  %s: %d times\n", what.c_str(), times);
     failures += times;
   }
   std::printf("dead clients, dead subscribers, stale views: %d\n", failures);
-  return calls && notifications && waits && failures == 0;
+  if (!calls || !notifications || failures > 0) return Verdict::kWrong;
+  return inTime ? Verdict::kRight : Verdict::kLate;
 }
 
 }  // namespace zel::test

@@ -10,6 +10,13 @@
 
 namespace zel::test {
 
+/// What a run was; the program's exit status, too.
+enum class Verdict {
+  kRight = 0,
+  kWrong = 1,
+  kLate = 3,  ///< right, but for a wait that took too long, which may be the machine's doing
+};
+
 /// Everything that happened to the client and the subscribers of a run, to be compared with what the daemons say that
 /// they did.
 class History {
@@ -55,8 +62,7 @@ class History {
   void addReturn(std::chrono::microseconds time) { returns_.push_back(time); }
 
   /// Judges the run, and prints what it found.
-  /// @return whether nothing is wrong
-  bool judge() const;
+  Verdict judge() const;
 
  private:
   /// How often something was wrong. The first few are printed where they happen.

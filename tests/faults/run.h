@@ -60,7 +60,7 @@ class Run {
   void expectFollowing();
 
   std::uint32_t requests() const { return token_; }
-  bool judge() const { return history_.judge(); }
+  Verdict judge() const { return history_.judge(); }
 
   unsigned below(unsigned limit) { return static_cast<unsigned>(random()) % limit; }
   std::mt19937 random;
