@@ -57,7 +57,8 @@ class ZEL_EXPORT SubscribeJsonClient {
   /// @return 0, or -100 before `connect`: nothing is appended.
   int getPollItems(PollFds& pollFds);
 
-  /// Takes one notification if there is one; never waits.
+  /// Takes one notification if there is one; never waits for one. Where it renews a lost connection it waits for the
+  /// end of the old one, 11 ms at most.
   ///
   /// @param item       the item of `getPollItems`; its `revents` need not be set.
   /// @param topic      receives the first frame, also of a malformed notification.

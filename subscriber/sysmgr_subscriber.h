@@ -101,8 +101,8 @@ class ZEL_EXPORT SysmgrSubscriber {
   /// @return 0, or the negative code of `SubscribeJsonClient`, which is not logged.
   int getPollItems(PollFds& pollFds);
 
-  /// Takes one notification, if there is one, and runs its callback; never waits. A malformed notification is dropped
-  /// and logged at level 2, "SysmgrSubscriber: Error receiving message %d" with its code.
+  /// Takes one notification, if there is one, and runs its callback; waits as `SubscribeJsonClient` does. A malformed
+  /// notification is dropped and logged at level 2, "SysmgrSubscriber: Error receiving message %d" with its code.
   ///
   /// JsonCpp's exceptions (a payload of a type that does not convert) and those of the callback leave this call: the
   /// notification counts as taken, and the subscriber can be used as before.
