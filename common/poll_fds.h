@@ -41,8 +41,8 @@ class ZEL_EXPORT PollFds {
   /// Waits until an item is ready and sets the `revents` of all of them.
   ///
   /// Meanwhile it keeps the connections of the subscribers in the set alive, so an application that waits here needs
-  /// to do nothing about a daemon that restarts. One that waits elsewhere finds at `SubscribeJsonClient` what it has to
-  /// do.
+  /// to do nothing about a daemon that restarts; to renew a lost connection it may take 11 ms more than the time-out.
+  /// One that waits elsewhere finds at `SubscribeJsonClient` what it has to do.
   ///
   /// A signal does not end the wait: to be woken by one, add the descriptor of a signalfd(2) or of a pipe.
   ///
