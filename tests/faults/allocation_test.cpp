@@ -131,7 +131,7 @@ TEST_F(AllocationFailure, LeavesNothingOfANewClientBehindAndSendsNoHalfRequest) 
     const int status = client.init(context_);
     return status < 0 ? status : client.setNmosParameters(nmos);
   };
-  EXPECT_THAT(failEachAllocation(attempt, [](Status) {}), Gt(40));
+  EXPECT_THAT(failEachAllocation(attempt, [](Status) {}), Gt(30));
   for (const Request& request : board_.daemon.requests()) EXPECT_EQ(request.json, written(nmos)) << request.body;
 }
 
