@@ -33,8 +33,6 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 
 /// How long a revival waits for libzmq's thread to end the connection before.
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
-/// How long that thread has for each of its parts in it, at the least, where this was not enough.
-constexpr std::chrono::milliseconds kTurn = 20ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
@@ -177,7 +175,6 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
       link_.forget();
     }
     reviveAt_.reset();
-    turnsToEnd_ = 0;
     linked_ = false;
   }
 
@@ -205,12 +202,8 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   int watched() const override { return link_.monitorDescriptor(); }
 
   std::optional<Clock::time_point> tend(bool told) override {
-    const bool ill = reviveAt_ || turnsToEnd_ > 0;
-    if (told || ill) noteEvents();  // libzmq may have been faster
-    if (!reviveAt_ && !ill) return {};
-    const bool holdsMessages = mayHoldMessages();  // and libzmq does its part in the end of an old connection
-    if (turnsToEnd_ > 0 && turnSince_ + kTurn <= Clock::now()) beginTurns(turnsToEnd_ - 1);
-    if (!reviveAt_ || holdsMessages) return {};  // to disconnect would drop the messages
+    if (told || reviveAt_) noteEvents();             // libzmq may have been faster
+    if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
     if (*reviveAt_ <= Clock::now()) revive();
     return reviveAt_;
   }
@@ -223,7 +216,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void noteEvent(int event) {
     if (event == 0) return;
     if (event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
-      if (turnsToEnd_ == 0) reviveAt_.reset();  // else it may be the old connection's, and the loss the new one's
+      reviveAt_.reset();
       linked_ = true;
       return;
     }
@@ -243,27 +236,22 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   void revive() {
     // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
     zel::despiteSignals([&] { return zmq_disconnect(link_.socket(), address_.c_str()); });
-    beginTurns(ends() ? 0 : 2);
-    noteEvents();  // the last of the old connection
+    awaitEnd();
+    noteEvents();  // the last of the old connection: the next ones are the new one's
     reviveAt_.reset();
     if (zel::connect(link_.socket(), address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
   }
 
   /// Waits for the end of the connection that was given up: libzmq's thread has a part in it, then we have, then it
-  /// has again, before it begins with a new one.
-  /// @return false when nothing is heard of it: it had ended already, or libzmq's thread gets no processor
-  bool ends() const {
+  /// has again, before it begins with a new one. Until then the old one lives on, and may even succeed once more; taken
+  /// for the new one's, that would hide that the new one is gone for good. Nothing is heard of one that has ended by
+  /// itself.
+  void awaitEnd() const {
     const zmq_pollitem_t whatIsTold{nullptr, link_.descriptor(), ZMQ_POLLIN, 0};
-    if (!zel::waitFor(whatIsTold, Clock::now() + kEndLimit)) return false;
+    if (!zel::waitFor(whatIsTold, Clock::now() + kEndLimit)) return;
     mayHoldMessages();                             // which lets libzmq do our part
     zel::waitFor(whatIsTold, Clock::now() + 1ms);  // had it been something else that was told
     mayHoldMessages();
-    return true;
-  }
-
-  void beginTurns(int turns) {
-    turnsToEnd_ = turns;
-    turnSince_ = Clock::now();
   }
 
   void closeSockets() noexcept override {
@@ -276,10 +264,6 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   WatchedSocket link_;
   bool linked_ = false;
   std::optional<Clock::time_point> reviveAt_;
-  /// How many parts are left in the end of a connection that was given up here. Until then it lives on, and may even
-  /// succeed once more.
-  int turnsToEnd_ = 0;
-  Clock::time_point turnSince_;
   std::optional<Use> wait_;
   zel::WireJsonReader reader_;
 };
