@@ -298,7 +298,6 @@ int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
 int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
   const Connection::Use use(*connection_);
   if (!use || !connection_->isOpen()) return 0;
-  connection_->tend(false);
 
   Frame first;
   if (!first.receiveNow(connection_->socket())) {

@@ -24,6 +24,15 @@
 /// What the library is to set as ZMQ_RECONNECT_IVL instead of its own choice.
 static std::optional<int> reconnectInterval;
 
+/// Sets it while it lives.
+class ReconnectsAfter {
+ public:
+  explicit ReconnectsAfter(int ms) { reconnectInterval = ms; }
+  ~ReconnectsAfter() { reconnectInterval.reset(); }
+  ReconnectsAfter(const ReconnectsAfter&) = delete;
+  ReconnectsAfter& operator=(const ReconnectsAfter&) = delete;
+};
+
 /// Stands before libzmq's own function.
 extern "C" int zmq_setsockopt(void* socket, int option, const void* value, std::size_t size) {
   static const auto own = reinterpret_cast<decltype(&zmq_setsockopt)>(dlsym(RTLD_NEXT, "zmq_setsockopt"));
@@ -48,8 +57,12 @@ using zel::test::RawPeer;
 using zel::test::Stopwatch;
 using zel::test::timeOf;
 using zel::test::waitUntil;
+using zel::test::zmtp::frame;
+using zel::test::zmtp::greeting;
+using zel::test::zmtp::kMore;
 using zel::test::zmtp::longFrameHeader;
 using zel::test::zmtp::readRequest;
+using zel::test::zmtp::ready;
 using zel::test::zmtp::shakeHands;
 using zel::test::zmtp::Stream;
 
@@ -131,6 +144,15 @@ class OneProcessor {
  private:
   cpu_set_t before_{};
 };
+
+/// Publishes "1after" as soon as the subscriber's connection has ended and is there again.
+std::thread publishOnceRenewed(PublisherFake& publisher) {
+  return std::thread([&publisher] {
+    publisher.waitForUnsubscription("1");
+    publisher.waitForSubscription("1");
+    publisher.publish("1after", "");
+  });
+}
 
 std::string overSize() { return '"' + std::string(zel::kMaxFrameBytes, 'x') + '"'; }
 
@@ -445,11 +467,7 @@ TEST(SubscribeJsonClient, IsRevivedByAPollThatReturnsOnlyWhenSomethingIsThere) {
   Application application;
   ASSERT_TRUE(publisher.waitForSubscription("1"));
   publisher.publish("1big", overSize());
-  std::thread later([&] {
-    publisher.waitForUnsubscription("1");
-    publisher.waitForSubscription("1");
-    publisher.publish("1after", "");
-  });
+  std::thread later = publishOnceRenewed(publisher);
   EXPECT_EQ(application.fds.poll(kSoon.count()), 1);
   EXPECT_EQ(application.nextTopic(), "1after");
   later.join();
@@ -478,11 +496,7 @@ TEST(SubscribeJsonClient, IsRevivedThoughSignalsInterruptTheCallsThatDoIt) {
     publisher.publish("1big", overSize());
     ASSERT_TRUE(waitUntil([&] { return application.fds.poll(0) == 0 && !log.lines().empty(); }));
     *calls = 3;
-    std::thread later([&] {
-      publisher.waitForUnsubscription("1");
-      publisher.waitForSubscription("1");
-      publisher.publish("1after", "");
-    });
+    std::thread later = publishOnceRenewed(publisher);
     EXPECT_EQ(application.fds.poll(kSoon.count()), 1);
     EXPECT_EQ(application.nextTopic(), "1after");
     EXPECT_EQ(*calls, 0);
@@ -495,7 +509,7 @@ TEST(SubscribeJsonClient, IsRevivedThoughSignalsInterruptTheCallsThatDoIt) {
 /// @return whether the old one succeeds once more behind that
 bool oldConnectionSucceedsBehindTheEndOfTheNewOne() {
   const OneProcessor oneProcessor;  // libzmq's thread has to wait until the application does
-  reconnectInterval = 100;
+  const ReconnectsAfter reconnectsAfter(100);
   std::atomic<int> connections{0};
   std::atomic<bool> connectedAgain{false};
   const RawPeer peer(
@@ -534,7 +548,7 @@ TEST(SubscribeJsonClient, EndsTheOldConnectionBeforeItMakesANewOne) {
 }
 
 TEST(SubscribeJsonClient, LeavesAConnectionAloneThatLibzmqHasRenewed) {
-  reconnectInterval = 100;
+  const ReconnectsAfter reconnectsAfter(100);
   const auto serve = [](const Stream& stream) {
     shakeHands(stream, "PUB");
     stream.discard();
@@ -565,6 +579,25 @@ TEST(SubscribeJsonClient, LeavesAConnectionAloneThatLibzmqHasRenewed) {
     for (int turn = 0; turn < 10; ++turn) application.fds.poll(20);
     EXPECT_EQ(peer->accepted(), 1) << lossIsKnown;
   }
+}
+
+TEST(SubscribeJsonClient, IsRevivedWhereTheConnectionBreaksAsItIsMade) {
+  std::atomic<int> connections{0};
+  const RawPeer peer(
+      [&](const Stream& stream) {
+        std::string bytes;
+        if (++connections > 2) {
+          if (!shakeHands(stream, "PUB") || !readRequest(stream, bytes)) return;
+          stream.write(frame(kMore, "1after") + frame(0, ""));
+        } else if (stream.write(greeting()) && stream.read(greeting().size(), bytes)) {
+          stream.write(ready("PUB") + longFrameHeader(0, kEndless));  // at once: the success and the end of it
+        }
+        stream.discard();
+      },
+      kPort);
+  Application application;
+  EXPECT_EQ(application.fds.poll(kSoon.count()), 1);
+  EXPECT_EQ(application.nextTopic(), "1after");
 }
 
 TEST(SubscribeJsonClient, CannotBeWaitedForInAForkedChild) {
@@ -718,7 +751,7 @@ TEST(SubscribeJsonClient, DropsAFloodBeyondItsQueueAndFollowsOn) {
 }
 
 TEST(SubscribeJsonClient, DoesNotStopTheOtherSocketsOfTheContextWhileTheApplicationSleeps) {
-  reconnectInterval = 1;
+  const ReconnectsAfter reconnectsAfter(1);
   const RawPeer peer(RawBehaviour::kReset, kPort);
   Application application;
   ASSERT_TRUE(waitUntil([&] { return peer.accepted() > 1500; }, 9 * kSoon))
