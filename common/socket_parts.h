@@ -64,6 +64,16 @@ class Frame {
   zmq_msg_t message_;
 };
 
+/// Which of ZMQ_POLLIN and ZMQ_POLLOUT the socket is ready for, whatever signals come. To ask lets libzmq look after the
+/// socket's internal commands, too.
+/// @return negative when the socket cannot be asked
+inline int eventsOf(void* socket) {
+  int events = 0;
+  std::size_t size = sizeof events;
+  const auto ask = [&] { return zmq_getsockopt(socket, ZMQ_EVENTS, &events, &size); };
+  return despiteSignals(ask) == 0 ? events : -1;
+}
+
 /// Whether the operation that failed may succeed when it is tried again after a wait.
 bool mayTryAgain();
 

@@ -227,10 +227,8 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   }
 
   bool mayHoldMessages() const {
-    int events = 0;
-    std::size_t size = sizeof events;
-    const auto ask = [&] { return zmq_getsockopt(link_.socket(), ZMQ_EVENTS, &events, &size); };
-    return zel::despiteSignals(ask) != 0 || (events & ZMQ_POLLIN) != 0;
+    const int events = zel::eventsOf(link_.socket());
+    return events < 0 || (events & ZMQ_POLLIN) != 0;
   }
 
   void revive() {

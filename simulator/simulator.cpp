@@ -323,7 +323,7 @@ void Simulator::publish(const Notification& notification) {
   if (!notification.payload.isNull() && !writer_.write(notification.payload, payload).empty()) return;
   // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
   // the request that is served now gets its notification.
-  [[maybe_unused]] const int events = publisher_.get(zmq::sockopt::events);
+  eventsOf(publisher_.handle());
   if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
 }
 

@@ -11,6 +11,7 @@
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/listener.h"
 #include "tests/simulator/temporary_folder.h"
+#include "tests/support/interrupted_calls.h"
 
 namespace {
 
@@ -249,6 +250,20 @@ TEST_F(RunningSimulator, NamesACommandThatItDoesNotKnow) {
   const auto outcome = json_.send(4711);
   EXPECT_EQ(outcome.code, refusal::kUnknownCommand);
   EXPECT_THAT(json_.lastError().text, HasSubstr("4711"));
+}
+
+TEST_F(RunningSimulator, IsNotKeptFromAnsweringAndPublishingBySignals) {
+  Listener listener(context_, {"1000"});
+  zel::test::interruptedCalls.everySecond = true;
+  for (int port = 5001; port <= 5003; ++port) {
+    EXPECT_EQ(client_.setRtspTcpPort(port), 0);
+    SysParameters stored;
+    EXPECT_EQ(client_.getStoredParameters(stored), 0);
+    EXPECT_EQ(stored.rtspTcpPort, port);
+  }
+  zel::test::interruptedCalls.everySecond = false;
+  EXPECT_TRUE(listener.waitFor(
+      [](const std::string&, const Json::Value& payload) { return text(at(payload, "rtsp/tcp-port")) == "5003"; }));
 }
 
 TEST(Simulator, SaysThatAPortIsTaken) {

@@ -18,6 +18,15 @@ bool isInterrupted(std::atomic<int>& left) {
   return true;
 }
 
+bool isInterruptedInTurn(std::atomic<unsigned>& calls) {
+  if (!interruptedCalls.everySecond || calls++ % 2 != 0) return false;
+  errno = EINTR;
+  return true;
+}
+
+std::atomic<unsigned> sends;
+std::atomic<unsigned> questions;
+
 }  // namespace
 
 }  // namespace zel::test
@@ -37,5 +46,11 @@ extern "C" int zmq_disconnect(void* socket, const char* address) {
 extern "C" int zmq_getsockopt(void* socket, int option, void* value, size_t* size) {
   static const auto own = reinterpret_cast<decltype(&zmq_getsockopt)>(dlsym(RTLD_NEXT, "zmq_getsockopt"));
   if (option == ZMQ_EVENTS && zel::test::isInterrupted(zel::test::interruptedCalls.askForEvents)) return -1;
+  if (option == ZMQ_EVENTS && zel::test::isInterruptedInTurn(zel::test::questions)) return -1;
   return own(socket, option, value, size);
+}
+
+extern "C" int zmq_send(void* socket, const void* bytes, size_t size, int flags) {
+  static const auto own = reinterpret_cast<decltype(&zmq_send)>(dlsym(RTLD_NEXT, "zmq_send"));
+  return zel::test::isInterruptedInTurn(zel::test::sends) ? -1 : own(socket, bytes, size, flags);
 }
