@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string_view>
 
+#include "common/format_text.h"
 #include "common/open_sockets.h"
 #include "common/socket_parts.h"
 #include "common/status.h"
@@ -12,6 +13,7 @@
 
 using zel::Clock;
 using zel::Frame;
+using zel::joined;
 using zel::mayTryAgain;
 using zel::waitFor;
 using zel::status::kBadAnswer;
@@ -201,7 +203,7 @@ int ClientJsonApi::init(zmq::context_t& context) {
   const std::string address = getIpcConnectAddress();
   const std::string why = connection_->open(context, address);
   if (why.empty()) return zel::status::kOk;
-  lastError_ = {kCannotConnect, "The client cannot open a connection to " + address + ": " + why + "."};
+  lastError_ = {kCannotConnect, joined({"The client cannot open a connection to ", address, ": ", why, "."})};
   return kCannotConnect;
 }
 
@@ -221,33 +223,33 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
   const int wished = getClientTimeout();
   const std::chrono::milliseconds timeout(wished > 0 ? wished : kDefaultTimeoutMs);
   const Clock::time_point deadline = Clock::now() + timeout;
-  const auto within = [timeout] { return " within " + std::to_string(timeout.count()) + " ms"; };
+  const auto within = [timeout] { return joined({" within ", std::to_string(timeout.count()), " ms"}); };
 
   std::string body;
   std::string why = connection_->write(message.getBody(), body);
   if (!why.empty()) {
     exchange.keepConnection();  // nothing was sent
-    return fail(kBadRequest, id, " was not sent: its body cannot be written as JSON text: " + why + ".");
+    return fail(kBadRequest, id, joined({" was not sent: its body cannot be written as JSON text: ", why, "."}));
   }
   const int sent = connection_->send(std::to_string(id), body, deadline, why);
   if (sent == kCannotConnect) {
     return fail(kCannotConnect, id,
-                " was not sent: no connection to " + connection_->address() + " can be opened: " + why + ".");
+                joined({" was not sent: no connection to ", connection_->address(), " can be opened: ", why, "."}));
   }
   if (sent < 0) {
     return fail(kNotSent, id,
-                " was not sent: no daemon took it at " + connection_->address() + within() +
-                    ". Is the system manager running?");
+                joined({" was not sent: no daemon took it at ", connection_->address(), within(),
+                        ". Is the system manager running?"}));
   }
   Frame answer;
   if (!connection_->receive(answer, deadline)) {
     return fail(kNoAnswer, id,
-                " was sent to " + connection_->address() + ", but no answer came" + within() +
-                    ". The daemon may have acted on it: read the state back before you repeat it.");
+                joined({" was sent to ", connection_->address(), ", but no answer came", within(),
+                        ". The daemon may have acted on it: read the state back before you repeat it."}));
   }
   why = connection_->read(answer, reply);
   if (!why.empty()) {
-    return fail(kBadAnswer, id, " was answered, but the answer cannot be used: " + why + ".");
+    return fail(kBadAnswer, id, joined({" was answered, but the answer cannot be used: ", why, "."}));
   }
   exchange.keepConnection();
 
@@ -264,7 +266,7 @@ int ClientJsonApi::fail(int code, unsigned int id, const std::string& what) {
   std::string name;
   getCommandDescription(id, name);
   if (name.empty()) name = "command " + std::to_string(id);
-  lastError_ = {code, "\"" + name + "\"" + what};
+  lastError_ = {code, joined({"\"", name, "\"", what})};
   return code;
 }
 
@@ -273,7 +275,7 @@ int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply
   if (const std::string text = error.isString() ? error.asString() : ""; !text.empty()) {
     lastError_ = {status, text};
   } else {
-    fail(status, id, " was refused by the daemon with the status " + std::to_string(status) + ".");
+    fail(status, id, joined({" was refused by the daemon with the status ", std::to_string(status), "."}));
   }
 
   const Json::Value& auxiliary = reply["aux-errors"];
@@ -283,6 +285,6 @@ int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply
       if (message.isString()) messages += (messages.empty() ? "" : "; ") + message.asString();
     }
   }
-  if (!messages.empty()) lastError_.text += " (" + messages + ")";
+  if (!messages.empty()) lastError_.text += joined({" (", messages, ")"});
   return status;
 }

@@ -4,6 +4,12 @@
 
 namespace zel {
 
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string text;
+  for (const std::string_view part : parts) text += part;
+  return text;
+}
+
 std::string formatText(const char* format, va_list arguments) {
   va_list measured;
   va_copy(measured, arguments);

@@ -1,9 +1,14 @@
 #pragma once
 
 #include <cstdarg>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace zel {
+
+/// The parts one after the other.
+std::string joined(std::initializer_list<std::string_view> parts);
 
 /// What vprintf(3) would print.
 __attribute__((format(printf, 1, 0))) std::string formatText(const char* format, va_list arguments);

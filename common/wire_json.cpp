@@ -9,6 +9,8 @@
 #include <iterator>
 #include <utility>
 
+#include "common/format_text.h"
+
 namespace zel {
 
 namespace {
@@ -16,9 +18,9 @@ namespace {
 /// A reader keeps its buffers for documents up to this size; larger ones are rare and their buffers are given back.
 constexpr std::size_t kKeptCapacity = std::size_t{256} * 1024;
 
-const std::string kTooDeep = "nested more than " + std::to_string(kMaxJsonDepth) + " deep";
-const std::string kTooMany = "more than " + std::to_string(kMaxJsonValues) + " values";
-const std::string kTooLong = "longer than " + std::to_string(kMaxFrameBytes) + " bytes";
+std::string tooDeep() { return joined({"nested more than ", std::to_string(kMaxJsonDepth), " deep"}); }
+std::string tooMany() { return joined({"more than ", std::to_string(kMaxJsonValues), " values"}); }
+std::string tooLong() { return joined({"longer than ", std::to_string(kMaxFrameBytes), " bytes"}); }
 
 using simdjson::dom::element;
 using simdjson::dom::element_type;
@@ -123,12 +125,12 @@ class Builder {
   /// @param depth  how many objects and arrays stand around the element
   /// @return empty, or why the document is refused
   std::string build(const element& from, unsigned int depth, Json::Value& value) {
-    if (++values_ > kMaxJsonValues) return kTooMany;
+    if (++values_ > kMaxJsonValues) return tooMany();
     if (from.is_object()) {
-      return depth < kMaxJsonDepth ? buildObject(from.get_object().value_unsafe(), depth + 1, value) : kTooDeep;
+      return depth < kMaxJsonDepth ? buildObject(from.get_object().value_unsafe(), depth + 1, value) : tooDeep();
     }
     if (from.is_array()) {
-      return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : kTooDeep;
+      return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : tooDeep();
     }
     assign(from, value);
     return {};
@@ -148,7 +150,7 @@ class Builder {
     Json::ArrayIndex members = 0;
     for (const simdjson::dom::key_value_pair& member : from) {
       Json::Value* const place = value.demand(member.key.data(), member.key.data() + member.key.size());
-      if (value.size() != ++members) return "the name \"" + std::string(member.key) + "\" stands twice in an object";
+      if (value.size() != ++members) return joined({"the name \"", member.key, "\" stands twice in an object"});
       if (std::string why = build(member.value, depth, *place); !why.empty()) return why;
     }
     return {};
@@ -165,7 +167,7 @@ class TextWriter {
   /// @param depth  how many objects and arrays stand around the value
   /// @return empty, or why the value cannot travel, but for its length and its encoding, which the text tells
   std::string write(const Json::Value& value, unsigned int depth) {
-    if (++values_ > kMaxJsonValues) return kTooMany;
+    if (++values_ > kMaxJsonValues) return tooMany();
     switch (value.type()) {
       case Json::nullValue: text_ += "null"; return {};
       case Json::booleanValue: text_ += value.asBool() ? "true" : "false"; return {};
@@ -184,7 +186,7 @@ class TextWriter {
       }
       default: break;
     }
-    if (depth == kMaxJsonDepth) return kTooDeep;
+    if (depth == kMaxJsonDepth) return tooDeep();
     return value.isObject() ? writeObject(value, depth + 1) : writeArray(value, depth + 1);
   }
 
@@ -255,7 +257,7 @@ struct WireJsonReader::State {
   simdjson::dom::parser parser{kKeptCapacity};
 
   std::string read(std::string_view text, Json::Value& value) {
-    if (text.size() > kMaxFrameBytes) return kTooLong;
+    if (text.size() > kMaxFrameBytes) return tooLong();
     if (text.size() <= kKeptCapacity) return read(parser, text, value);
     simdjson::dom::parser large{kMaxFrameBytes};
     return read(large, text, value);
@@ -269,7 +271,7 @@ struct WireJsonReader::State {
     }
     element root;
     if (const auto error = parser.parse(text.data(), text.size()).get(root)) {
-      return error == simdjson::DEPTH_ERROR ? kTooDeep : simdjson::error_message(error);
+      return error == simdjson::DEPTH_ERROR ? tooDeep() : simdjson::error_message(error);
     }
     if (sameShape(root, value, 0)) {
       update(root, value);
@@ -296,7 +298,7 @@ WireJsonWriter::~WireJsonWriter() = default;
 std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
   text.clear();
   std::string why = TextWriter(text).write(value, 0);
-  if (why.empty() && text.size() > kMaxFrameBytes) why = kTooLong;
+  if (why.empty() && text.size() > kMaxFrameBytes) why = tooLong();
   if (why.empty() && !simdjson::validate_utf8(text)) why = "a text is not UTF-8";
   if (!why.empty()) text.clear();
   return why;

@@ -158,6 +158,7 @@ struct State {
   /// Brings the process into the state and ends it there.
   void (*enter)(const Peer& daemon, const End& end);
 };
+void PrintTo(const State& state, std::ostream* out) { *out << state.name; }
 
 const State kStates[] = {
     {"NothingUsed", Daemon::kNone, [](const Peer&, const End& end) { end(); }},
