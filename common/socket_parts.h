@@ -64,8 +64,8 @@ class Frame {
   zmq_msg_t message_;
 };
 
-/// Which of ZMQ_POLLIN and ZMQ_POLLOUT the socket is ready for, whatever signals come. To ask lets libzmq look after the
-/// socket's internal commands, too.
+/// Which of ZMQ_POLLIN and ZMQ_POLLOUT the socket is ready for, whatever signals come. To ask lets libzmq look after
+/// the socket's internal commands, too.
 /// @return negative when the socket cannot be asked
 inline int eventsOf(void* socket) {
   int events = 0;
