@@ -9,6 +9,7 @@
 #include <atomic>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "common/status.h"
 #include "common/wire_json.h"
@@ -261,6 +262,26 @@ TEST(SubscribeJsonClient, AddsItsSocketToThePollSet) {
 }
 
 // ---- notifications
+
+TEST(SubscribeJsonClient, MayBeMadeUsedAndDestroyedBesideThoseOfOtherThreads) {
+  PublisherFake publisher;
+  constexpr int kRounds = 100;
+  std::atomic<int> followed{0};
+  std::atomic<int> atWork{4};
+  std::vector<std::thread> threads(static_cast<std::size_t>(atWork));
+  for (std::thread& thread : threads) {
+    thread = std::thread([&] {
+      for (int i = 0; i < kRounds; ++i) followed += Application().nextTopic() == "1000" ? 1 : 0;
+      --atWork;
+    });
+  }
+  while (atWork > 0) {
+    publisher.publish("1000", "");
+    std::this_thread::sleep_for(1ms);
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(followed, kRounds * static_cast<int>(threads.size()));
+}
 
 TEST(SubscribeJsonClient, TakesOneNotificationACall) {
   PublisherFake publisher;
