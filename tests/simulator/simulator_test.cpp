@@ -255,7 +255,7 @@ TEST_F(RunningSimulator, NamesACommandThatItDoesNotKnow) {
 TEST_F(RunningSimulator, IsNotKeptFromAnsweringAndPublishingBySignals) {
   Listener listener(context_, {"1000"});
   zel::test::interruptedCalls.everySecond = true;
-  for (int port = 5001; port <= 5003; ++port) {
+  for (std::uint32_t port = 5001; port <= 5003; ++port) {
     EXPECT_EQ(client_.setRtspTcpPort(port), 0);
     SysParameters stored;
     EXPECT_EQ(client_.getStoredParameters(stored), 0);
