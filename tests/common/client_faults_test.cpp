@@ -20,6 +20,9 @@
 #include "tests/support/raw_peer.h"
 
 using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::StartsWith;
 using zel::test::Answer;
 using zel::test::expectAtOnce;
 using zel::test::expectFailure;
@@ -37,18 +40,25 @@ using zel::test::TestClient;
 namespace {
 
 const std::string kWithin = " within " + std::to_string(TestClient::kTimeout.count()) + " ms";
-const std::string kNotSentAdvice =
-    "no daemon took it at tcp://127.0.0.1:5556" + kWithin + ". Is the system manager running?";
-const std::string kNoAnswerAdvice =
-    "no answer came" + kWithin + ". The daemon may have acted on it: read the state back before you repeat it.";
+const std::string kNotSent =
+    "\" was not sent: no daemon took it at tcp://127.0.0.1:5556" + kWithin + ". Is the system manager running?";
+const std::string kNoAnswer = "\" was sent to tcp://127.0.0.1:5556, but no answer came" + kWithin +
+                              ". The daemon may have acted on it: read the state back before you repeat it.";
+
+/// Expects the whole report, whatever the number of the command.
+void expectReport(TestClient& client, const std::string& end) {
+  EXPECT_THAT(client.lastError().text, AllOf(StartsWith("\"command "), EndsWith(end)));
+}
 
 void expectNotSent(TestClient& client, const Outcome& outcome) {
-  expectFailure(client, outcome, -102, kNotSentAdvice);
+  expectFailure(client, outcome, -102, kNotSent);
+  expectReport(client, kNotSent);
   expectTimedOut(client, outcome);
 }
 
 void expectNoAnswer(TestClient& client, const Outcome& outcome) {
-  expectFailure(client, outcome, -103, kNoAnswerAdvice);
+  expectFailure(client, outcome, -103, kNoAnswer);
+  expectReport(client, kNoAnswer);
   expectTimedOut(client, outcome);
 }
 
@@ -261,7 +271,8 @@ TEST_F(AnswerFault, AnAnswerOfMoreThanOneFrameCannotBeUsed) {
   for (const Frames& frames : {Frames{"{}", ""}, Frames{"{}", "{}"}, Frames{"", "{}"}, Frames(1000, "{}")}) {
     daemon_.answer(frames);
     const Outcome outcome = client_.send(3);
-    expectFailure(client_, outcome, -104, "was answered, but the answer cannot be used: it has more than one frame.");
+    expectFailure(client_, outcome, -104,
+                  "\"command 3\" was answered, but the answer cannot be used: it has more than one frame.");
     expectAtOnce(outcome);
     expectWorking();
   }
