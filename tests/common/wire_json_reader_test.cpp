@@ -8,7 +8,6 @@
 #include "common/wire_json.h"
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using zel::kMaxFrameBytes;
 using zel::WireJsonReader;
 
