@@ -3,10 +3,8 @@
 #include <utility>
 
 #include "common/failed_check.h"
-#include "common/kept_value.h"
 
 using zel::checked;
-using zel::KeptValue;
 
 namespace {
 
@@ -37,9 +35,8 @@ int SysMgrClient::init(zmq::context_t& context) { return json_.init(context); }
 int SysMgrClient::getLastErrorMessage(ErrorReport& report) { return json_.getLastErrorMessage(report); }
 
 int SysMgrClient::send(const zel::CodeLocation& here, Command command, Json::Value& request) {
-  static KeptValue::Slot slot;
-  KeptValue reply(slot);
-  return checked(here, (json_.*command)(request, *reply));
+  Json::Value reply;
+  return checked(here, (json_.*command)(request, reply));
 }
 
 int SysMgrClient::set(const zel::CodeLocation& here, const char* key, Json::Value value) {
@@ -55,11 +52,10 @@ int SysMgrClient::set(const zel::CodeLocation& here, const char* key, const IJso
 }
 
 int SysMgrClient::fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record) {
-  static KeptValue::Slot slot;
-  KeptValue reply(slot);
-  const int result = checked(here, (json_.*query)(*reply));
+  Json::Value reply;
+  const int result = checked(here, (json_.*query)(reply));
   if (result < 0) return result;
-  record.Deserialize((*reply)[literal(member)]);
+  record.Deserialize(reply[literal(member)]);
   return 0;
 }
 

@@ -136,11 +136,12 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   /// @return empty, or why the answer cannot be used
   std::string read(Frame& frame, Json::Value& reply) {
     if (frame.more()) return "it has more than one frame";
-    if (std::string why = reader_.read(frame.text(), answer_); !why.empty()) return why;
-    if (!answer_.isObject()) return "it is not a JSON object";
-    const Json::Value* const status = find(answer_, kStatus);
+    Json::Value answer;
+    if (std::string why = reader_.read(frame.text(), answer); !why.empty()) return why;
+    if (!answer.isObject()) return "it is not a JSON object";
+    const Json::Value* const status = find(answer, kStatus);
     if (status != nullptr && !status->isInt()) return "its status is not an integer";
-    reply.swap(answer_);
+    reply.swap(answer);
     return {};
   }
 
@@ -184,7 +185,6 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   int receiveLimit_ = kNoLimit;  // ms; what the socket is set to
   std::string address_;
   zel::WireJsonReader reader_;
-  Json::Value answer_;  // what the last reply held before: a tree for the next answer, which may have its shape
   zel::WireJsonWriter writer_;
 };
 

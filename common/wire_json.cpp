@@ -25,97 +25,19 @@ std::string tooLong() { return joined({"longer than ", std::to_string(kMaxFrameB
 using simdjson::dom::element;
 using simdjson::dom::element_type;
 
-bool sameText(const Json::Value& value, std::string_view text) {
-  const char* begin = nullptr;
-  const char* end = nullptr;
-  return value.getString(&begin, &end) && std::string_view(begin, static_cast<std::size_t>(end - begin)) == text;
-}
-
-/// Gives the value a content that it may have already: most of a document that is read again has not changed, and to
-/// compare is cheaper than to assign.
-/// @param content  reads it from a value of the type
-template <class Content>
-void assign(Content next, Json::ValueType type, Content (Json::Value::*content)() const, Json::Value& value) {
-  if (value.type() != type || (value.*content)() != next) value = Json::Value(next);
-}
-
-/// Gives the value the element's content, which is no object and no array.
-void assign(const element& from, Json::Value& value) {
+/// The element's content, which is not an object and not an array.
+Json::Value scalar(const element& from) {
   switch (from.type()) {
     case element_type::STRING: {
       const std::string_view text = from.get_string().value_unsafe();
-      if (!sameText(value, text)) value = Json::Value(text.data(), text.data() + text.size());
-      return;
+      return {text.data(), text.data() + text.size()};
     }
-    // JsonCpp's own reader takes what fits a signed number as signed: so does this one.
-    case element_type::INT64:
-      return assign<Json::Int64>(from.get_int64().value_unsafe(), Json::intValue, &Json::Value::asInt64, value);
-    case element_type::UINT64: value = Json::Value(Json::UInt64(from.get_uint64().value_unsafe())); return;
-    case element_type::DOUBLE: value = Json::Value(from.get_double().value_unsafe()); return;
-    case element_type::BOOL:
-      return assign(from.get_bool().value_unsafe(), Json::booleanValue, &Json::Value::asBool, value);
-    default: value = Json::Value();
-  }
-}
-
-// Building a tree is what reading costs. A document that is read again and again into the same value has the same
-// names in the same order as a rule; then the tree stays and gets new content.
-
-/// Whether the value has the element's objects and arrays, with the same names in the same order, and nothing that no
-/// document has. No name stands twice in such an element, since none does in a value.
-bool sameShape(const element& from, const Json::Value& value, unsigned int depth);
-
-bool sameShape(const simdjson::dom::object& from, const Json::Value& value, unsigned int depth) {
-  if (!value.isObject() || from.size() != value.size()) return false;
-  auto place = value.begin();
-  for (const simdjson::dom::key_value_pair& member : from) {
-    const char* end = nullptr;
-    const char* const name = place.memberName(&end);
-    if (std::string_view(name, static_cast<std::size_t>(end - name)) != member.key) return false;
-    if (!sameShape(member.value, *place, depth)) return false;
-    ++place;
-  }
-  return true;
-}
-
-bool sameShape(const simdjson::dom::array& from, const Json::Value& value, unsigned int depth) {
-  if (!value.isArray() || from.size() != value.size()) return false;
-  auto place = value.begin();
-  for (const element& item : from) {
-    if (place == value.end() || !sameShape(item, *place, depth)) return false;  // JsonCpp's arrays may have gaps
-    ++place;
-  }
-  return true;
-}
-
-bool hasComment(const Json::Value& value) {
-  return value.hasComment(Json::commentBefore) || value.hasComment(Json::commentAfterOnSameLine) ||
-         value.hasComment(Json::commentAfter);
-}
-
-bool sameShape(const element& from, const Json::Value& value, unsigned int depth) {
-  if (hasComment(value)) return false;
-  switch (from.type()) {
-    case element_type::OBJECT:
-      return depth < kMaxJsonDepth && sameShape(from.get_object().value_unsafe(), value, depth + 1);
-    case element_type::ARRAY:
-      return depth < kMaxJsonDepth && sameShape(from.get_array().value_unsafe(), value, depth + 1);
-    default: return true;
-  }
-}
-
-/// @param value  of the same shape
-void update(const element& from, Json::Value& value) {
-  if (from.is_object()) {
-    const simdjson::dom::object object = from.get_object().value_unsafe();
-    auto place = value.begin();
-    for (const simdjson::dom::key_value_pair& member : object) update(member.value, *place++);
-  } else if (from.is_array()) {
-    const simdjson::dom::array array = from.get_array().value_unsafe();
-    auto place = value.begin();
-    for (const element& item : array) update(item, *place++);
-  } else {
-    assign(from, value);
+    // A number that fits a signed integer becomes one, as with JsonCpp's own reader.
+    case element_type::INT64: return Json::Int64{from.get_int64().value_unsafe()};
+    case element_type::UINT64: return Json::UInt64{from.get_uint64().value_unsafe()};
+    case element_type::DOUBLE: return from.get_double().value_unsafe();
+    case element_type::BOOL: return from.get_bool().value_unsafe();
+    default: return {};
   }
 }
 
@@ -132,7 +54,7 @@ class Builder {
     if (from.is_array()) {
       return depth < kMaxJsonDepth ? buildArray(from.get_array().value_unsafe(), depth + 1, value) : tooDeep();
     }
-    assign(from, value);
+    value = scalar(from);
     return {};
   }
 
@@ -272,10 +194,6 @@ struct WireJsonReader::State {
     element root;
     if (const auto error = parser.parse(text.data(), text.size()).get(root)) {
       return error == simdjson::DEPTH_ERROR ? tooDeep() : simdjson::error_message(error);
-    }
-    if (sameShape(root, value, 0)) {
-      update(root, value);
-      return {};
     }
     Json::Value document;
     std::string why = Builder().build(root, 0, document);

@@ -34,9 +34,7 @@ class ZEL_EXPORT WireJsonReader {
   WireJsonReader& operator=(const WireJsonReader&) = delete;
 
   /// @param value  receives the document, with JsonCpp's own choice between signed and unsigned numbers; untouched
-  ///               when the text is refused.
-  ///               A value that is read into again and again is the fastest: where the names in it are those of the
-  ///               document, in the same order, it is not built anew, and pointers into it stay valid.
+  ///               when the text is refused. What it held before is neither read nor kept.
   /// @return empty, or why the text is refused.
   std::string read(std::string_view text, Json::Value& value);
 

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "common/failed_check.h"
-#include "common/kept_value.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"
 
@@ -79,14 +78,13 @@ int SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
   if (client_ == nullptr) return notInitialized(0);  // to a poll loop, nothing was received
   std::string topic;
   int errorCode = 0;
-  static zel::KeptValue::Slot slot;
-  zel::KeptValue payload(slot);
-  const int taken = client_->processEvent(item, topic, errorCode, *payload);
+  Json::Value payload;
+  const int taken = client_->processEvent(item, topic, errorCode, payload);
   if (taken == 0) return 0;
   if (errorCode != 0) {
     Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber: Error receiving message %d", errorCode);
   } else {
-    processNotification(topic, *payload);
+    processNotification(topic, payload);
   }
   return taken;
 }

@@ -1,6 +1,8 @@
 #include <json/value.h>
+#include <malloc.h>
 
 #include "tests/client/typed_client_fixture.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
@@ -227,3 +229,24 @@ TEST_F(TypedQueries, LeaveARecordUntouchedOnFailure) {
 }
 
 }  // namespace
+
+TEST(TypedClientMemory, KeepsNothingOfALargeAnswerOnceItIsGone) {
+  zel::test::ScriptedDaemon daemon;
+  zmq::context_t context;
+  const auto ask = [&context] {
+    SysMgrClient client;
+    EXPECT_EQ(client.init(context), 0);
+    SystemBasicInfo info;
+    EXPECT_EQ(client.getSystemInfo(info), 0);
+  };
+  Json::Value answer;
+  for (int i = 0; i < 60'000; ++i) answer["systemInfo"].append("a text in it");
+
+  ask();
+  const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = inUse();
+  daemon.answer(answer);
+  ask();
+  // libzmq's thread releases the frames of a closed connection a moment later.
+  EXPECT_TRUE(zel::test::waitUntil([&] { return inUse() < before + std::size_t{1024} * 1024; }));
+}

@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cmath>
 #include <limits>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/common/test_client.h"
 #include "tests/support/captured_log.h"
@@ -123,6 +125,21 @@ TEST_F(ClientJsonApiTest, ReplacesWhatTheReplyHeld) {
   Json::Value reply = object("old", 1);
   EXPECT_EQ(client_.sendMessage(message, reply), 0);
   EXPECT_THAT(reply.getMemberNames(), ElementsAre("new"));
+}
+
+TEST_F(ClientJsonApiTest, NeverReadsAValueThatACallerHandedInBefore) {
+  std::string name = "a name that JsonCpp points to and does not copy";
+  const std::string wireName = name;
+  IpcMsg message(3);
+  Json::Value first;
+  first[Json::StaticString(name.c_str())] = 1;
+  ASSERT_EQ(client_.sendMessage(message, first), 0);
+
+  daemon_.answer(object(wireName.c_str(), 2));
+  Json::Value second;
+  ASSERT_EQ(client_.sendMessage(message, second), 0);
+  name.assign(name.size(), 'x');
+  EXPECT_EQ(second.getMemberNames(), std::vector<std::string>{wireName});
 }
 
 TEST_F(ClientJsonApiTest, ReturnsTheStatus) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/wire_json.h"
 
@@ -322,7 +323,7 @@ TEST_F(WireJsonReaderTest, SaysWhyInOneLine) {
 }
 
 TEST_F(WireJsonReaderTest, ReadsOverEveryEarlierDocument) {
-  // Some of the same shape, some nearly so: whatever the value held, it becomes the document and nothing else.
+  // Whatever the value held, it becomes the document and nothing else.
   const std::string texts[] = {"{}",
                                "[]",
                                "null",
@@ -359,54 +360,25 @@ TEST_F(WireJsonReaderTest, ReadsOverEveryEarlierDocument) {
   }
 }
 
-TEST_F(WireJsonReaderTest, KeepsTheTreeOfADocumentOfTheSameShape) {
-  ASSERT_EQ(read(R"({"a":{"b":[1,"x"]}})"), "");
-  const Json::Value* const inner = &value_["a"]["b"][1];
-  ASSERT_EQ(read(R"({"a":{"b":["y",2.5]}})"), "");
-  EXPECT_EQ(inner, &value_["a"]["b"][1]);
-  EXPECT_EQ(*inner, Json::Value(2.5));
+TEST_F(WireJsonReaderTest, NeverReadsWhatTheValueHeld) {
+  std::string name = "a name that JsonCpp points to and does not copy";
+  value_[Json::StaticString(name.c_str())] = 1;
+  ASSERT_EQ(read(R"({"a name that JsonCpp points to and does not copy":2})"), "");
+  name.assign(name.size(), 'x');
+  EXPECT_EQ(value_.getMemberNames(), std::vector<std::string>{"a name that JsonCpp points to and does not copy"});
 }
 
-TEST_F(WireJsonReaderTest, ReadsOverAnArrayWithGaps) {
-  value_ = Json::Value();
-  value_[4] = "last";
-  ASSERT_EQ(value_.size(), 5u);
-  ASSERT_EQ(read("[1,2,3,4,5]"), "");
-  expectSame(value_, asJsonCppReads("[1,2,3,4,5]"), "over gaps");
+TEST_F(WireJsonReaderTest, CountsTheValuesOfADocumentThatTheCallerHasAlready) {
+  value_ = Json::Value(Json::arrayValue);
+  for (int i = 0; i < 70'000; ++i) value_.append(1);
+  EXPECT_EQ(read("[1" + repeated(",1", 69'999) + "]"), "more than 65536 values");
 }
 
-TEST_F(WireJsonReaderTest, KeepsNoComments) {
-  ASSERT_EQ(read(R"({"a":[1]})"), "");
-  for (int depth = 0; depth < 3; ++depth) {
-    for (const auto placement : {Json::commentBefore, Json::commentAfterOnSameLine, Json::commentAfter}) {
-      Json::Value& place = depth == 0 ? value_ : depth == 1 ? value_["a"] : value_["a"][0];
-      place.setComment("// of the program's own"s, placement);
-      ASSERT_NE(value_.toStyledString().find("//"), std::string::npos);
-      ASSERT_EQ(read(R"({"a":[1]})"), "");
-      EXPECT_EQ(value_.toStyledString().find("//"), std::string::npos);
-    }
-  }
-}
-
-TEST_F(WireJsonReaderTest, LeavesAValueOfTheSameShapeWhenItRefuses) {
+TEST_F(WireJsonReaderTest, LeavesTheValueWhenItRefuses) {
   for (const std::string& refused : {R"({"a":2,"a":3})"s, R"({"a":2,"b":2,"b":3})"s, R"({"a":2,"b":3)"s,
                                      R"({"a":2,"b":3}x)"s, "{\"a\":2,\"b\":\"\xff\"}"s}) {
     ASSERT_EQ(read(R"({"a":0,"b":1})"), "");
     EXPECT_NE(read(refused), "");
     EXPECT_EQ(value_, asJsonCppReads(R"({"a":0,"b":1})")) << refused;
-  }
-
-  for (const bool objects : {false, true}) {
-    Json::Value deep = 1;  // deeper than any document
-    for (int i = 0; i < 65; ++i) {
-      Json::Value around;
-      (objects ? around["a"] : around[0]) = deep;
-      deep = around;
-    }
-    value_ = deep;
-    const std::string text =
-        objects ? repeated("{\"a\":", 65) + "1" + repeated("}", 65) : repeated("[", 65) + "1" + repeated("]", 65);
-    EXPECT_EQ(read(text), "nested more than 64 deep");
-    EXPECT_EQ(value_, deep);
   }
 }
