@@ -2,15 +2,26 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <memory>
 #include <new>
 #include <utility>
 
+#include "common/client_json_api.h"
 #include "common/logger.h"
+#include "common/shared/context_mark.h"
+#include "common/shared/singleton.h"
 
 namespace {
 
-/// One I/O thread, on purpose, and the default number of sockets.
-zmq::context_t makeContext() { return zmq::context_t(1, ZMQ_MAX_SOCKETS_DFLT); }
+/// One I/O thread, on purpose, and the default number of sockets. What a context does not accept stays as it is.
+zmq::context_t makeContext() {
+  zmq::context_t context;
+  zmq_ctx_set(context.handle(), ZMQ_IO_THREADS, 1);
+  zmq_ctx_set(context.handle(), ZMQ_MAX_SOCKETS, ZMQ_MAX_SOCKETS_DFLT);
+  return context;
+}
 
 /// The process that made the context. In a forked child the context's threads do not exist, and ending it would wait
 /// for them for ever.
@@ -26,11 +37,32 @@ void destroyContext(zmq::context_t& context) {
   }
 }
 
+/// A client without a daemon. Its `init` registers the exit handler that closes the sockets of all clients and
+/// subscribers of the context, and then fails, since the address is not valid.
+class NobodysClient final : public ClientJsonApi {
+  std::string getIpcConnectAddress() override { return ""; }
+};
+
+zel::Singleton<ZmqUtils> singleton;
+/// Null until the instance is complete: a process that ends before leaves the context as it is.
+std::atomic<ZmqUtils*> instance{nullptr};
+
 }  // namespace
 
-ZmqUtils& ZmqUtils::getInstance() {
-  static ZmqUtils instance;
-  return instance;
+ZmqUtils& ZmqUtils::getInstance() { return singleton.get(make); }
+
+// Exit handlers run in the reverse order of their registration: the one that closes the sockets is registered behind
+// the one that destroys the context, and both before the destructor of any static object that is made later.
+ZmqUtils* ZmqUtils::make() {
+  std::unique_ptr<ZmqUtils> made(new ZmqUtils);
+  std::atexit(closeAtExit);
+  NobodysClient().init(made->context_);
+  instance = made.get();
+  return made.release();
+}
+
+void ZmqUtils::closeAtExit() {
+  if (ZmqUtils* const made = instance) made->close();
 }
 
 ZmqUtils::ZmqUtils() : context_(makeContext()) {
@@ -44,10 +76,13 @@ void ZmqUtils::resetContext() {
   Logger::log(Logger::LEVEL_LIFECYCLE, "ZmqUtils: reseting ZMQ Context ...");
   destroyContext(context_);
   context_ = makeContext();
+  zel::mark(context_);  // the exit handler of the context before it serves this one, too
   contextOwner = getpid();
 }
 
-ZmqUtils::~ZmqUtils() {
+ZmqUtils::~ZmqUtils() { close(); }
+
+void ZmqUtils::close() noexcept {
   Logger::log(Logger::LEVEL_LIFECYCLE, "ZmqUtils: closing ZMQ context");
   destroyContext(context_);
 }

@@ -7,8 +7,9 @@
 /// The owner of the process's one ZeroMQ context, so that all sockets share one I/O thread and one socket limit.
 ///
 /// Clients and subscribers take the context in their `init`. It is made on the first use and destroyed at the end of
-/// the process, after every client and subscriber of this library has let go of it. A socket that the application
-/// itself opens on the context must be closed before the process ends: ZeroMQ waits for it.
+/// the process, after every client and subscriber of this library has closed its sockets. The destructors of static
+/// objects that were made after the first use may still send requests. A socket that the application itself opens on
+/// the context must be closed before the process ends: ZeroMQ waits for it.
 ///
 /// Threads: the first use may happen on several threads at once. Nothing else is guarded: `resetContext` must not run
 /// while another thread uses the context.
@@ -29,12 +30,17 @@ class ZEL_EXPORT ZmqUtils {
   /// @throws zmq::error_t  when no context can be made: there is none until a later call succeeds.
   void resetContext();
 
-  /// Logs "ZmqUtils: closing ZMQ context" at level 5 and destroys the context.
+  /// Logs "ZmqUtils: closing ZMQ context" at level 5 and destroys the context. The instance itself stays in memory at
+  /// the end of the process: `getContext` then returns an empty context.
   ~ZmqUtils();
   ZmqUtils(const ZmqUtils&) = delete;
   ZmqUtils& operator=(const ZmqUtils&) = delete;
 
  private:
   ZmqUtils();
+  static ZmqUtils* make();
+  static void closeAtExit();
+  void close() noexcept;
+
   zmq::context_t context_;
 };

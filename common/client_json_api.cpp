@@ -6,7 +6,8 @@
 #include <string_view>
 
 #include "common/format_text.h"
-#include "common/open_sockets.h"
+#include "common/internal/socket_owner.h"
+#include "common/shared/recycled.h"
 #include "common/socket_parts.h"
 #include "common/status.h"
 #include "common/wire_json.h"
@@ -58,29 +59,29 @@ int statusOf(const Json::Value& answer) {
 
 /// The client's side of the connection: one REQ socket, kept while calls succeed and made anew after a failed one,
 /// since a broken connection can leave a socket deaf for good.
-class ClientJsonApi::Connection final : public zel::SocketHolder {
+class ClientJsonApi::Connection final : public zel::SocketOwner {
  public:
   Connection() = default;
-  ~Connection() override {
-    detach();
-    disconnect();
-  }
+  ~Connection() override { retire(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+  static void* operator new(std::size_t) { return zel::Recycled<Connection>::take(); }
+  static void operator delete(void* memory) { zel::Recycled<Connection>::giveBack(memory); }
 
   /// @return empty, or why the socket cannot be opened
   std::string open(zmq::context_t& context, const std::string& address) {
-    disconnect();
-    attach(context);
-    const Use use(*this);  // the process may end meanwhile
+    if (!attach(context)) return kEnding;
+    const Use use(*this);
+    if (!use) return kEnding;
+    closeSockets();
     address_ = address;
     std::string why = connect();
-    if (!why.empty()) address_.clear();
-    return why;
+    if (why.empty()) return {};
+    address_.clear();
+    return why + '.';
   }
 
   bool isInitialized() const { return !address_.empty(); }
-  bool belongsToThisProcess() const { return ownsSockets(); }
   const std::string& address() const { return address_; }
 
   /// Works with the connection until the scope ends; disconnects then unless the connection is worth keeping.
@@ -88,11 +89,21 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
    public:
     explicit Exchange(Connection& connection) : connection_(connection), use_(connection) {}
     ~Exchange() {
-      if (!keep_ && use_) connection_.disconnect();
+      if (!keep_ && use_) connection_.closeSockets();
     }
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
-    explicit operator bool() const { return static_cast<bool>(use_); }
+    /// @return null, or why there is nothing to work with
+    const char* refusal() const {
+      switch (use_.refusal()) {
+        case Refusal::kNone: return connection_.isInitialized() ? nullptr : kNotConnected;
+        case Refusal::kNotAttached: return kNotConnected;
+        case Refusal::kForked: return kForked;
+        default: return kEnding;
+      }
+    }
+    /// Whether another thread is ending the process, and may destroy the client meanwhile.
+    bool endsElsewhere() const { return use_.refusal() == Refusal::kEnding && !isExitThread(); }
     void keepConnection() { keep_ = true; }
 
    private:
@@ -150,15 +161,15 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   /// @return empty, or why it fails
   std::string connect() {
     if (!zel::descriptorsAvailable()) return "too few file descriptors are left";
-    void* const socket = zmq_socket(context()->handle(), ZMQ_REQ);
+    void* socket = openSocket(ZMQ_REQ);
     if (socket != nullptr && zel::setOptions(socket, kSocketOptions) && zel::connect(socket, address_) == 0) {
-      disconnect();
+      closeSockets();
       socket_ = socket;
       receiveLimit_ = kNoLimit;
       return {};
     }
     std::string why = zmq_strerror(zmq_errno());
-    if (socket != nullptr) zmq_close(socket);
+    closeSocket(socket);
     return why;
   }
 
@@ -173,13 +184,13 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
     return true;
   }
 
-  void disconnect() noexcept {
-    // A forked child forgets the socket: it belongs to the parent and to threads that the child does not have.
-    if (socket_ != nullptr && ownsSockets()) zmq_close(socket_);
-    socket_ = nullptr;
-  }
-  void closeSockets() noexcept override { disconnect(); }
+  void closeSockets() noexcept override { closeSocket(socket_); }
+  void forgetSockets() noexcept override { socket_ = nullptr; }
 
+  static constexpr const char* kNotConnected = "the client is not connected. Call init first.";
+  static constexpr const char* kForked =
+      "the client was connected before the process was forked. Call init again, with a context of this process.";
+  static constexpr const char* kEnding = "the process is ending.";
   static constexpr int kNoLimit = -1;
   void* socket_ = nullptr;
   int receiveLimit_ = kNoLimit;  // ms; what the socket is set to
@@ -188,9 +199,9 @@ class ClientJsonApi::Connection final : public zel::SocketHolder {
   zel::WireJsonWriter writer_;
 };
 
-ClientJsonApi::ClientJsonApi() : connection_(std::make_unique<Connection>()) {}
+ClientJsonApi::ClientJsonApi() : connection_(new Connection) {}
 
-ClientJsonApi::~ClientJsonApi() = default;
+ClientJsonApi::~ClientJsonApi() { delete connection_; }
 
 int ClientJsonApi::getCommandDescription(unsigned int id, std::string& description) {
   description = "command " + std::to_string(id);
@@ -203,22 +214,15 @@ int ClientJsonApi::init(zmq::context_t& context) {
   const std::string address = getIpcConnectAddress();
   const std::string why = connection_->open(context, address);
   if (why.empty()) return zel::status::kOk;
-  lastError_ = {kCannotConnect, joined({"The client cannot open a connection to ", address, ": ", why, "."})};
+  lastError_ = {kCannotConnect, joined({"The client cannot open a connection to ", address, ": ", why})};
   return kCannotConnect;
 }
 
 int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
   const unsigned int id = message.getId();
-  if (!connection_->isInitialized()) {
-    return fail(kNotInitialized, id, " was not sent: the client is not connected. Call init first.");
-  }
-  if (!connection_->belongsToThisProcess()) {
-    return fail(kNotInitialized, id,
-                " was not sent: the client was connected before the process was forked. Call init again, with a "
-                "context of this process.");
-  }
   Connection::Exchange exchange(*connection_);
-  if (!exchange) return fail(kNotInitialized, id, " was not sent: the process is ending.");
+  if (exchange.endsElsewhere()) return kNotInitialized;
+  if (const char* const why = exchange.refusal()) return fail(kNotInitialized, id, joined({" was not sent: ", why}));
 
   const int wished = getClientTimeout();
   const std::chrono::milliseconds timeout(wished > 0 ? wished : kDefaultTimeoutMs);

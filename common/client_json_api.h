@@ -2,7 +2,6 @@
 
 #include <json/value.h>
 
-#include <memory>
 #include <string>
 #include <zmq.hpp>
 
@@ -20,8 +19,9 @@
 /// The client works again with the very next call once a daemon is back; nothing has to be made anew.
 ///
 /// Threads: one caller at a time per client. A child made by fork(2) has to call `init` with a context of its own.
-/// The context has to outlive the client, but for the end of the process: a client in static storage is disconnected
-/// before the context is destroyed, and its calls return -100 from there on.
+/// The context has to outlive the client, except at the end of the process: a client in static storage is disconnected
+/// before the context is destroyed, and its calls return -100 from there on. Until then the destructor of a static
+/// object may send requests.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class ZEL_EXPORT ClientJsonApi {
@@ -46,7 +46,7 @@ class ZEL_EXPORT ClientJsonApi {
   /// Opens the client's socket on the context and starts to connect it to `getIpcConnectAddress`. The daemon need not
   /// be there yet. May be called again, also with another context: the old socket is closed first.
   ///
-  /// @return 0, or -101 when the socket cannot be opened or the address is not valid.
+  /// @return 0, or -101 when the socket cannot be opened, the address is not valid, or the process is at its end.
   int init(zmq::context_t& context);
 
   /// Sends the request and waits for the answer, `getClientTimeout` at most; signals do not shorten or lengthen that.
@@ -63,7 +63,8 @@ class ZEL_EXPORT ClientJsonApi {
   ///               as none): the daemon may have acted on it
   ///         -104  the answer is not one JSON object in one frame, or its "status" is not an integer
   ///         -105  the request cannot be written as JSON text within the limits: nothing was sent
-  ///         Each of these is kept for `getLastErrorMessage`.
+  ///         Each of these is kept for `getLastErrorMessage`, except the -100 of a thread that goes on calling while
+  ///         another one ends the process.
   int sendMessage(IpcMsg& message, Json::Value& reply);
 
   /// Tells the last failure of this client: code 0 and no text while there was none; a success leaves it in place.
@@ -77,6 +78,6 @@ class ZEL_EXPORT ClientJsonApi {
   int fail(int code, unsigned int id, const std::string& what);
   int refused(int status, unsigned int id, const Json::Value& reply);
 
-  std::unique_ptr<Connection> connection_;
+  Connection* const connection_;
   ErrorReport lastError_;
 };

@@ -1,30 +1,24 @@
 #include "common/error_aux_msg.h"
 
-#include <mutex>
-#include <new>
-
 #include "common/format_text.h"
+#include "common/shared/no_destructor.h"
+#include "common/shared/process_mutex.h"
 
 namespace {
 
-struct Store {
-  std::mutex mutex;
-  std::vector<std::string> messages;
-};
-
-Store& store() {
-  // In static storage and never destroyed: validations may run while the process ends.
-  alignas(Store) static unsigned char storage[sizeof(Store)];
-  static Store* const made = new (storage) Store;
+/// Guarded by `processMutex`.
+std::vector<std::string>& messages() {
+  static zel::NoDestructor<std::vector<std::string>> made;
   return *made;
 }
+
+[[maybe_unused]] const std::vector<std::string>& madeAtLoad = messages();
 
 }  // namespace
 
 ErrorAuxMsg* ErrorAuxMsg::getInstance() {
-  alignas(ErrorAuxMsg) static unsigned char storage[sizeof(ErrorAuxMsg)];
-  static ErrorAuxMsg* const instance = new (storage) ErrorAuxMsg;
-  return instance;
+  static ErrorAuxMsg instance;  // has no state and no destructor to run
+  return &instance;
 }
 
 void ErrorAuxMsg::addMessage(const char* format, ...) {
@@ -33,16 +27,16 @@ void ErrorAuxMsg::addMessage(const char* format, ...) {
   const zel::ArgumentsEnd end{arguments};
   std::string text = zel::formatText(format, arguments);
 
-  const std::lock_guard<std::mutex> lock(store().mutex);
-  store().messages.push_back(std::move(text));
+  const zel::ProcessLock lock(zel::processMutex());
+  messages().push_back(std::move(text));
 }
 
 std::vector<std::string> ErrorAuxMsg::getMessages() const {
-  const std::lock_guard<std::mutex> lock(store().mutex);
-  return store().messages;
+  const zel::ProcessLock lock(zel::processMutex());
+  return messages();
 }
 
 void ErrorAuxMsg::clear() {
-  const std::lock_guard<std::mutex> lock(store().mutex);
-  store().messages.clear();
+  const zel::ProcessLock lock(zel::processMutex());
+  messages().clear();
 }

@@ -4,27 +4,26 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
-#include <mutex>
-#include <new>
 #include <utility>
 
 #include "common/escape.h"
 #include "common/format_text.h"
+#include "common/shared/no_destructor.h"
+#include "common/shared/process_mutex.h"
 
 namespace {
 
 struct State {
   std::atomic<int> threshold{Logger::LEVEL_CONFIG};
-  std::mutex mutex;
-  std::shared_ptr<const Logger::Sink> sink;  // null: the default sink
+  std::shared_ptr<const Logger::Sink> sink;  ///< guarded by `processMutex`; null: the default sink
 };
 
 State& state() {
-  // In static storage and never destroyed: static objects may log while the process ends.
-  alignas(State) static unsigned char storage[sizeof(State)];
-  static State* const made = new (storage) State;
+  static zel::NoDestructor<State> made;
   return *made;
 }
+
+[[maybe_unused]] const State& madeAtLoad = state();
 
 const char* levelName(Logger::logDebugLevel_t level) {
   switch (level) {
@@ -47,7 +46,7 @@ __attribute__((format(printf, 2, 0))) void write(Logger::logDebugLevel_t level, 
   const std::string text = zel::formatText(format, arguments);
   std::shared_ptr<const Logger::Sink> sink;
   {
-    const std::lock_guard<std::mutex> lock(state().mutex);
+    const zel::ProcessLock lock(zel::processMutex());
     sink = state().sink;
   }
   if (sink) {
@@ -62,9 +61,8 @@ bool dropped(Logger::logDebugLevel_t level) { return level > state().threshold.l
 }  // namespace
 
 Logger* Logger::getInstance() {
-  alignas(Logger) static unsigned char storage[sizeof(Logger)];
-  static Logger* const instance = new (storage) Logger;
-  return instance;
+  static Logger instance;  // has no state and no destructor to run
+  return &instance;
 }
 
 void Logger::log(logDebugLevel_t level, const char* format, ...) {
@@ -91,6 +89,6 @@ Logger::logDebugLevel_t Logger::getLevel() const {
 
 void Logger::setSink(Sink sink) {
   auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const zel::ProcessLock lock(zel::processMutex());
   state().sink.swap(next);
 }

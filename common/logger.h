@@ -12,7 +12,7 @@
 /// held, so it may log itself.
 class ZEL_EXPORT Logger {
  public:
-  /// The less a number, the graver the message.
+  /// Lower numbers are more severe.
   enum logDebugLevel_t : int {
     LEVEL_ERROR = 2,      ///< failed checks
     LEVEL_CONFIG = 3,     ///< configuration dumps

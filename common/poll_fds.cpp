@@ -5,69 +5,61 @@
 #include <optional>
 #include <utility>
 
-#include "common/link_keeper.h"
+#include "common/internal/socket_owner.h"
 
 namespace {
 
 using zel::Clock;
-using zel::LinkKeeper;
+using zel::SocketOwner;
 
-/// Ends a keeper's wait with its scope.
-class Wait {
+/// The uses of the subscribers whose sockets a poll set holds, during a wait.
+class Waits {
  public:
-  explicit Wait(LinkKeeper& keeper) : keeper_(&keeper) {}
-  Wait(Wait&& other) noexcept : keeper_(std::exchange(other.keeper_, nullptr)) {}
-  Wait(const Wait&) = delete;
-  Wait& operator=(const Wait&) = delete;
-  Wait& operator=(Wait&&) = delete;
-  ~Wait() {
-    if (keeper_ != nullptr) keeper_->endWait();
-  }
-  LinkKeeper& keeper() const { return *keeper_; }
-
- private:
-  LinkKeeper* keeper_;
-};
-
-/// The links behind the sockets of a poll set, during a wait.
-class Links {
- public:
-  /// @return false when the process is ending
-  bool beginWait(const std::vector<zmq_pollitem_t>& items) {
-    for (const zmq_pollitem_t& item : items) {
-      LinkKeeper* const keeper = item.socket == nullptr ? nullptr : LinkKeeper::of(item.socket);
-      if (keeper == nullptr || isThere(*keeper)) continue;
-      waits_.emplace_back(*keeper);
-      if (!keeper->beginWait()) return false;
-    }
+  /// @return false when the subscriber of the socket must not be waited for any more
+  bool add(const void* socket) {
+    SocketOwner::Use use(socket);
+    if (!use || use.owner() == nullptr) return false;
+    const auto isSame = [&use](const SocketOwner::Use& other) { return other.owner() == use.owner(); };
+    if (std::none_of(uses_.begin(), uses_.end(), isSame)) uses_.push_back(std::move(use));
     return true;
   }
 
-  void appendWatched(std::vector<zmq_pollitem_t>& items) const {
-    for (const Wait& wait : waits_) items.push_back({nullptr, wait.keeper().watched(), ZMQ_POLLIN, 0});
+  void appendDescriptors(std::vector<zmq_pollitem_t>& items) const {
+    for (const SocketOwner::Use& use : uses_) {
+      items.push_back({nullptr, use.owner()->linkDescriptor(), ZMQ_POLLIN, 0});
+    }
   }
 
-  /// @param watched  what was appended, polled or not yet
-  /// @return the earlier of `wakeUp` and what the links wish
-  std::optional<Clock::time_point> tend(const zmq_pollitem_t* watched, std::optional<Clock::time_point> wakeUp) const {
-    for (const Wait& wait : waits_) {
-      const std::optional<Clock::time_point> due = wait.keeper().tend((watched++)->revents != 0);
+  /// @param descriptors  what was appended, polled or not yet
+  /// @return when to tend the links again at the latest, `deadline` if that is earlier
+  std::optional<Clock::time_point> tendLinks(const zmq_pollitem_t* descriptors,
+                                             std::optional<Clock::time_point> deadline) const {
+    std::optional<Clock::time_point> wakeUp = deadline;
+    for (const SocketOwner::Use& use : uses_) {
+      const std::optional<Clock::time_point> due = use.owner()->tendLink((descriptors++)->revents != 0);
       if (due && (!wakeUp || *due < *wakeUp)) wakeUp = due;
     }
     return wakeUp;
   }
 
  private:
-  bool isThere(const LinkKeeper& keeper) const {
-    return std::any_of(waits_.begin(), waits_.end(), [&](const Wait& wait) { return &wait.keeper() == &keeper; });
-  }
-
-  std::vector<Wait> waits_;
+  std::vector<SocketOwner::Use> uses_;
 };
+
+/// @return nothing: wait without end
+std::optional<Clock::time_point> deadlineOf(long timeoutMs) {
+  const auto now = Clock::now();
+  const auto longest = std::chrono::floor<std::chrono::milliseconds>(Clock::time_point::max() - now);
+  if (timeoutMs < 0 || timeoutMs > longest.count()) return {};
+  return now + std::chrono::milliseconds(timeoutMs);
+}
 
 }  // namespace
 
-void PollFds::add(const zmq_pollitem_t& item) { items_.push_back(item); }
+void PollFds::add(const zmq_pollitem_t& item) {
+  if (SocketOwner::Use(item.socket).owner() != nullptr) subscribers_.push_back(item.socket);
+  items_.push_back(item);
+}
 
 std::size_t PollFds::size() const { return items_.size(); }
 bool PollFds::empty() const { return items_.empty(); }
@@ -80,28 +72,29 @@ const zmq_pollitem_t* PollFds::begin() const { return items_.data(); }
 const zmq_pollitem_t* PollFds::end() const { return items_.data() + items_.size(); }
 
 int PollFds::poll(long timeoutMs) {
-  std::optional<Clock::time_point> deadline;
-  if (timeoutMs >= 0) deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-
-  Links links;
-  const bool waitable = links.beginWait(items_);
-  for (zmq_pollitem_t& item : items_) item.revents = 0;
+  const std::optional<Clock::time_point> deadline = deadlineOf(timeoutMs);
+  Waits waits;
+  bool waitable = true;
+  for (zmq_pollitem_t& item : items_) {
+    item.revents = 0;
+    const bool subscribed = std::find(subscribers_.begin(), subscribers_.end(), item.socket) != subscribers_.end();
+    waitable = waitable && (!subscribed || waits.add(item.socket));
+  }
   if (!waitable) {
     errno = ETERM;
     return -1;
   }
   std::vector<zmq_pollitem_t> all = items_;
-  links.appendWatched(all);
-
-  const zmq_pollitem_t* const watched = all.data() + items_.size();
+  waits.appendDescriptors(all);
+  const zmq_pollitem_t* const descriptors = all.data() + items_.size();
 
   const auto isReady = [](const zmq_pollitem_t& item) { return item.revents != 0; };
-  std::optional<Clock::time_point> wakeUp = links.tend(watched, deadline);
+  std::optional<Clock::time_point> wakeUp = waits.tendLinks(descriptors, deadline);
   for (;;) {
     const int result =
         zmq_poll(all.data(), static_cast<int>(all.size()), wakeUp ? zel::millisecondsUntil(*wakeUp) : -1);
     if (result < 0 && zmq_errno() != EINTR) return -1;
-    wakeUp = links.tend(watched, deadline);
+    wakeUp = waits.tendLinks(descriptors, deadline);
     if (result > 0) {
       std::copy_n(all.begin(), items_.size(), items_.begin());
       const auto ready = std::count_if(items_.begin(), items_.end(), isReady);

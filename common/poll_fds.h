@@ -18,7 +18,7 @@
 ///         if (item.revents != 0 && item.socket == ...) ...
 ///     }
 ///
-/// An item must not stay in the set when its socket is closed.
+/// An item must not stay in the set when its socket is closed. A subscriber closes its socket when it is destroyed.
 /// Threads: one at a time, that of the subscribers whose items the set holds.
 class ZEL_EXPORT PollFds {
  public:
@@ -46,11 +46,13 @@ class ZEL_EXPORT PollFds {
   ///
   /// A signal does not end the wait: to be woken by one, add the descriptor of a signalfd(2) or of a pipe.
   ///
-  /// @param timeoutMs  the longest wait, in milliseconds; 0 only looks; negative waits for ever.
+  /// @param timeoutMs  the longest wait, in milliseconds; 0 only looks; negative, or longer than the clock can count,
+  ///                   waits for ever.
   /// @return the number of ready items; 0 at the time-out; -1 when the items cannot be waited for: a socket that is
-  ///         not open any more, or a process that ends (zmq_errno(3) tells).
+  ///         not open any more, or a process that ends (zmq_errno(3) has the reason).
   int poll(long timeoutMs);
 
  private:
   std::vector<zmq_pollitem_t> items_;
+  std::vector<const void*> subscribers_;  ///< those of the sockets that subscribers own
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <limits>
 
 namespace zel {
 
@@ -21,9 +22,9 @@ int connect(void* socket, const std::string& address) {
 bool mayTryAgain() { return zmq_errno() == EAGAIN || zmq_errno() == EINTR; }
 
 long millisecondsUntil(Clock::time_point deadline) {
-  // Fits a 32-bit long: no time-out is longer than an int of milliseconds.
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return std::max(static_cast<long>(left), 0L);
+  constexpr decltype(left) kLongest = std::numeric_limits<int>::max();  // what zmq_poll(3) can wait in one call
+  return static_cast<long>(std::clamp<decltype(left)>(left, 0, kLongest));
 }
 
 bool waitFor(zmq_pollitem_t item, Clock::time_point deadline) {

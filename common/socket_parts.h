@@ -77,7 +77,8 @@ inline int eventsOf(void* socket) {
 /// Whether the operation that failed may succeed when it is tried again after a wait.
 bool mayTryAgain();
 
-/// How long a wait may last until the deadline, rounded up to whole milliseconds; 0 when it has passed.
+/// How long a wait may last until the deadline, rounded up to whole milliseconds; 0 when it has passed. A longer wait
+/// than zmq_poll(3) can count is cut: the caller looks at the deadline again.
 long millisecondsUntil(Clock::time_point deadline);
 
 /// Waits until the item is ready; a signal does not end the wait.

@@ -7,9 +7,9 @@
 #include <optional>
 #include <utility>
 
-#include "common/link_keeper.h"
+#include "common/internal/socket_owner.h"
 #include "common/logger.h"
-#include "common/open_sockets.h"
+#include "common/shared/recycled.h"
 #include "common/socket_parts.h"
 #include "common/status.h"
 #include "common/wire_json.h"
@@ -53,83 +53,12 @@ constexpr zel::SocketOption kMonitorOptions[] = {
     {ZMQ_RCVHWM, 0},  // no limit: at a limit libzmq's I/O thread would wait for us, and with it every other socket
 };
 
-/// Only what tells the state of an existing connection. Attempts that are refused raise no event: an application that
+/// Only the events of an existing connection. Attempts that are refused raise no event: an application that
 /// sleeps for a day without a daemon finds an empty queue.
 constexpr int kLinkEvents = ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
                             ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH |
                             ZMQ_EVENT_DISCONNECTED;
 constexpr int kAttemptEvents = ZMQ_EVENT_CONNECTED | ZMQ_EVENT_CLOSED;
-
-/// A SUB socket, and the PAIR socket on which libzmq tells what becomes of its connection.
-class WatchedSocket {
- public:
-  WatchedSocket() = default;
-  ~WatchedSocket() { close(); }
-  WatchedSocket(const WatchedSocket&) = delete;
-  WatchedSocket& operator=(const WatchedSocket&) = delete;
-
-  bool open(zmq::context_t& context, int events) {
-    static std::atomic<unsigned int> opened{0};
-    const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++opened);
-    socket_ = zmq_socket(context.handle(), ZMQ_SUB);
-    monitor_ = zmq_socket(context.handle(), ZMQ_PAIR);
-    return socket_ != nullptr && monitor_ != nullptr && zel::setOptions(socket_, kSocketOptions) &&
-           zel::setOptions(monitor_, kMonitorOptions) && zmq_socket_monitor(socket_, endpoint.c_str(), events) == 0 &&
-           zel::connect(monitor_, endpoint) == 0;
-  }
-
-  void close() noexcept {
-    // The telling ends first: libzmq's I/O thread would wait for ever for a listener that goes meanwhile, and with it
-    // every socket.
-    if (socket_ != nullptr) zmq_socket_monitor(socket_, nullptr, 0);
-    if (monitor_ != nullptr) zmq_close(monitor_);
-    if (socket_ != nullptr) zmq_close(socket_);
-    forget();
-  }
-  void forget() noexcept { socket_ = monitor_ = nullptr; }
-
-  void* socket() const { return socket_; }
-  // The descriptors that are readable when there is something to do for a socket; -1 when there is none.
-  int descriptor() const { return descriptorOf(socket_); }
-  int monitorDescriptor() const { return descriptorOf(monitor_); }
-
-  /// @return the next event's number; 0 when there is none
-  int nextEvent() {
-    Frame event;
-    if (!event.receiveNow(monitor_)) return 0;
-    std::uint16_t number = 0;
-    std::memcpy(&number, event.text().data(), sizeof number);
-    Frame address;
-    address.receiveNow(monitor_);
-    return number;
-  }
-  /// @return 0 at the deadline
-  int awaitEvent(Clock::time_point deadline) {
-    for (;;) {
-      if (const int event = nextEvent(); event != 0) return event;
-      if (!zel::waitFor({monitor_, 0, ZMQ_POLLIN, 0}, deadline)) return 0;
-    }
-  }
-
- private:
-  static int descriptorOf(void* socket) {
-    int descriptor = -1;
-    std::size_t size = sizeof descriptor;
-    zmq_getsockopt(socket, ZMQ_FD, &descriptor, &size);
-    return descriptor;
-  }
-
-  void* socket_ = nullptr;
-  void* monitor_ = nullptr;
-};
-
-/// Whether somebody accepts connections at the address. It takes a socket of its own to ask: one that tells of every
-/// attempt would go on telling as long as it lives.
-bool somebodyListens(zmq::context_t& context, const std::string& address, Clock::time_point deadline) {
-  WatchedSocket probe;
-  return probe.open(context, kAttemptEvents) && zel::connect(probe.socket(), address) == 0 &&
-         probe.awaitEvent(deadline) == ZMQ_EVENT_CONNECTED;
-}
 
 }  // namespace
 
@@ -138,79 +67,175 @@ bool somebodyListens(zmq::context_t& context, const std::string& address, Clock:
 /// libzmq itself reconnects when a peer goes away. It gives a connection up for good after a violation of its protocol,
 /// a message over the limit included. Both look the same here; so after each loss the address is connected anew, unless
 /// libzmq was faster.
-class SubscribeJsonClient::Connection final : public zel::SocketHolder, public zel::LinkKeeper {
+class SubscribeJsonClient::Connection final : public zel::SocketOwner {
  public:
-  using SocketHolder::Use;
-
   explicit Connection(zmq::context_t& context) : context_(context) {}
-  ~Connection() override {
-    detach();
-    close();
-  }
+  ~Connection() override { retire(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+  static void* operator new(std::size_t) { return zel::Recycled<Connection>::take(); }
+  static void operator delete(void* memory) { zel::Recycled<Connection>::giveBack(memory); }
 
   bool open(const std::string& address) {
-    const Clock::time_point deadline = Clock::now() + kConnectLimit;
-    close();
-    attach(context_);
+    if (!attach(context_)) return false;
     const Use use(*this);
+    if (!use) return false;
+    const Clock::time_point deadline = Clock::now() + kConnectLimit;
+    const bool opened = zel::descriptorsAvailable() && (link_.socket == nullptr ? open(link_, kLinkEvents) : drop());
     address_ = address;
-    if (!zel::descriptorsAvailable() || !link_.open(context_, kLinkEvents)) return false;
-    const bool there = somebodyListens(context_, address, deadline);
-    if (zel::connect(link_.socket(), address) != 0) return false;
-    keepLinkOf(link_.socket());
-    if (there) noteEvent(link_.awaitEvent(deadline));
-    noteEvents();
-    return true;
+    if (opened && establish(deadline)) return true;
+    closeSockets();
+    return false;
   }
 
-  /// Gives up what there is. A forked child forgets it: it belongs to the parent and to threads that the child does
-  /// not have.
-  void close() noexcept {
-    if (ownsSockets()) {
-      closeSockets();
-    } else {
-      keepLinkOf(nullptr);
-      link_.forget();
-    }
-    reviveAt_.reset();
-    linked_ = false;
+  /// Runs an action with the open socket.
+  /// @return what the action returns; nothing when there is no open socket or its use is refused
+  template <class Action>
+  auto whileOpen(Action action) -> std::optional<decltype(action())> {
+    const Use use(*this);
+    if (!use || link_.socket == nullptr) return {};
+    return action();
   }
 
-  bool isOpen() const { return link_.socket() != nullptr && ownsSockets(); }
-  void* socket() const { return link_.socket(); }
+  void* socket() const { return link_.socket; }
 
   int setFilter(int option, const std::string& topic) {
-    if (!isOpen()) return kNotInitialized;
-    return zmq_setsockopt(link_.socket(), option, topic.data(), topic.size()) == 0 ? kOk : kCannotConnect;
+    return zmq_setsockopt(link_.socket, option, topic.data(), topic.size()) == 0 ? kOk : kCannotConnect;
   }
 
-  /// Takes the frames behind a topic, all of them.
-  int takePayload(Frame& topic, Json::Value& payload) {
-    Frame frame;
-    const bool two = topic.more() && frame.receiveNow(link_.socket()) && !frame.more();
-    while (frame.more() && frame.receiveNow(link_.socket())) continue;
-    if (!two) return kBadNotificationFrames;
-    if (!frame.text().empty()) return reader_.read(frame.text(), payload).empty() ? kOk : kBadNotificationJson;
-    payload = Json::Value();
-    return kOk;
+  /// Takes the next notification. @return 1, or 0 when there is none
+  int take(std::string& topic, int& errorCode, Json::Value& payload) {
+    Frame first;
+    if (!first.receiveNow(link_.socket)) {
+      tendLink(true);
+      return 0;
+    }
+    topic.assign(first.text());
+    errorCode = takePayload(first, payload);
+    return 1;
   }
 
-  bool beginWait() override { return wait_.emplace(*this) && ownsSockets(); }
-  void endWait() noexcept override { wait_.reset(); }
-  int watched() const override { return link_.monitorDescriptor(); }
+  int linkDescriptor() const override { return descriptorOf(link_.monitor); }
 
-  std::optional<Clock::time_point> tend(bool told) override {
-    if (told || reviveAt_) noteEvents();             // libzmq may have been faster
+  std::optional<Clock::time_point> tendLink(bool readable) override {
+    if (link_.socket == nullptr) return {};
+    if (readable || reviveAt_) noteEvents();         // libzmq may have been faster
     if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
     if (*reviveAt_ <= Clock::now()) revive();
     return reviveAt_;
   }
 
  private:
+  /// A SUB socket, and the PAIR socket on which libzmq reports the events of its connection.
+  struct Monitored {
+    void* socket = nullptr;
+    void* monitor = nullptr;
+  };
+
+  bool open(Monitored& pair, int events) {
+    static std::atomic<unsigned int> opened{0};
+    const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++opened);
+    pair.socket = openSocket(ZMQ_SUB);
+    pair.monitor = openSocket(ZMQ_PAIR);
+    return pair.socket != nullptr && pair.monitor != nullptr && zel::setOptions(pair.socket, kSocketOptions) &&
+           zel::setOptions(pair.monitor, kMonitorOptions) &&
+           zmq_socket_monitor(pair.socket, endpoint.c_str(), events) == 0 && zel::connect(pair.monitor, endpoint) == 0;
+  }
+
+  void close(Monitored& pair) noexcept {
+    // Stop monitoring first. If the PAIR socket were closed while events are sent, libzmq's I/O thread would block
+    // forever, and with it every socket.
+    if (pair.socket != nullptr) zmq_socket_monitor(pair.socket, nullptr, 0);
+    closeSocket(pair.monitor);
+    closeSocket(pair.socket);
+  }
+
+  /// @return the next event's number; 0 when there is none
+  static int nextEvent(const Monitored& pair) {
+    Frame event;
+    if (!event.receiveNow(pair.monitor)) return 0;
+    std::uint16_t number = 0;
+    std::memcpy(&number, event.text().data(), sizeof number);
+    Frame address;
+    address.receiveNow(pair.monitor);
+    return number;
+  }
+  /// @return 0 at the deadline
+  static int awaitEvent(const Monitored& pair, Clock::time_point deadline) {
+    for (;;) {
+      if (const int event = nextEvent(pair); event != 0) return event;
+      if (!zel::waitFor({pair.monitor, 0, ZMQ_POLLIN, 0}, deadline)) return 0;
+    }
+  }
+
+  /// The descriptor that is readable when there is something to do for the socket.
+  static int descriptorOf(void* socket) {
+    int descriptor = -1;
+    std::size_t size = sizeof descriptor;
+    if (socket != nullptr) zmq_getsockopt(socket, ZMQ_FD, &descriptor, &size);
+    return descriptor;
+  }
+
+  /// Whether a peer accepts connections at the address. A socket of its own asks: one that reports every attempt would
+  /// go on reporting as long as it lives.
+  bool isListening(Clock::time_point deadline) {
+    Monitored probe;
+    const bool accepted = open(probe, kAttemptEvents) && zel::connect(probe.socket, address_) == 0 &&
+                          awaitEvent(probe, deadline) == ZMQ_EVENT_CONNECTED;
+    close(probe);
+    return accepted;
+  }
+
+  /// Connects the socket, and waits for the handshake with a peer that is there.
+  /// @return whether the address is valid
+  bool establish(Clock::time_point deadline) {
+    const bool there = isListening(deadline);
+    if (zel::connect(link_.socket, address_) != 0) return false;
+    reviveAt_.reset();
+    linked_ = false;
+    while (there && !linked_) {
+      const int event = awaitEvent(link_, deadline);
+      noteEvent(event);
+      if (event == 0) break;
+    }
+    noteEvents();
+    return true;
+  }
+
+  /// Ends the connection, together with what it holds unread.
+  /// @return true
+  bool drop() {
+    // Only behind the last frame of a message: libzmq aborts when it is asked for the rest of one that it has dropped.
+    if (takeMessage()) {
+      Logger::log(Logger::LEVEL_PROGRESS,
+                  "SubscribeJsonClient: dropped the unread notifications of the connection to %s", address_.c_str());
+    }
+    linked_ = false;
+    disconnect();
+    return true;
+  }
+
+  /// Takes all frames of the next message. @return whether there was one
+  bool takeMessage() const {
+    Frame frame;
+    if (!frame.receiveNow(link_.socket)) return false;
+    while (frame.more() && frame.receiveNow(link_.socket)) continue;
+    return true;
+  }
+
+  /// Takes the frames behind a topic, all of them.
+  int takePayload(Frame& topic, Json::Value& payload) {
+    Frame frame;
+    const bool two = topic.more() && frame.receiveNow(link_.socket) && !frame.more();
+    while (frame.more() && frame.receiveNow(link_.socket)) continue;
+    if (!two) return kBadNotificationFrames;
+    if (!frame.text().empty()) return reader_.read(frame.text(), payload).empty() ? kOk : kBadNotificationJson;
+    payload = Json::Value();
+    return kOk;
+  }
+
   void noteEvents() {
-    while (const int event = link_.nextEvent()) noteEvent(event);
+    while (const int event = nextEvent(link_)) noteEvent(event);
   }
 
   void noteEvent(int event) {
@@ -227,82 +252,79 @@ class SubscribeJsonClient::Connection final : public zel::SocketHolder, public z
   }
 
   bool mayHoldMessages() const {
-    const int events = zel::eventsOf(link_.socket());
+    const int events = zel::eventsOf(link_.socket);
     return events < 0 || (events & ZMQ_POLLIN) != 0;
   }
 
   void revive() {
-    // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
-    zel::despiteSignals([&] { return zmq_disconnect(link_.socket(), address_.c_str()); });
-    awaitEnd();
-    noteEvents();  // the last of the old connection: the next ones are the new one's
+    disconnect();
     reviveAt_.reset();
-    if (zel::connect(link_.socket(), address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
+    if (zel::connect(link_.socket, address_) != 0) reviveAt_ = Clock::now() + kReconnectInterval;
   }
 
-  /// Waits for the end of the connection that was given up: libzmq's thread has a part in it, then we have, then it
-  /// has again, before it begins with a new one. Until then the old one lives on, and may even succeed once more; taken
-  /// for the new one's, that would hide that the new one is gone for good. Nothing is heard of one that has ended by
-  /// itself.
+  void disconnect() {
+    // libzmq remembers a connection that it has given up, and to connect does nothing until it has forgotten it.
+    zel::despiteSignals([&] { return zmq_disconnect(link_.socket, address_.c_str()); });
+    awaitEnd();
+    noteEvents();  // the last events of the old connection: the next ones are the new one's
+  }
+
+  /// Waits for the end of the connection that was given up. libzmq's thread does the first step of it, this thread the
+  /// second one, and libzmq's thread the last one, before it begins a new connection. Until then the old one lives on,
+  /// and may even complete a handshake once more; taken for the new one's, that would hide that the new one is gone for
+  /// good. A connection that has ended by itself causes no event here.
   void awaitEnd() const {
-    const zmq_pollitem_t whatIsTold{nullptr, link_.descriptor(), ZMQ_POLLIN, 0};
-    if (!zel::waitFor(whatIsTold, Clock::now() + kEndLimit)) return;
-    mayHoldMessages();                             // which lets libzmq do our part
-    zel::waitFor(whatIsTold, Clock::now() + 1ms);  // had it been something else that was told
+    const zmq_pollitem_t commands{nullptr, descriptorOf(link_.socket), ZMQ_POLLIN, 0};
+    if (!zel::waitFor(commands, Clock::now() + kEndLimit)) return;
+    mayHoldMessages();                           // lets libzmq process the commands: the second step
+    zel::waitFor(commands, Clock::now() + 1ms);  // in case these were commands of something else
     mayHoldMessages();
   }
 
   void closeSockets() noexcept override {
-    keepLinkOf(nullptr);
-    link_.close();
+    close(link_);
+    reviveAt_.reset();
+    linked_ = false;
+  }
+  void forgetSockets() noexcept override {
+    link_ = {};
+    reviveAt_.reset();
+    linked_ = false;
   }
 
   zmq::context_t& context_;
   std::string address_;
-  WatchedSocket link_;
-  bool linked_ = false;
+  Monitored link_;
+  bool linked_ = false;  ///< a handshake has succeeded, and no loss has been reported since
   std::optional<Clock::time_point> reviveAt_;
-  std::optional<Use> wait_;
   zel::WireJsonReader reader_;
 };
 
-SubscribeJsonClient::SubscribeJsonClient(zmq::context_t& context)
-    : connection_(std::make_unique<Connection>(context)) {}
+SubscribeJsonClient::SubscribeJsonClient(zmq::context_t& context) : connection_(new Connection(context)) {}
 
-SubscribeJsonClient::~SubscribeJsonClient() = default;
+SubscribeJsonClient::~SubscribeJsonClient() { delete connection_; }
 
 int SubscribeJsonClient::connect(const std::string& address) {
-  if (connection_->open(address)) return kOk;
-  connection_->close();
-  return kCannotConnect;
+  return connection_->open(address) ? kOk : kCannotConnect;
 }
 
 int SubscribeJsonClient::subscribe(const std::string& topic) {
-  const Connection::Use use(*connection_);
-  return use ? connection_->setFilter(ZMQ_SUBSCRIBE, topic) : kNotInitialized;
+  return connection_->whileOpen([&] { return connection_->setFilter(ZMQ_SUBSCRIBE, topic); }).value_or(kNotInitialized);
 }
 
 int SubscribeJsonClient::unsubscribe(const std::string& topic) {
-  const Connection::Use use(*connection_);
-  return use ? connection_->setFilter(ZMQ_UNSUBSCRIBE, topic) : kNotInitialized;
+  return connection_->whileOpen([&] { return connection_->setFilter(ZMQ_UNSUBSCRIBE, topic); })
+      .value_or(kNotInitialized);
 }
 
 int SubscribeJsonClient::getPollItems(PollFds& pollFds) {
-  if (!connection_->isOpen()) return kNotInitialized;
-  pollFds.add({connection_->socket(), 0, ZMQ_POLLIN, 0});
-  return kOk;
+  const auto add = [&] {
+    pollFds.add({connection_->socket(), 0, ZMQ_POLLIN, 0});
+    return kOk;
+  };
+  return connection_->whileOpen(add).value_or(kNotInitialized);
 }
 
 int SubscribeJsonClient::processEvent(const zmq_pollitem_t&, std::string& topic, int& errorCode, Json::Value& payload) {
-  const Connection::Use use(*connection_);
-  if (!use || !connection_->isOpen()) return 0;
-
-  Frame first;
-  if (!first.receiveNow(connection_->socket())) {
-    connection_->tend(true);
-    return 0;
-  }
-  topic.assign(first.text());
-  errorCode = connection_->takePayload(first, payload);
-  return 1;
+  return connection_->whileOpen([&] { return connection_->take(topic, errorCode, payload); }).value_or(0);
 }

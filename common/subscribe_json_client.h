@@ -2,7 +2,6 @@
 
 #include <json/value.h>
 
-#include <memory>
 #include <string>
 #include <zmq.hpp>
 
@@ -27,8 +26,8 @@
 /// one more reason to go on until 0: `ZMQ_FD` is edge-triggered and tells nothing of messages that are there already.
 ///
 /// Threads: all operations, and the poll, in one thread. A child made by fork(2) has to make a client of its own, on a
-/// context of its own; here the operations return -100 and 0. The context has to outlive the client, but for the end
-/// of the process: a client in static storage is disconnected before the context is destroyed.
+/// context of its own; here the operations return -100 and 0. The context has to outlive the client, except at
+/// the end of the process: a client in static storage is disconnected before the context is destroyed.
 class ZEL_EXPORT SubscribeJsonClient {
  public:
   /// Not connected yet.
@@ -41,10 +40,14 @@ class ZEL_EXPORT SubscribeJsonClient {
   ///
   /// Returns when the connection to a publisher that is there can be used, after about a millisecond and 200 ms at
   /// most; at once when nobody listens. So what is fetched after `subscribe` has no gap to the first notification.
-  /// The publisher need not be there yet. May be called again: the connection before, its subscriptions and its poll
-  /// item are given up first.
+  /// The publisher need not be there yet.
   ///
-  /// @return 0, or -101 when the socket cannot be opened or the address is not valid.
+  /// May be called again, with the same address or another one: the connection is made anew, and the subscriptions and
+  /// the poll item stay. What waited unread in the old connection is dropped, also in the publisher and on the way:
+  /// only what is published from then on is received. When something was dropped, it is one line at level 6.
+  ///
+  /// @return 0, or -101 when the socket cannot be opened, the address is not valid, or the process is at its end: the
+  ///         client is not connected then, and its subscriptions are gone.
   int connect(const std::string& address);
 
   /// Adds or drops a topic. What is subscribed n times is dropped by dropping it n times; to drop what is not there
@@ -70,5 +73,5 @@ class ZEL_EXPORT SubscribeJsonClient {
 
  private:
   class Connection;
-  std::unique_ptr<Connection> connection_;
+  Connection* const connection_;
 };

@@ -1,14 +1,28 @@
 #include "subscriber/sysmgr_subscriber.h"
 
-#include <memory>
+#include <new>
 
 #include "common/failed_check.h"
+#include "common/shared/recycled.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"
 
 using zel::checked;
 
 namespace {
+
+/// A static subscriber may be destroyed while another thread calls it.
+using ClientMemory = zel::Recycled<SubscribeJsonClient>;
+
+SubscribeJsonClient* makeClient(zmq::context_t& context) {
+  void* const memory = ClientMemory::take();
+  try {
+    return new (memory) SubscribeJsonClient(context);
+  } catch (...) {
+    ClientMemory::giveBack(memory);
+    throw;
+  }
+}
 
 int notInitialized(int result) {
   Logger::log(Logger::LEVEL_ERROR, "SysmgrSubscriber is not initialized yet.");
@@ -38,7 +52,11 @@ std::string SysmgrPublisher::topicOf(sysmgr_notifications_t notification) { retu
 
 SysmgrSubscriber::SysmgrSubscriber() = default;
 
-SysmgrSubscriber::~SysmgrSubscriber() { delete client_; }
+SysmgrSubscriber::~SysmgrSubscriber() {
+  if (client_ == nullptr) return;
+  client_->~SubscribeJsonClient();
+  ClientMemory::giveBack(client_);
+}
 
 int SysmgrSubscriber::notifyStoredParametersUpdate(SysParameters&) { return notOverridden(__func__); }
 int SysmgrSubscriber::notifyDynamicInfoUpdate(SysParametersDynamic&) { return notOverridden(__func__); }
@@ -46,11 +64,11 @@ int SysmgrSubscriber::notifyRebootRequest() { return notOverridden(__func__); }
 int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { return notOverridden(__func__); }
 
 int SysmgrSubscriber::init(zmq::context_t& context) {
-  auto client = std::make_unique<SubscribeJsonClient>(context);
-  const int result = client->connect(SysmgrPublisher::kEndpoint);
-  client_ = client.release();  // an earlier one stays as it is
-  return checked(ZEL_HERE, result);
+  client_ = makeClient(context);  // an earlier one stays as it is
+  return checked(ZEL_HERE, client_->connect(SysmgrPublisher::kEndpoint));
 }
+
+int SysmgrSubscriber::renewConnection() { return client_->connect(SysmgrPublisher::kEndpoint); }
 
 int SysmgrSubscriber::subscribe(SysmgrPublisher::sysmgr_notifications_t notification) {
   if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);

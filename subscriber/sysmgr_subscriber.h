@@ -119,6 +119,12 @@ class ZEL_EXPORT SysmgrSubscriber {
   /// @return what the callback returns, or -11 for an unknown topic.
   int processNotification(std::string& topic, Json::Value& payload);
 
+ protected:
+  /// Renews the connection, so that nothing is received that was published before this call: what waits unread is
+  /// dropped. The subscriptions and the poll item stay.
+  /// @return 0, or the negative code of `SubscribeJsonClient::connect`; not logged
+  int renewConnection();
+
  private:
   int dispatch(SysmgrPublisher::sysmgr_notifications_t notification, Json::Value& payload);
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "client/sysmgr_jsonApi.h"
 #include "client/zmq_utils.h"
@@ -287,6 +288,64 @@ TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
                 EXPECT_EQ(farewell.store(), 0);
               }),
               HasSubstr("farewell 0\n"));
+}
+
+TEST(Exit, AStaticClientThatIsConnectedLaterWorksUntilItsContextIsClosed) {
+  struct Farewell {
+    Client client{5000};
+    ~Farewell() { print("farewell " + std::to_string(client.request())); }
+  };
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(expectQuickExit([] {
+                ZmqUtils::getInstance();
+                static Farewell farewell;
+                farewell.client.connect();
+                EXPECT_EQ(farewell.client.request(), 0);
+              }),
+              EndsWith(std::string("farewell 0\n") + kClosing));
+}
+
+TEST(Exit, AStaticClientOlderThanAResetWorksUntilTheNewContextIsClosed) {
+  struct Farewell {
+    Client client{5000};
+    ~Farewell() { print("farewell " + std::to_string(client.request())); }
+  };
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(expectQuickExit([] {
+                ZmqUtils::getInstance();
+                static Farewell farewell;
+                ZmqUtils::getInstance().resetContext();
+                farewell.client.connect();
+              }),
+              EndsWith(std::string("farewell 0\n") + kClosing));
+}
+
+TEST(Exit, WithAContextAtTheAddressOfAnEarlierOne) {
+  /// Destroys its context at exit, and not before the exit handlers that were registered later.
+  struct Holder {
+    zmq::context_t* context;
+    ~Holder() { delete context; }
+  };
+  expectQuickExit([] {
+    auto* const first = new zmq::context_t;
+    const void* const firstHandle = first->handle();
+    {
+      Client client;
+      EXPECT_EQ(client.init(*first), 0);
+    }
+    delete first;
+    // Until the allocator hands out the same addresses again.
+    std::vector<zmq::context_t*> others;
+    zmq::context_t* second = new zmq::context_t;
+    for (int i = 0; i < 64 && (second != first || second->handle() != firstHandle); ++i) {
+      others.push_back(second);
+      second = new zmq::context_t;
+    }
+    for (const zmq::context_t* const other : others) delete other;
+    static const Holder holder{second};
+    static Client client;
+    EXPECT_EQ(client.init(*second), 0);
+  });
 }
 
 TEST(Exit, OfAForkedChildThatInheritsAClient) {

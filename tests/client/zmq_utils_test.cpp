@@ -1,5 +1,6 @@
 #include "client/zmq_utils.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
@@ -21,6 +22,17 @@ using zel::test::ChildProcess;
 using zel::test::LogLine;
 using zel::test::waitUntil;
 
+/// Whether libzmq is to refuse every option of a context.
+static bool refusesOptions = false;
+
+/// Stands before libzmq's own function.
+extern "C" int zmq_ctx_set(void* context, int option, int value) {
+  static const auto own = reinterpret_cast<decltype(&zmq_ctx_set)>(dlsym(RTLD_NEXT, "zmq_ctx_set"));
+  if (!refusesOptions) return own(context, option, value);
+  errno = EINVAL;
+  return -1;
+}
+
 namespace {
 
 const LogLine kMade{5, "ZmqUtils: initializing ZMQ Context ..."};
@@ -31,7 +43,7 @@ class NoDescriptors {
  public:
   NoDescriptors() {
     getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none{0, before_.rlim_max};
+    const rlimit none{1, before_.rlim_max};  // not 0: poll(2), which ends a context, refuses more than the limit
     setrlimit(RLIMIT_NOFILE, &none);
   }
   ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
@@ -102,6 +114,13 @@ TEST(ZmqUtils, SetsOneThreadAndTheDefaultNumberOfSockets) {
   expectOptions(ZmqUtils::getInstance().getContext());
   ZmqUtils::getInstance().resetContext();
   expectOptions(ZmqUtils::getInstance().getContext());
+}
+
+TEST(ZmqUtils, WorksWhereAContextRefusesItsOptions) {
+  refusesOptions = true;
+  EXPECT_TRUE(works(ZmqUtils::getInstance().getContext()));
+  ZmqUtils::getInstance().resetContext();
+  EXPECT_TRUE(works(ZmqUtils::getInstance().getContext()));
 }
 
 TEST(ZmqUtils, ReplacesTheContextOnReset) {

@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <limits>
+#include <thread>
 
+#include "common/subscribe_json_client.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 
@@ -100,6 +103,34 @@ TEST(PollFds, WaitsUntilTheTimeOut) {
   EXPECT_EQ(fds[0].revents, 0) << "what the poll before has left";
   EXPECT_GE(time.wall, 60ms);
   EXPECT_LT(time.own, 200ms * kSlowdown);
+}
+
+TEST(PollFds, WaitsWithoutEndForLongerThanTheClockCanCount) {
+  for (const long timeout : {std::numeric_limits<long>::max(), std::numeric_limits<long>::max() / 1'000'000}) {
+    const Event event;
+    PollFds fds;
+    fds.add(event.item());
+    std::thread later([&event] {
+      std::this_thread::sleep_for(30ms);
+      event.raise();
+    });
+    int result = -1;
+    EXPECT_GE(timeOf([&] { result = fds.poll(timeout); }).wall, 25ms) << timeout;
+    EXPECT_EQ(result, 1) << timeout;
+    later.join();
+  }
+}
+
+TEST(PollFds, ReportsASubscriberThatIsDestroyed) {
+  zmq::context_t context;
+  PollFds fds;
+  {
+    SubscribeJsonClient client(context);
+    ASSERT_EQ(client.connect("tcp://127.0.0.1:5575"), 0);
+    ASSERT_EQ(client.getPollItems(fds), 0);
+  }
+  EXPECT_EQ(fds.poll(1000), -1);
+  EXPECT_EQ(zmq_errno(), ETERM);
 }
 
 TEST(PollFds, OnlyLooksWithoutATimeOut) {

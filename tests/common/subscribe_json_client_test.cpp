@@ -44,6 +44,7 @@ extern "C" int zmq_setsockopt(void* socket, int option, const void* value, std::
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using zel::test::CapturedLog;
@@ -213,17 +214,59 @@ TEST(SubscribeJsonClient, ReportsThatNoSocketIsLeft) {
   EXPECT_EQ(client.connect(kAddress), zel::status::kCannotConnect);
 }
 
-TEST(SubscribeJsonClient, GivesTheOldConnectionUpWhenItConnectsAgain) {
+TEST(SubscribeJsonClient, KeepsItsSubscriptionsAndItsPollItemWhenItConnectsAgain) {
   PublisherFake publisher;
   Application application("1000");
   ASSERT_TRUE(publisher.waitForSubscription("1000"));
 
   EXPECT_EQ(application.client.connect(kAddress), 0);
+  EXPECT_TRUE(waitUntil([&] {
+    publisher.publish("1000", "7");
+    return application.take().has_value();
+  }));
+}
+
+TEST(SubscribeJsonClient, ReceivesNothingFromBeforeItConnectedAgain) {
+  PublisherFake publisher;
+  Application application("1000");
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  CapturedLog log;
+  // More than wait here: the rest is in the connection and in the publisher.
+  for (int i = 0; i < 5000; ++i) publisher.publish("1000", "1");
+  ASSERT_TRUE(application.next().has_value());
+
+  EXPECT_EQ(application.client.connect(kAddress), 0);
+  EXPECT_THAT(log.texts(Logger::LEVEL_PROGRESS),
+              ElementsAre("SubscribeJsonClient: dropped the unread notifications of the connection to "s + kAddress));
+  std::optional<Notification> taken;
+  ASSERT_TRUE(waitUntil([&] {
+    publisher.publish("1000", "2");
+    taken = application.take();
+    return taken.has_value();
+  }));
+  EXPECT_EQ(taken->payload, Json::Value(2));
+}
+
+TEST(SubscribeJsonClient, LogsNothingWhenItConnectsAgainAndNothingWaited) {
+  PublisherFake publisher;
+  Application application("1000");
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  CapturedLog log;
+  EXPECT_EQ(application.client.connect(kAddress), 0);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(SubscribeJsonClient, MayConnectAgainToAnotherAddress) {
+  const std::string other = "tcp://127.0.0.1:5599";
+  PublisherFake publisher;
+  PublisherFake second(other);
+  Application application("1000");
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+
+  EXPECT_EQ(application.client.connect(other), 0);
   EXPECT_TRUE(publisher.waitForUnsubscription("1000"));
-  EXPECT_EQ(application.client.subscribe("1001"), 0);
-  EXPECT_EQ(application.client.getPollItems(application.fds), 0);
-  ASSERT_TRUE(publisher.waitForSubscription("1001"));
-  publisher.publish("1001", "");
+  ASSERT_TRUE(second.waitForSubscription("1000"));
+  second.publish("1000", "");
   EXPECT_TRUE(waitUntil([&] { return application.take().has_value(); }));
 }
 

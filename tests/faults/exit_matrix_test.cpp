@@ -94,7 +94,7 @@ class Client final : public SysMgrJsonClient {
   int timeoutMs_;
 };
 
-class Subscriber final : public SysmgrSubscriber {
+class Subscriber : public SysmgrSubscriber {
  public:
   int notifyStoredParametersUpdate(SysParameters&) override {
     if (inside) inside();
@@ -146,6 +146,43 @@ void inAnotherThread(std::function<void()> action) {
   }).detach();
   waitUntil([] { return begun.load(); });
   std::this_thread::sleep_for(5ms);
+}
+
+/// A subscriber that connects as it is constructed: its destructor runs before the exit handler of the context.
+struct ConnectedSubscriber : Subscriber {
+  ConnectedSubscriber() { subscribed(*this); }
+};
+
+/// Takes notifications without end, as a thread does that nobody stops.
+template <class Source>
+[[noreturn]] void follow(Source& source, PollFds& fds) {
+  for (;;) {
+    fds.poll(1000);
+    while (source.processEvent(fds[0]) != 0) continue;
+  }
+}
+
+/// The poll set belongs to the thread: in static storage it would be destroyed while the thread polls it.
+void followCacheInAnotherThread() {
+  PollFds& fds = *new PollFds;
+  SystemDefaultCfg::getInstance().initSubscribers(fds);
+  inAnotherThread([&fds] { follow(SystemDefaultCfg::getInstance(), fds); });
+}
+
+void askCacheInAnotherThread() {
+  SystemDefaultCfg::getInstance();
+  inAnotherThread([] {
+    for (std::list<EthBasicInfo> interfaces;;) {
+      const int result = SystemDefaultCfg::getInstance().getEthDynamicBasicInfo(interfaces);
+      if (result < 0) std::this_thread::sleep_for(1ms);
+    }
+  });
+}
+
+void followInAnotherThread(Subscriber& subscriber) {
+  PollFds& fds = *new PollFds;
+  subscriber.getPollItems(fds);
+  inAnotherThread([&subscriber, &fds] { follow(subscriber, fds); });
 }
 
 // ---- the states
@@ -339,6 +376,91 @@ const State kStates[] = {
      [](const Peer& daemon, const End& end) {
        followingCache().poll(1000);
        daemon.freeze();
+       end();
+     }},
+    {"CacheInThePollOfAnotherThread", Daemon::kSilent,
+     [](const Peer&, const End& end) {
+       followCacheInAnotherThread();
+       end();
+     }},
+    {"CacheReceivingInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       followCacheInAnotherThread();
+       end();
+     }},
+    {"CacheInARequestOfAnotherThread", Daemon::kSilent,
+     [](const Peer&, const End& end) {
+       askCacheInAnotherThread();
+       end();
+     }},
+    {"CacheInAnsweredRequestsOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       askCacheInAnotherThread();
+       end();
+     }},
+    {"CacheBeingMadeInAnotherThread", Daemon::kNone,
+     [](const Peer&, const End& end) {
+       inAnotherThread([] { SystemDefaultCfg::getInstance(); });
+       end();
+     }},
+    {"CacheInInitOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       followingCache();
+       inAnotherThread([] {
+         for (;;) SystemDefaultCfg::getInstance().init();
+       });
+       end();
+     }},
+    {"FunctionStaticSubscriberInThePollOfAnotherThread", Daemon::kSilent,
+     [](const Peer&, const End& end) {
+       followInAnotherThread(subscribed());
+       end();
+     }},
+    {"FunctionStaticSubscriberReceivingInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       followInAnotherThread(subscribed());
+       end();
+     }},
+    {"FunctionStaticConnectedSubscriberInThePollOfAnotherThread", Daemon::kSilent,
+     [](const Peer&, const End& end) {
+       static ConnectedSubscriber subscriber;
+       followInAnotherThread(subscriber);
+       end();
+     }},
+    {"FunctionStaticConnectedSubscriberReceivingInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       static ConnectedSubscriber subscriber;
+       followInAnotherThread(subscriber);
+       end();
+     }},
+    {"FunctionStaticClientInRequestsOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       Client& client = connectedClient();
+       inAnotherThread([&client] {
+         for (;;) client.request();
+       });
+       end();
+     }},
+    {"ClientsBeingInitializedInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       static Client& client = *new Client;
+       inAnotherThread([] {
+         for (;;) {
+           if (client.init(context()) < 0) std::this_thread::sleep_for(1ms);
+           Client another;
+           another.init(context());
+         }
+       });
+       end();
+     }},
+    {"SubscribersBeingMadeInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       inAnotherThread([] {
+         for (;;) {
+           Subscriber subscriber;
+           subscribed(subscriber);
+         }
+       });
        end();
      }},
     {"Everything", Daemon::kHealthy,

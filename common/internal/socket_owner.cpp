@@ -1,0 +1,218 @@
+#include "common/internal/socket_owner.h"
+
+#include <cxxabi.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "common/shared/context_mark.h"
+#include "common/shared/no_destructor.h"
+
+namespace zel {
+
+namespace {
+
+/// What the owners of the process share. Guarded by `processMutex`.
+struct Registry {
+  std::set<SocketOwner*> owners;
+  /// The open sockets and their owners.
+  std::map<const void*, SocketOwner*> sockets;
+  /// The contexts whose exit handler has run, and the thread in which it ran.
+  std::set<const zmq::context_t*> endedContexts;
+  std::thread::id exitThread;
+};
+
+Registry& registry() {
+  static NoDestructor<Registry> made;
+  return *made;
+}
+
+/// Makes the registry when the library is loaded, before threads may fork while one of them makes it.
+[[maybe_unused]] const Registry& registryAtLoad = registry();
+
+/// How long an exit handler waits for the calls of other threads. They are woken up, so it is not long.
+constexpr std::chrono::milliseconds kPatience{50};
+
+void pauseUnlocked(ProcessLock& lock) {
+  lock.unlock();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  lock.lock();
+}
+
+}  // namespace
+
+SocketOwner::~SocketOwner() = default;
+
+std::optional<Clock::time_point> SocketOwner::tendLink(bool /*readable*/) { return {}; }
+int SocketOwner::linkDescriptor() const { return -1; }
+
+bool SocketOwner::isExitThread() {
+  const ProcessLock lock(processMutex());
+  return registry().exitThread == std::this_thread::get_id();
+}
+
+bool SocketOwner::attach(zmq::context_t& context) {
+  const ProcessLock lock(processMutex());
+  const bool ended = registry().endedContexts.count(&context) > 0;
+  // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
+  if (ended && registry().exitThread != std::this_thread::get_id()) return false;
+  if (process_ != getpid()) {
+    forgetSockets();
+    users_.clear();
+    openSockets_ = 0;
+  }
+  registry().owners.insert(this);
+  if (ended || !isMarked(context)) {
+    abi::__cxa_atexit(endContext, &context, nullptr);
+    registry().endedContexts.erase(&context);
+    mark(context);
+  }
+  context_ = &context;
+  process_ = getpid();
+  state_ = State::kUsable;
+  return true;
+}
+
+bool SocketOwner::isUsedElsewhere() const {
+  const std::thread::id self = std::this_thread::get_id();
+  return std::any_of(users_.begin(), users_.end(), [self](std::thread::id user) { return user != self; });
+}
+
+void SocketOwner::announceEnd() {
+  if (state_ != State::kUsable) return;
+  state_ = State::kEnding;
+  // The call of another thread may be waiting. Only an open socket keeps the context alive for certain.
+  if (isUsedElsewhere() && openSockets_ > 0) zmq_ctx_shutdown(context_->handle());
+}
+
+bool SocketOwner::closeIfUnused(ProcessLock& lock) noexcept {
+  if (state_ != State::kEnding || isUsedElsewhere()) return false;
+  state_ = State::kClosing;
+  lock.unlock();
+  closeSockets();
+  lock.lock();
+  state_ = State::kEnded;
+  return true;
+}
+
+void SocketOwner::endContext(void* context) {
+  ProcessLock lock(processMutex());
+  registry().exitThread = std::this_thread::get_id();
+  registry().endedContexts.insert(static_cast<zmq::context_t*>(context));
+  const auto isConcerned = [context](const SocketOwner* owner) {
+    return owner->context_ == context && owner->process_ == getpid();
+  };
+  for (SocketOwner* const owner : registry().owners) {
+    if (isConcerned(owner)) owner->announceEnd();
+  }
+  const auto isLeft = [&](const SocketOwner* owner) { return isConcerned(owner) && owner->state_ != State::kEnded; };
+  for (const Clock::time_point deadline = Clock::now() + kPatience; Clock::now() < deadline; pauseUnlocked(lock)) {
+    auto owner = registry().owners.begin();
+    // To close sockets unlocks the mutex, and the owners may change meanwhile.
+    while (owner != registry().owners.end()) {
+      const bool closed = isConcerned(*owner) && (*owner)->closeIfUnused(lock);
+      owner = closed ? registry().owners.begin() : std::next(owner);
+    }
+    if (std::none_of(registry().owners.begin(), registry().owners.end(), isLeft)) return;
+  }
+}
+
+void SocketOwner::retire() noexcept {
+  ProcessLock lock(processMutex());
+  if (process_ == getpid()) {
+    announceEnd();
+    while (!closeIfUnused(lock) && state_ != State::kEnded) pauseUnlocked(lock);
+  }
+  registry().owners.erase(this);
+  state_ = State::kEnded;
+}
+
+void* SocketOwner::openSocket(int type) {
+  const ProcessLock lock(processMutex());
+  if (state_ != State::kUsable) {
+    errno = ETERM;
+    return nullptr;
+  }
+  void* const socket = zmq_socket(context_->handle(), type);
+  if (socket == nullptr) return nullptr;
+  try {
+    registry().sockets[socket] = this;
+  } catch (...) {
+    zmq_close(socket);
+    throw;
+  }
+  ++openSockets_;
+  return socket;
+}
+
+void SocketOwner::closeSocket(void*& socket) noexcept {
+  if (socket == nullptr) return;
+  {
+    const ProcessLock lock(processMutex());
+    --openSockets_;
+    registry().sockets.erase(socket);
+  }
+  zmq_close(socket);
+  socket = nullptr;
+}
+
+SocketOwner::Refusal SocketOwner::begin() {
+  switch (state_) {
+    case State::kUnattached: return Refusal::kNotAttached;
+    case State::kUsable: break;
+    default: return Refusal::kEnding;
+  }
+  if (process_ != getpid()) return Refusal::kForked;
+  users_.push_back(std::this_thread::get_id());
+  return Refusal::kNone;
+}
+
+void SocketOwner::leave() {
+  ProcessLock lock(processMutex());
+  users_.erase(std::find(users_.begin(), users_.end(), std::this_thread::get_id()));
+  if (users_.empty()) closeIfUnused(lock);
+}
+
+SocketOwner::Use::Use(SocketOwner& owner) {
+  const ProcessLock lock(processMutex());
+  refusal_ = owner.begin();
+  owner_ = refusal_ == Refusal::kNone ? &owner : nullptr;
+}
+
+SocketOwner::Use::Use(const void* socket) : owner_(nullptr), refusal_(Refusal::kNone) {
+  const ProcessLock lock(processMutex());
+  const auto found = registry().sockets.find(socket);
+  if (found == registry().sockets.end()) return;
+  refusal_ = found->second->begin();
+  if (refusal_ == Refusal::kNone) owner_ = found->second;
+}
+
+SocketOwner::Use::Use(Use&& other) noexcept : owner_(std::exchange(other.owner_, nullptr)), refusal_(other.refusal_) {}
+
+SocketOwner::Use::~Use() {
+  if (owner_ == nullptr) return;
+  const int error = errno;  // of the call that ends with this use
+  owner_->leave();
+  errno = error;
+}
+
+bool descriptorsAvailable() {
+  std::array<int, 8> probes;
+  bool available = true;
+  for (int& probe : probes) {
+    probe = eventfd(0, EFD_CLOEXEC);
+    if (probe < 0 && (errno == EMFILE || errno == ENFILE)) available = false;
+  }
+  for (const int probe : probes) {
+    if (probe >= 0) close(probe);
+  }
+  return available;
+}
+
+}  // namespace zel

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <mutex>
+
+// Header-only: each of the two libraries has a mutex of its own.
+
+namespace zel {
+
+/// The only mutex of a library. It guards everything that the library's objects share, and is held for a few
+/// instructions at a time: never while application code runs, and never while a thread waits.
+///
+/// fork(2) copies a mutex in the state that it is in. So a handler locks this one before each fork and unlocks it
+/// afterwards in both processes: a child never inherits it locked by a thread that it does not have.
+inline std::mutex& processMutex() {
+  static std::mutex mutex;
+  [[maybe_unused]] static const int registered =
+      pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+  return mutex;
+}
+
+/// Makes the mutex when the library is loaded, before threads may fork while one of them makes it.
+[[maybe_unused]] inline const std::mutex& processMutexAtLoad = processMutex();
+
+using ProcessLock = std::unique_lock<std::mutex>;
+
+}  // namespace zel
