@@ -1,11 +1,14 @@
 #include "config/system_default_cfg.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 #include <type_traits>
 #include <utility>
 
 #include "client/zmq_utils.h"
 #include "common/failed_check.h"
+#include "common/shared/singleton.h"
 #include "common/status.h"
 
 using zel::checked;
@@ -116,37 +119,72 @@ int step(const zel::CodeLocation& here, int result, const char* done) {
 }  // namespace
 
 SystemDefaultCfg& SystemDefaultCfg::getInstance() {
-  static SystemDefaultCfg instance;
-  return instance;
+  static zel::Singleton<SystemDefaultCfg> singleton;
+  return singleton.get(make);
+}
+
+SystemDefaultCfg* SystemDefaultCfg::make() {
+  std::unique_ptr<SystemDefaultCfg> made(new SystemDefaultCfg);
+  // Not destroyed, since another thread may be using it: its sockets are closed by the handler of their context.
+  std::atexit([]() noexcept { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); });
+  return made.release();
 }
 
 SystemDefaultCfg::SystemDefaultCfg() {
   Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton being created ...");
   init();
+  constructed_ = true;
   Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton created");
 }
 
-SystemDefaultCfg::~SystemDefaultCfg() { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); }
+SystemDefaultCfg::~SystemDefaultCfg() = default;
 
 int SystemDefaultCfg::init() {
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   if (const int failure = step(ZEL_HERE, client_.init(context), "zmq context initialized")) return failure;
-  const int stored = fetch(client_, &SysMgrClient::getStoredParameters, stored_);
+  if (const int failure = checked(ZEL_HERE, takeOffWaiting())) return failure;
+  const int stored = converted([this] { return fetch(client_, &SysMgrClient::getStoredParameters, stored_); });
   if (const int failure = step(ZEL_HERE, stored, "stored parameters retrieved")) return failure;
-  const int dynamic = fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_);
+  const int dynamic = converted([this] { return fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_); });
   if (const int failure = step(ZEL_HERE, dynamic, "dynamic parameters retrieved")) return failure;
-  const int model = fetch(client_, &SysMgrClient::getBoardModel, boardModel_);
+  const int model = converted([this] { return fetch(client_, &SysMgrClient::getBoardModel, boardModel_); });
   if (const int failure = step(ZEL_HERE, model, "board model retrieved")) return failure;
 
   Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg INITIALIZATION SUCCESS");
   initialized_ = true;
 
   std::list<WhiteListEntry> fetched;  // the client appends
-  if (const int failure = step(ZEL_HERE, client_.getMcastWhitelist(fetched), "whitelist entry retrieved")) {
-    return failure;
-  }
+  const int whitelist = converted([&] { return client_.getMcastWhitelist(fetched); });
+  if (const int failure = step(ZEL_HERE, whitelist, "whitelist entry retrieved")) return failure;
   whitelist_.swap(fetched);
   return kOk;
+}
+
+/// Takes off the notifications that are older than what is fetched next. More of them than wait here may be on the way:
+/// in the publisher's queue and in the connection. Only a new connection is free of them.
+int SystemDefaultCfg::takeOffWaiting() {
+  if (!subscribersInitialized_) return kOk;
+  constexpr int kQueue = 1000;  // what waits here at most
+  for (int taken = 0; taken < kQueue; ++taken) {
+    try {
+      if (SysmgrSubscriber::processEvent({}) == 0) break;
+    } catch (const Json::Exception& wrongType) {
+      Logger::log(Logger::LEVEL_PROGRESS, "SystemDefaultCfg dropped a notification: %s", wrongType.what());
+    }
+  }
+  return renewConnection();
+}
+
+/// Fetches. While the cache is constructed, an answer with a value that does not convert is a failed fetch, since the
+/// construction has to succeed.
+template <class Fetch>
+int SystemDefaultCfg::converted(Fetch fetch) {
+  if (constructed_) return fetch();
+  try {
+    return fetch();
+  } catch (const Json::Exception&) {
+    return zel::status::kBadAnswer;
+  }
 }
 
 bool SystemDefaultCfg::isInitialized() const { return initialized_; }

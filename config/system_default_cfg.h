@@ -32,7 +32,7 @@ struct CodeLocation;
 ///
 /// Until a fetch has succeeded the getters answer with the defaults of the records. `init` may be called again at any
 /// time: to try again, after `initSubscribers`, and after a pause of the poll loop or an absence of the daemon in which
-/// notifications may have been lost (1000 wait, the ones behind them are dropped). Nothing tells the application of
+/// notifications may have been lost (1000 wait, the ones behind them are dropped). The application is not told of
 /// such a loss: one that has to be sure calls `init` now and then.
 ///
 /// Two board models are there: the configured one inside the stored parameters, and the one that the daemon reports.
@@ -42,18 +42,22 @@ struct CodeLocation;
 ///
 /// Threads: the first `getInstance` may happen on several threads at once. Everything else, reading included, belongs
 /// to the thread that runs the poll loop: a notification changes the records in place, inside `processEvent`.
-/// An object in static storage that uses the cache in its destructor has to use it in its constructor too, so that the
-/// cache is destroyed after it.
+/// The process may end while another thread uses the cache: the object stays in memory until the process is gone. At
+/// exit its sockets are closed; from there on requests fail with -100, `processEvent` returns 0 and the getters answer
+/// from what the cache holds.
 class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
  public:
   /// The single instance. The first call makes it and runs `init`, which takes up to the time-out of a request when
   /// there is no daemon; it comes out not initialized then. Logs "SystemDefaultCfg singleton being created ..." and
   /// "SystemDefaultCfg singleton created" at level 5.
-  /// @throws zmq::error_t when no context can be made, and JsonCpp's exceptions when the daemon's answer holds a value
-  ///         of a type that does not convert: the next call tries again.
+  ///
+  /// An answer of the daemon that holds a value of a type that does not convert counts as a step of `init` that failed
+  /// with -104: the cache comes out not initialized, or initialized without its whitelist.
+  /// @throws zmq::error_t when no context can be made: the next call tries again.
   static SystemDefaultCfg& getInstance();
 
-  /// Logs "SystemDefaultCfg singleton destroyed" at level 5.
+  /// Never called: at the end of the process the instance is ended, which logs "SystemDefaultCfg singleton destroyed"
+  /// at level 5, and stays in memory.
   ~SystemDefaultCfg() override;
   SystemDefaultCfg(const SystemDefaultCfg&) = delete;
   SystemDefaultCfg& operator=(const SystemDefaultCfg&) = delete;
@@ -62,8 +66,14 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   /// in this order. The first step that fails ends it and is logged at level 2; what was fetched before is kept.
   ///
   /// Does all of it again each time: the client is connected anew, the records are read over what they hold (keys that
-  /// a record keeps when they are missing stay), and the whitelist is replaced when it has come and kept when not. The
-  /// subscription is not touched.
+  /// a record keeps when they are missing stay), and the whitelist is replaced when it has come and kept when not.
+  ///
+  /// After `initSubscribers` the notifications that wait are taken off first, so that none of them replaces what is
+  /// fetched: up to 1000 as `processEvent` does; then the connection to the publisher is renewed, which drops the rest
+  /// (one line at level 6). The subscriptions and the poll item stay. A notification that does not convert is logged at
+  /// level 6 and dropped.
+  ///
+  /// JsonCpp's exceptions (a value that does not convert) leave this call: what was fetched before is kept.
   ///
   /// @return 0, or the negative code of the step that failed. A whitelist that does not come is reported here only: the
   ///         cache counts as initialized without it.
@@ -165,6 +175,10 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
 
  private:
   SystemDefaultCfg();
+  static SystemDefaultCfg* make();
+  int takeOffWaiting();
+  template <class Fetch>
+  int converted(Fetch fetch);
   int refreshUnlessFollowing(const zel::CodeLocation& here);
   const EthBasicInfo* findInterface(const std::string& name) const;
 
@@ -172,6 +186,7 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   SysParameters stored_;
   SysParametersDynamic dynamic_;
   BoardModel boardModel_;
+  bool constructed_ = false;
   bool subscribersInitialized_ = false;
   bool initialized_ = false;
   std::list<WhiteListEntry> whitelist_;

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -289,12 +291,36 @@ TEST(SystemDefaultCfg, ReplacesTheWhitelistWhenItIsInitializedAgain) {
   EXPECT_EQ(&list, &cache().getMulticastWhiteList()) << "it is the list itself that is handed out";
 }
 
-TEST(SystemDefaultCfg, IsMadeByTheNextCallWhenAnAnswerHasAWrongType) {
-  FakeBoard board;
-  board.set(FakeBoard::kDynamic, R"({"temperature": {"fpga": "hot"}})");
-  EXPECT_THROW(cache(), Json::LogicError);
-  board.set(FakeBoard::kDynamic, "{}");
-  EXPECT_TRUE(cache().isInitialized());
+struct WrongType {
+  const char* id;
+  const char* document;
+  bool initialized;
+};
+
+TEST(SystemDefaultCfg, StandsWhenTheFirstAnswerHasAWrongType) {
+  const WrongType wrongTypes[] = {{FakeBoard::kStored, R"({"rtsp": {"tcp-port": "many"}})", false},
+                                  {FakeBoard::kStored, "[1]", false},
+                                  {FakeBoard::kDynamic, R"({"temperature": {"fpga": "hot"}})", false},
+                                  {FakeBoard::kBoardModel, R"({"model": {"a": 1}})", false},
+                                  {FakeBoard::kWhitelist, R"([{"enabled": "yes"}])", true},
+                                  {FakeBoard::kWhitelist, R"({"a": 1})", true}};
+  for (const WrongType& wrong : wrongTypes) {
+    ChildProcess process = ChildProcess::call([&wrong] {
+      FakeBoard board;
+      board.set(wrong.id, wrong.document);
+      CapturedLog log;
+      EXPECT_EQ(cache().isInitialized(), wrong.initialized);
+      EXPECT_THAT(log.texts(2),
+                  ElementsAre(MatchesRegex(checkLine("int SystemDefaultCfg::init()", zel::status::kBadAnswer))));
+      EXPECT_EQ(rtspPort(), 8554u);
+      EXPECT_THAT(whitelist(), IsEmpty());
+      board.set(wrong.id, "{}");
+      EXPECT_EQ(cache().init(), 0);
+      EXPECT_TRUE(cache().isInitialized());
+      return 0;
+    });
+    EXPECT_EQ(process.wait(), 0) << wrong.document << '\n' << process.output() << process.errors();
+  }
 }
 
 TEST(SystemDefaultCfg, CanBeUsedAfterAnAnswerOfAWrongType) {
@@ -633,6 +659,75 @@ TEST_F(Following, IsUpToDateAfterABurstThatItSleptThrough) {
   EXPECT_EQ(rtspPort(), 5000u);
   process("1000", R"({"rtsp": {"tcp-port": 6000}})");
   EXPECT_EQ(rtspPort(), 6000u);
+}
+
+/// The port of the newest stored document, as the board answers and publishes it.
+std::string storedWithPort(unsigned int port) { return R"({"rtsp": {"tcp-port": )" + std::to_string(port) + "}}"; }
+
+/// By hand, with more: ZEL_PAUSE_ROUNDS=100.
+int pauseRounds() {
+  const char* const wished = std::getenv("ZEL_PAUSE_ROUNDS");
+  return wished == nullptr ? 3 : std::atoi(wished);
+}
+
+TEST_F(Following, NothingThatWaitedDuringAPauseReplacesWhatInitFetches) {
+  constexpr unsigned int kChanges = 20'000;
+  for (int round = 0; round < pauseRounds(); ++round) {
+    for (unsigned int port = 1; port <= kChanges; ++port) board.publisher.publish("1000", storedWithPort(port));
+    board.set(FakeBoard::kStored, storedWithPort(kChanges));
+    ASSERT_EQ(cache().init(), 0);
+    ASSERT_EQ(rtspPort(), kChanges) << round;
+    for (int quiet = 0; quiet < 3;) {
+      if (fds.poll(10) == 0) ++quiet;
+      while (cache().processEvent(fds[0]) != 0) continue;
+      ASSERT_EQ(rtspPort(), kChanges) << round;
+    }
+  }
+  process("1000", storedWithPort(6000));
+  EXPECT_EQ(rtspPort(), 6000u);
+}
+
+TEST_F(Following, EqualsTheDaemonOnceTheWritersRest) {
+  for (int round = 0; round < pauseRounds(); ++round) {
+    for (unsigned int port = 1; port <= 5000; ++port) board.publisher.publish("1000", storedWithPort(port));
+    std::atomic<bool> rest{false};
+    std::atomic<unsigned int> last{0};
+    std::thread writer([&] {
+      for (unsigned int port = 10'000; !rest; ++port) {
+        board.set(FakeBoard::kStored, storedWithPort(port));
+        board.publisher.publish("1000", storedWithPort(port));
+        last = port;
+        std::this_thread::sleep_for(200us);
+      }
+    });
+    const int result = cache().init();
+    rest = true;
+    writer.join();
+    ASSERT_EQ(result, 0);
+    ASSERT_TRUE(waitUntil([&] {
+      fds.poll(1);
+      while (cache().processEvent(fds[0]) != 0) continue;
+      return rtspPort() == last;
+    })) << "round "
+        << round << ": " << rtspPort() << " instead of " << last;
+  }
+}
+
+TEST_F(Following, DropsAWaitingNotificationOfAWrongTypeInInit) {
+  board.publisher.publish("1000", R"({"rtsp": {"tcp-port": "many"}})");
+  ASSERT_EQ(fds.poll(kSoon.count()), 1);
+  CapturedLog log;
+  EXPECT_EQ(cache().init(), 0);
+  EXPECT_THAT(log.texts(6), testing::Contains(testing::StartsWith("SystemDefaultCfg dropped a notification: ")));
+  EXPECT_EQ(rtspPort(), 5000u);
+}
+
+TEST_F(Following, HandlesWhatWaitsWhenInitFails) {
+  board.publisher.publish("1000", storedWithPort(5007));
+  ASSERT_EQ(fds.poll(kSoon.count()), 1);
+  board.refuse(FakeBoard::kStored, -5);
+  EXPECT_EQ(cache().init(), -5);
+  EXPECT_EQ(rtspPort(), 5007u);
 }
 
 TEST(SystemDefaultCfg, MayBeSubscribedBeforeThereIsADaemon) {
