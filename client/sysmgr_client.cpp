@@ -2,16 +2,19 @@
 
 #include <utility>
 
+#include "client/commands.h"
 #include "common/failed_check.h"
 
 using zel::checked;
 
 namespace {
 
-constexpr char kWhiteList[] = "white-list";
-
 /// JsonCpp keeps a pointer to such a key instead of a copy; ours are all literals.
 Json::StaticString literal(const char* key) { return Json::StaticString(key); }
+
+/// The member of a query's answer that its record is read from.
+template <SysMgrCommands::sysmgr_msg_t id>
+constexpr const char* payload = zel::findCommand(id)->payload;
 
 /// The text up to its first NUL.
 const char* untilNul(const std::string& text) { return text.c_str(); }
@@ -146,23 +149,26 @@ int SysMgrClient::setModuleState(const std::string& module, bool error, bool war
 // Queries
 
 int SysMgrClient::getStoredParameters(SysParameters& parameters) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getStoredParameters, "stored", parameters);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getStoredParameters, payload<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS>,
+               parameters);
 }
 
 int SysMgrClient::getDynamicParameters(SysParametersDynamic& parameters) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getDynamicParameters, "dynamic", parameters);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getDynamicParameters,
+               payload<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS>, parameters);
 }
 
 int SysMgrClient::getSystemInfo(SystemBasicInfo& info) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getSystemInfo, "systemInfo", info);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getSystemInfo, payload<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO>, info);
 }
 
 int SysMgrClient::getBoardModel(BoardModel& model) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getBoardModel, "board-model", model);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getBoardModel, payload<SysMgrCommands::SYSMGR_GET_BOARD_MODEL>, model);
 }
 
 int SysMgrClient::getNetworkStackStatus(NetworkStackStatus& status) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getNetworkStackStatus, "network-stack-status", status);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getNetworkStackStatus,
+               payload<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS>, status);
 }
 
 // Multicast whitelist
@@ -172,7 +178,7 @@ int SysMgrClient::getMcastWhitelist(std::list<WhiteListEntry>& entries) {
   const int result = checked(ZEL_HERE, json_.getMcastWhitelist(reply));
   if (result < 0) return result;
 
-  Json::Value& listed = reply[kWhiteList];
+  Json::Value& listed = reply[zel::kWhitelistMember];
   for (Json::ArrayIndex i = 0; i < listed.size(); ++i) {
     WhiteListEntry entry;
     entry.Deserialize(listed[i]);
@@ -201,7 +207,7 @@ int SysMgrClient::enableMcastWhitelist(std::string ip, std::string mask, bool en
 
 int SysMgrClient::changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry) {
   Json::Value request;
-  entry.Serialize(request[kWhiteList][0]);
+  entry.Serialize(request[zel::kWhitelistMember][0]);
   return send(here, command, request);
 }
 

@@ -1,47 +1,20 @@
 #include "client/sysmgr_jsonApi.h"
 
-#include <utility>
-#include <vector>
+#include <iterator>
 
+#include "client/commands.h"
 #include "common/failed_check.h"
 #include "common/ipc_msg.h"
 
 using zel::checked;
 
 int SysMgrCommands::getCommandNameStr(sysmgr_msg_t id, std::string& name) {
-  using Row = std::pair<int, std::string>;
-  // The texts are the daemon's own, capitals included. Never destroyed: a request that fails while the process ends
-  // still names its command.
-  static const std::vector<Row>& command_table = *new const std::vector<Row>{
-      {SYSMGR_GET_STORED_PARAMETERS, "GET Stored parameters"},
-      {SYSMGR_GET_DYNAMIC_PARAMETERS, "GET Dynamic Parameters"},
-      {SYSMGR_SET_PARAMETER, "SET stored parameters"},
-      {SYSMGR_GET_BOARD_MODEL, "GET Board Model"},
-      {SYSMGR_GET_NETWORK_STACK_STATUS, "GET network stack status"},
-      {SYSMGR_GET_SYSTEM_INFO, "GET system info"},
-      {SYSMGR_FACTORY_RESET, "Resets the configuration files to factory default"},
-      {SYSMGR_SET_MODULE_STATE, "SET module state"},
-      {SYSMGR_REBOOT_DEVICE, "SET request a device reboot"},
-      {SYSMGR_GET_INTERNAL_DEBUG_INFO, "GET debug info"},
-      {SYSMGR_ADD_MCAST_WHITELIST, "ADD Multicast Whitelist configuration"},
-      {SYSMGR_REMOVE_MCAST_WHITELIST, "REM Multicast Whitelist configuration"},
-      {SYSMGR_ENABLE_MCAST_WHITELIST, "Enable Multicast Whitelist configuration"},
-      {SYSMGR_GET_MCAST_WHITELIST, "GET Multicast Whitelist configuration"},
-      {SYSMGR_SET_GPIO_CONFIGURATION, "SET gpio configuration"},
-      {SYSMGR_GET_GPIO_CONFIGURATION, "GET gpio configuration"},
-      {SYSMGR_SET_IDENTIFY_LEDS, "SET Identify LEDs"},
-  };
-
-  if (id > SYSMGR_SET_IDENTIFY_LEDS) {
+  constexpr sysmgr_msg_t kHighest = std::end(zel::kCommands)[-1].id;
+  if (id > kHighest) {
     name += "not recognized";
     return 0;
   }
-  for (const auto& [known, text] : command_table) {
-    if (known == id) {
-      name = text;
-      break;
-    }
-  }
+  if (const zel::CommandRow* const row = zel::findCommand(id)) name = row->name;
   return 0;
 }
 

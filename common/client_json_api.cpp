@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string_view>
 
+#include "common/envelope.h"
 #include "common/format_text.h"
 #include "common/internal/socket_owner.h"
 #include "common/shared/recycled.h"
@@ -17,6 +18,9 @@ using zel::Frame;
 using zel::joined;
 using zel::mayTryAgain;
 using zel::waitFor;
+using zel::envelope::kAuxErrors;
+using zel::envelope::kError;
+using zel::envelope::kStatus;
 using zel::status::kBadAnswer;
 using zel::status::kBadRequest;
 using zel::status::kCannotConnect;
@@ -47,8 +51,6 @@ constexpr std::chrono::milliseconds kPatience{50};
 const Json::Value* find(const Json::Value& object, std::string_view name) {
   return object.find(name.data(), name.data() + name.size());
 }
-
-constexpr std::string_view kStatus = "status";
 
 int statusOf(const Json::Value& answer) {
   const Json::Value* const status = find(answer, kStatus);
@@ -275,14 +277,14 @@ int ClientJsonApi::fail(int code, unsigned int id, const std::string& what) {
 }
 
 int ClientJsonApi::refused(int status, unsigned int id, const Json::Value& reply) {
-  const Json::Value& error = reply["error"];
+  const Json::Value& error = reply[kError];
   if (const std::string text = error.isString() ? error.asString() : ""; !text.empty()) {
     lastError_ = {status, text};
   } else {
     fail(status, id, joined({" was refused by the daemon with the status ", std::to_string(status), "."}));
   }
 
-  const Json::Value& auxiliary = reply["aux-errors"];
+  const Json::Value& auxiliary = reply[kAuxErrors];
   std::string messages;
   if (auxiliary.isArray()) {
     for (const Json::Value& message : auxiliary) {

@@ -10,69 +10,28 @@
 #include "common/failed_check.h"
 #include "common/shared/singleton.h"
 #include "common/status.h"
+#include "types/board_models.h"
 
 using zel::checked;
+using zel::models::Redundancy;
+using zel::models::Row;
+using zel::models::Traffic;
 using zel::status::kInterfaceNotFound;
 using zel::status::kNullParameter;
 using zel::status::kOk;
 
 namespace {
 
-/// How a board model carries streams twice when redundancy is enabled.
-enum class Redundancy { kNone, kDualLink, kSinglePort };
-
-/// The interfaces that carry the streams.
-struct Traffic {
-  const char* primary;
-  const char* secondary;  ///< null: none
-};
-
-struct ModelRow {
-  BoardModelType::board_models_t model;
-  Redundancy redundancy;
-  Traffic withRedundancy;
-  Traffic withoutRedundancy;
-};
-
-constexpr Traffic kEth12{"eth1", "eth2"};
-constexpr Traffic kEth23{"eth2", "eth3"};
-// The interface of this model has its name from the model's label; this one stands where the label is empty.
-constexpr Traffic kNimbra{"enp2s0f0", nullptr};
-
-// On purpose most models report their secondary interface with redundancy off, too.
-constexpr ModelRow kModels[] = {
-    {BoardModelType::ORVEN_AES67, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::TRISK_AES67, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::ORVEN_AVB, Redundancy::kNone, {"eth1", nullptr}, {"eth1", nullptr}},
-    {BoardModelType::KORVA, Redundancy::kDualLink, kEth23, kEth23},
-    {BoardModelType::ORVEN_TESSA, Redundancy::kSinglePort, {"eth0.10", "eth0.20"}, {"eth0", nullptr}},
-    {BoardModelType::BRAVIK_AOIP, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::ORVEN_QUILL_IO, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::NIMBRA_AES67, Redundancy::kNone, kNimbra, kNimbra},
-    {BoardModelType::ZIRC, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::VELDA, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::MERIX, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::PIXA_MADI, Redundancy::kDualLink, kEth12, kEth12},
-    {BoardModelType::PIXA_AES1616, Redundancy::kDualLink, kEth12, kEth12},
-};
-
-/// @return null for a model that is none of the table's
-const ModelRow* rowOf(BoardModelType::board_models_t model) {
-  const auto row = std::find_if(std::begin(kModels), std::end(kModels),
-                                [model](const ModelRow& each) { return each.model == model; });
-  return row == std::end(kModels) ? nullptr : row;
-}
-
 bool hasRedundancy(const BoardModel& board, Redundancy redundancy) {
-  const ModelRow* const row = rowOf(board.model);
-  return row != nullptr && row->redundancy == redundancy;
+  const Row* const row = zel::models::find(board.model);
+  return row != nullptr && row->streams.redundancy == redundancy;
 }
 
 std::vector<std::string> trafficInterfaces(const BoardModel& board, bool redundancyEnable) {
-  const ModelRow* const row = rowOf(board.model);
+  const Row* const row = zel::models::find(board.model);
   if (row == nullptr) return {};
-  const Traffic& traffic = redundancyEnable ? row->withRedundancy : row->withoutRedundancy;
-  const bool named = board.model == BoardModelType::NIMBRA_AES67 && !board.modelLabel.empty();
+  const Traffic& traffic = redundancyEnable ? row->streams.withRedundancy : row->streams.withoutRedundancy;
+  const bool named = row->runsOnAnyHost && !board.modelLabel.empty();
   std::vector<std::string> names{named ? board.modelLabel : traffic.primary};
   if (traffic.secondary != nullptr) names.emplace_back(traffic.secondary);
   return names;

@@ -3,42 +3,19 @@
 #include "common/status.h"
 #include "net/eth_ip_utils.h"
 #include "net/host_interfaces.h"
+#include "types/board_models.h"
 #include "types/sys_parameters.h"
 
 namespace {
 
-constexpr auto kStatic = EthMode::ETH_MODE_STATIC;
-constexpr auto kDhcp = EthMode::ETH_MODE_DHCP;
+using zel::models::FactoryInterface;
+using zel::models::kDhcp;
+using zel::models::kStatic;
+using zel::models::Row;
+
 constexpr uint32_t kStaticIp = 0xC0A80064;  // 192.168.0.100
 
-struct DefaultInterface {
-  const char* eth = nullptr;
-  EthMode::eth_mode_t mode = kStatic;
-  uint16_t vlanId = 0;
-};
-
-struct DefaultRow {
-  BoardModelType::board_models_t model;
-  DefaultInterface interfaces[4];  ///< the unused ones at the end have no name
-};
-
-// The factory set of each model. Models without a row have no interfaces, but for the one whose set is the host's.
-constexpr DefaultRow kDefaults[] = {
-    {BoardModelType::ORVEN_AES67, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-    {BoardModelType::TRISK_AES67, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-    {BoardModelType::ORVEN_AVB, {{"eth0", kStatic}, {"eth1", kDhcp}}},
-    {BoardModelType::KORVA, {{"eth0", kDhcp}, {"eth1", kStatic}, {"eth2", kDhcp}, {"eth3", kDhcp}}},
-    {BoardModelType::ORVEN_TESSA, {{"eth0", kStatic}, {"eth0.10", kDhcp, 10}, {"eth0.20", kDhcp, 20}}},
-    {BoardModelType::BRAVIK_AOIP, {{"eth0", kDhcp}, {"eth1", kStatic}, {"eth2", kDhcp}}},
-    {BoardModelType::ORVEN_QUILL_IO, {{"eth0", kStatic}, {"eth1", kDhcp}}},
-    {BoardModelType::ZIRC, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-    {BoardModelType::MERIX, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-    {BoardModelType::PIXA_MADI, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-    {BoardModelType::PIXA_AES1616, {{"eth0", kStatic}, {"eth1", kDhcp}, {"eth2", kDhcp}}},
-};
-constexpr auto kModelOfTheHost = BoardModelType::NIMBRA_AES67;
-
-EthIpV4Cfg toConfig(const DefaultInterface& interface) {
+EthIpV4Cfg toConfig(const FactoryInterface& interface) {
   EthIpV4Cfg config;
   config.eth = interface.eth;
   config.mode.mode = interface.mode;
@@ -47,12 +24,9 @@ EthIpV4Cfg toConfig(const DefaultInterface& interface) {
   return config;
 }
 
-void appendFactorySet(std::list<EthIpV4Cfg>& out, BoardModelType::board_models_t model) {
-  for (const DefaultRow& row : kDefaults) {
-    if (row.model != model) continue;
-    for (const DefaultInterface& interface : row.interfaces) {
-      if (interface.eth != nullptr) out.push_back(toConfig(interface));
-    }
+void appendFactorySet(std::list<EthIpV4Cfg>& out, const Row& model) {
+  for (const FactoryInterface& interface : model.interfaces) {
+    if (interface.eth != nullptr) out.push_back(toConfig(interface));
   }
 }
 
@@ -71,10 +45,12 @@ void appendHostSet(std::list<EthIpV4Cfg>& out) {
 
 int SysParameters::fillEthIPv4DefaultCfg(std::list<EthIpV4Cfg>& out, const BoardModel& model) const {
   out.clear();
-  if (model.model == kModelOfTheHost) {
+  const Row* const row = zel::models::find(model.model);
+  if (row == nullptr) return zel::status::kOk;
+  if (row->runsOnAnyHost) {
     appendHostSet(out);
   } else {
-    appendFactorySet(out, model.model);
+    appendFactorySet(out, *row);
   }
   return zel::status::kOk;
 }
@@ -82,7 +58,8 @@ int SysParameters::fillEthIPv4DefaultCfg(std::list<EthIpV4Cfg>& out, const Board
 int SysParameters::setEthIpv4DefaultConfig(const BoardModel& model) { return fillEthIPv4DefaultCfg(ethIPv4Cfg, model); }
 
 bool SysParameters::isEthIPv4ConfigDefault(const BoardModel& model) const {
-  if (model.model == kModelOfTheHost) return false;
+  const Row* const row = zel::models::find(model.model);
+  if (row != nullptr && row->runsOnAnyHost) return false;
 
   std::list<EthIpV4Cfg> defaults;
   fillEthIPv4DefaultCfg(defaults, model);

@@ -7,6 +7,13 @@
 #include "../common/ip_address.h"
 #include "../common/json_serializable.h"
 
+namespace zel {
+
+/// The member that holds the array of whitelist entries, in requests, answers and notifications.
+inline constexpr char kWhitelistMember[] = "white-list";
+
+}  // namespace zel
+
 /// One range of addresses from which the board accepts multicast streams. Addresses in host order, the first octet in
 /// the most significant byte.
 class ZEL_EXPORT WhiteListEntry : public IJsonSerializable {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <thread>
 
+#include "client/commands.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/scripted_daemon.h"
 
@@ -214,6 +215,26 @@ TEST(CommandDescription, MayBeAskedForFirstOnManyThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(names, testing::Each("GET Board Model"));
+}
+
+TEST(CommandTable, HasARowForEachOperationInAscendingOrderOfTheIds) {
+  std::vector<unsigned int> ids;
+  for (const Operation& operation : kOperations) ids.push_back(operation.id);
+  std::vector<unsigned int> rows;
+  for (const zel::CommandRow& row : zel::kCommands) rows.push_back(static_cast<unsigned int>(row.id));
+  EXPECT_EQ(rows, ids);
+  EXPECT_EQ(zel::findCommand(static_cast<SysMgrCommands::sysmgr_msg_t>(9)), nullptr);
+}
+
+TEST(CommandTable, NamesTheMemberThatAnswersAQuery) {
+  std::vector<std::pair<int, std::string>> payloads;
+  for (const zel::CommandRow& row : zel::kCommands) {
+    if (row.payload != nullptr) payloads.emplace_back(row.id, row.payload);
+  }
+  const std::vector<std::pair<int, std::string>> expected = {{0, "stored"},      {1, "dynamic"},
+                                                             {3, "board-model"}, {4, "network-stack-status"},
+                                                             {5, "systemInfo"},  {16, "white-list"}};
+  EXPECT_EQ(payloads, expected);
 }
 
 TEST(SysMgrJsonClient, ConnectsToTheDaemonsPortOnTheLoopback) {
