@@ -1,12 +1,14 @@
 // Gives an interface a static address: reads its present configuration, checks the new one, stores it.
 
+#include <json/value.h>
+
 #include <algorithm>
 #include <cstdio>
 
 #include "client/sysmgr_client.h"
 #include "client/zmq_utils.h"
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   if (argc != 3) {
     std::fprintf(stderr, "usage: %s INTERFACE ADDRESS\n", argv[0]);
     return 2;
@@ -29,4 +31,7 @@ int main(int argc, char** argv) {
   entry->ip = address.getAddress();
   if (entry->validate() < 0 || client.addEthIPv4Cfg(*entry) < 0) return 1;
   std::printf("%s has the address %s\n", argv[1], address.toString().c_str());
+} catch (const Json::Exception& error) {
+  std::fprintf(stderr, "a document of the daemon's has a value of a wrong type: %s\n", error.what());
+  return 1;
 }

@@ -1,4 +1,6 @@
-// The first request: stores a setting, reads the settings back, and says what went wrong where something did.
+// The first request: stores a setting, reads the settings back, and says what went wrong if something did.
+
+#include <json/value.h>
 
 #include <cstdio>
 
@@ -16,7 +18,7 @@ int fail(SysMgrClient& client) {
 
 }  // namespace
 
-int main() {
+int main() try {
   SysMgrClient client;
   if (client.init(ZmqUtils::getInstance().getContext()) < 0) return fail(client);
 
@@ -25,4 +27,7 @@ int main() {
   SysParameters stored;
   if (client.getStoredParameters(stored) < 0) return fail(client);
   std::printf("RTSP listens on port %u\n", stored.rtspTcpPort);
+} catch (const Json::Exception& error) {
+  std::fprintf(stderr, "a document of the daemon's has a value of a wrong type: %s\n", error.what());
+  return 1;
 }

@@ -1,13 +1,11 @@
-// Follows the board's configuration inside an epoll loop: shows the RTSP port whenever it has changed, until it is told
-// to end.
+// Follows the board's configuration inside an epoll loop: shows the RTSP port whenever it has changed, until SIGINT or
+// SIGTERM.
 //
-// ZeroMQ's descriptor, ZMQ_FD, tells that something may have happened to the socket, not that a message is there, and
-// it tells it once: it is edge-triggered, also where epoll is level-triggered. A loop that waits while messages are
-// there already sleeps until the next one comes. So:
-//   - before each wait, take notifications until there is none;
-//   - wait with a time-out: a connection that is gone for good wakes nobody, and the same calls revive it.
+// ZeroMQ's descriptor, ZMQ_FD, is edge-triggered, also where epoll is level-triggered: it becomes readable once when
+// something happens to the socket, and stays silent while messages wait. So the loop takes all notifications before
+// each wait. And it waits for one second at most: a connection that libzmq has given up makes no descriptor readable;
+// `processEvent` renews it.
 
-#include <json/value.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -15,22 +13,11 @@
 #include <csignal>
 #include <cstdio>
 
-#include "config/system_default_cfg.h"
+#include "cache_follower.h"
 
 namespace {
 
-void takeNotifications(SystemDefaultCfg& cache, const zmq_pollitem_t& item) {
-  for (;;) {
-    try {
-      if (cache.processEvent(item) == 0) return;
-    } catch (const Json::Exception& wrongType) {
-      // The cache keeps what it had and works on.
-      std::fprintf(stderr, "a notification was dropped: %s\n", wrongType.what());
-    }
-  }
-}
-
-int endDescriptor() {
+int signalDescriptor() {
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
@@ -57,33 +44,27 @@ bool watch(int epoll, int descriptor) {
 }  // namespace
 
 int main() {
-  const int end = endDescriptor();
-
-  SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
   PollFds fds;
-  if (cache.initSubscribers(fds) < 0) return 1;
-  cache.init();
-  const zmq_pollitem_t item = fds[0];
+  CacheFollower follower;
+  if (!follower.subscribe(fds)) return 1;
 
+  const int signals = signalDescriptor();
   const int epoll = epoll_create1(EPOLL_CLOEXEC);
-  if (!watch(epoll, descriptorOf(item.socket)) || !watch(epoll, end)) return 1;
+  if (!watch(epoll, descriptorOf(fds[0].socket)) || !watch(epoll, signals)) return 1;
 
   unsigned int shown = 0;
   for (;;) {
-    takeNotifications(cache, item);
-    if (!cache.isInitialized()) cache.init();  // there was no daemon at the start
-
+    follower.update();
     unsigned int port = 0;
-    cache.getRtspTcpPort(&port);
+    follower.cache().getRtspTcpPort(&port);
     if (port != shown) std::printf("RTSP port %u\n", port);
     std::fflush(stdout);
     shown = port;
 
     epoll_event event{};
     const int ready = epoll_wait(epoll, &event, 1, 1000);
-    if (ready > 0 && event.data.fd == end) break;
+    if (ready > 0 && event.data.fd == signals) break;
   }
   close(epoll);
-  close(end);
-  return 0;
+  close(signals);
 }

@@ -1,25 +1,14 @@
 // Follows the board's configuration inside an sd-event loop. The rule is that of follow_cache_epoll.cpp: before each
-// wait take notifications until there is none, and wait a second at most.
+// wait take all notifications, and wait for one second at most.
 
-#include <json/value.h>
 #include <systemd/sd-event.h>
 
 #include <csignal>
 #include <cstdio>
 
-#include "config/system_default_cfg.h"
+#include "cache_follower.h"
 
 namespace {
-
-void takeNotifications(SystemDefaultCfg& cache, const zmq_pollitem_t& item) {
-  for (;;) {
-    try {
-      if (cache.processEvent(item) == 0) return;
-    } catch (const Json::Exception& wrongType) {
-      std::fprintf(stderr, "a notification was dropped: %s\n", wrongType.what());
-    }
-  }
-}
 
 int descriptorOf(void* socket) {
   int descriptor = -1;
@@ -28,10 +17,10 @@ int descriptorOf(void* socket) {
   return descriptor;
 }
 
-/// Wakes the loop, which does the rest before its next wait.
+/// Ends the wait: `update` follows before the next one.
 int woken(sd_event_source*, int, uint32_t, void*) { return 0; }
 
-void blockEndSignals() {
+void blockSignals() {
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);
@@ -42,13 +31,11 @@ void blockEndSignals() {
 }  // namespace
 
 int main() {
-  blockEndSignals();  // sd-event reads them from a descriptor
-
-  SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
   PollFds fds;
-  if (cache.initSubscribers(fds) < 0) return 1;
-  cache.init();
+  CacheFollower follower;
+  if (!follower.subscribe(fds)) return 1;
 
+  blockSignals();  // sd-event reads them from a descriptor
   sd_event* loop = nullptr;
   if (sd_event_new(&loop) < 0 || sd_event_add_signal(loop, nullptr, SIGINT, nullptr, nullptr) < 0 ||
       sd_event_add_signal(loop, nullptr, SIGTERM, nullptr, nullptr) < 0 ||
@@ -58,14 +45,13 @@ int main() {
   constexpr uint64_t kOneSecond = 1000000;  // in microseconds
   unsigned int shown = 0;
   while (sd_event_get_state(loop) != SD_EVENT_FINISHED) {
-    takeNotifications(cache, fds[0]);
+    follower.update();
     unsigned int port = 0;
-    cache.getRtspTcpPort(&port);
+    follower.cache().getRtspTcpPort(&port);
     if (port != shown) std::printf("RTSP port %u\n", port);
     std::fflush(stdout);
     shown = port;
     if (sd_event_run(loop, kOneSecond) < 0) break;
   }
   sd_event_unref(loop);
-  return 0;
 }

@@ -1,6 +1,8 @@
 // Follows the daemon's notifications: shows each change of the stored parameters and of the whitelist, and ends when a
 // reboot is requested.
 
+#include <json/value.h>
+
 #include <cstdio>
 
 #include "client/zmq_utils.h"
@@ -27,6 +29,16 @@ class Receiver final : public SysmgrSubscriber {
   bool rebootRequested = false;
 };
 
+/// Takes one notification. @return whether there was one
+bool take(Receiver& receiver, const zmq_pollitem_t& item) {
+  try {
+    return receiver.processEvent(item) != 0;
+  } catch (const Json::Exception& error) {
+    std::fprintf(stderr, "a notification has a value of a wrong type: %s\n", error.what());
+    return true;
+  }
+}
+
 }  // namespace
 
 int main() {
@@ -39,6 +51,6 @@ int main() {
 
   while (!receiver.rebootRequested) {
     if (fds.poll(1000) < 0) return 1;
-    while (receiver.processEvent(fds[0]) != 0) std::fflush(stdout);
+    while (take(receiver, fds[0])) std::fflush(stdout);
   }
 }

@@ -2,14 +2,22 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
+#include <fstream>
 #include <optional>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/config/fake_board.h"
+#include "tests/simulator/board_process.h"
+#include "tests/simulator/temporary_folder.h"
 #include "tests/support/child_process.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using zel::test::ChildProcess;
 using zel::test::FakeBoard;
 
@@ -51,7 +59,7 @@ TEST_P(Example, FollowsTheConfigurationUntilItIsToldToEnd) {
   board->publisher.publish("1000", R"({"rtsp": {"tcp-port": "text"}})");
   for (int port = 5002; port < 5010; ++port) publish(port);
   EXPECT_TRUE(example.waitForOutput(shown(5009))) << "it goes on behind a burst, and behind a wrong value";
-  EXPECT_THAT(example.errors(), testing::HasSubstr("a notification was dropped"));
+  EXPECT_THAT(example.errors(), testing::HasSubstr("of a wrong type"));
   example.signal(SIGTERM);
   EXPECT_EQ(example.wait(), 0) << example.errors();
 }
@@ -71,6 +79,94 @@ TEST_P(Example, FollowsADaemonThatRestarts) {
   EXPECT_TRUE(example.waitForOutput(shown(5002)));
 }
 
+/// The examples beside sysmgr-sim, which a user starts, kills and freezes.
+class ExampleBesideTheSimulator : public testing::TestWithParam<Loop> {
+ protected:
+  /// Starts a board whose RTSP port is `port`.
+  ChildProcess startBoardWith(int port, std::vector<std::string> arguments = {}) {
+    const std::string state = folder_.file("state.json");
+    std::ofstream(state) << R"({"stored": {"rtsp": {"tcp-port": )" << port << "}}}";
+    arguments.insert(arguments.end(), {"--state", state});
+    ChildProcess board = zel::test::startBoard(arguments);
+    EXPECT_TRUE(board.waitForOutput(zel::test::kReady)) << board.errors();
+    return board;
+  }
+  static ChildProcess startExample() { return ChildProcess::run({GetParam().program}); }
+  static bool waitForPort(ChildProcess& example, int port) {
+    return example.waitForOutput("RTSP port " + std::to_string(port), 2 * zel::test::kSoon);
+  }
+  static bool waitForErrors(ChildProcess& example, const std::string& text) {
+    return zel::test::waitUntil([&] { return example.errors().find(text) != std::string::npos; }, 3 * zel::test::kSoon);
+  }
+  /// Expects that SIGTERM ends the example at once.
+  static void expectEnd(ChildProcess& example) {
+    example.signal(SIGTERM);
+    EXPECT_LT(example.timeToEnd().own, 300ms * zel::test::kSlowdown);
+  }
+
+ private:
+  zel::test::TemporaryFolder folder_;
+};
+
+TEST_P(ExampleBesideTheSimulator, ShowsWhatChangedWhileTheDaemonWasAway) {
+  std::optional<ChildProcess> board(startBoardWith(5000));
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForPort(example, 5000));
+  board->kill();
+  board.emplace(startBoardWith(5001));
+  EXPECT_TRUE(waitForPort(example, 5001)) << "no notification tells of it";
+}
+
+TEST_P(ExampleBesideTheSimulator, ShowsADaemonThatComesLater) {
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForErrors(example, "Error Code -102"));
+  const ChildProcess board = startBoardWith(5000);
+  EXPECT_TRUE(waitForPort(example, 5000)) << example.errors();
+}
+
+TEST_P(ExampleBesideTheSimulator, EndsAtOnceWhileItWaitsForItsFirstDaemon) {
+  ChildProcess example = startExample();
+  std::this_thread::sleep_for(500ms);  // it waits up to 5 s and shows nothing meanwhile
+  expectEnd(example);
+}
+
+TEST_P(ExampleBesideTheSimulator, EndsAtOnceThatHasFoundNoDaemon) {
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForErrors(example, "Error Code -102"));
+  std::this_thread::sleep_for(1500ms);  // into the next attempt, or just behind it
+  expectEnd(example);
+}
+
+TEST_P(ExampleBesideTheSimulator, EndsAtOnceWhileTheDaemonIsAway) {
+  ChildProcess board = startBoardWith(5000);
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForPort(example, 5000));
+  board.kill();
+  ASSERT_TRUE(waitForErrors(example, "Error Code -102"));
+  expectEnd(example);
+  EXPECT_EQ(example.wait(), 0);
+}
+
+TEST_P(ExampleBesideTheSimulator, EndsAtOnceWhileTheDaemonIsFrozen) {
+  const ChildProcess board = startBoardWith(5000);
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForPort(example, 5000));
+  board.freeze();
+  ASSERT_TRUE(waitForErrors(example, "Error Code -103"));
+  expectEnd(example);
+  EXPECT_EQ(example.wait(), 0);
+}
+
+TEST_P(ExampleBesideTheSimulator, SurvivesAWrongTypeInTheFirstDocuments) {
+  const ChildProcess board =
+      startBoardWith(5000, {"--fault-rule", "do=wrong-type command=0 member=stored/rtsp/tcp-port times=3"});
+  ChildProcess example = startExample();
+  EXPECT_TRUE(waitForPort(example, 5000)) << example.errors();
+  EXPECT_THAT(example.errors(), testing::HasSubstr("of a wrong type"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Loops, ExampleBesideTheSimulator, testing::ValuesIn(kLoops),
+                         [](const auto& loop) { return std::string(loop.param.name); });
 INSTANTIATE_TEST_SUITE_P(Loops, Example, testing::ValuesIn(kLoops),
                          [](const auto& loop) { return std::string(loop.param.name); });
 

@@ -2,10 +2,17 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "client/sysmgr_client.h"
 #include "client/zmq_utils.h"
 #include "tests/simulator/board_process.h"
 #include "tests/support/child_process.h"
+#include "tests/support/scripted_daemon.h"
 
 namespace {
 
@@ -76,6 +83,46 @@ TEST_F(GuideProgram, FollowNotificationsShowsChangesUntilAReboot) {
   EXPECT_EQ(client.rebootDevice(), 0);
   EXPECT_EQ(follower.wait(), 0) << follower.errors();
   EXPECT_THAT(follower.output(), HasSubstr("the board is going to restart\n"));
+}
+
+// A document of the daemon's in which a value has a type that the record's member does not have.
+
+class GuideProgramAndAWrongType : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(board_.waitForOutput(zel::test::kReady)); }
+
+  /// Runs a program to its end and expects that it says what is wrong.
+  static void expectRefusal(const std::vector<std::string>& command) {
+    ChildProcess program = ChildProcess::run(command);
+    EXPECT_EQ(program.wait(), 1) << program.errors();
+    EXPECT_THAT(program.errors(), HasSubstr("of a wrong type"));
+  }
+
+ private:
+  ChildProcess board_ = startBoard({"--fault-rule", "do=wrong-type command=0 member=stored/rtsp/tcp-port"});
+};
+
+TEST_F(GuideProgramAndAWrongType, ReadmeProgramSaysSo) { expectRefusal({ZEL_README_PROGRAM}); }
+TEST_F(GuideProgramAndAWrongType, FirstRequestSaysSo) { expectRefusal({ZEL_EXAMPLE_first_request}); }
+TEST_F(GuideProgramAndAWrongType, ChangeInterfaceSaysSo) {
+  expectRefusal({ZEL_EXAMPLE_change_interface, "eth1", "192.168.0.7"});
+}
+
+TEST(FollowNotifications, GoesOnBehindAWrongType) {
+  zel::test::PublisherFake publisher;
+  ChildProcess follower = ChildProcess::run({ZEL_EXAMPLE_follow_notifications});
+  ASSERT_TRUE(publisher.waitForSubscription("1004"));
+  publisher.publish("1000", R"({"rtsp": {"tcp-port": ["text"]}})");
+  publisher.publish("1000", R"({"rtsp": {"tcp-port": 5005}})");
+  EXPECT_TRUE(follower.waitForOutput("RTSP listens on port 5005\n"));
+  EXPECT_THAT(follower.errors(), HasSubstr("of a wrong type"));
+}
+
+TEST(FollowNotifications, EndsAtOnceOnSigterm) {
+  ChildProcess follower = ChildProcess::run({ZEL_EXAMPLE_follow_notifications});
+  ASSERT_TRUE(follower.waitForOutput("following"));
+  follower.signal(SIGTERM);
+  EXPECT_LT(follower.timeToEnd().own, std::chrono::milliseconds(300 * zel::test::kSlowdown));
 }
 
 }  // namespace
