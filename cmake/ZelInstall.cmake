@@ -43,6 +43,11 @@ foreach(library zelCommonTypes zelSysMgrApi)
     COMPONENT dev)
 endforeach()
 
+install(
+  FILES "${PROJECT_SOURCE_DIR}/docs/man/zelsysmgrapi.7"
+  DESTINATION "${CMAKE_INSTALL_MANDIR}/man7"
+  COMPONENT dev)
+
 if(TARGET sysmgrctl)
   install(TARGETS sysmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(
