@@ -1,5 +1,5 @@
-// What scripts/demo shows: typed calls against the system manager, here a virtual board. The board itself prints each
-// request and its answer as they travel.
+// The program that scripts/demo runs: typed calls to the system manager, here a virtual board. The board itself prints
+// each request and its answer.
 
 #include <json/json.h>
 #include <spawn.h>
@@ -44,7 +44,7 @@ std::string compact(const Json::Value& value) {
   return Json::writeString(builder, value);
 }
 
-/// One line a block; what differs from the document before is marked.
+/// Prints one line for each block, and marks a block that differs from the document before.
 void showDocument(const SysParameters& parameters, const SysParameters* before) {
   Json::Value document;
   parameters.Serialize(document);
@@ -61,8 +61,8 @@ class Demo {
  public:
   explicit Demo(SysMgrClient& client) : client_(client) {}
 
-  /// Makes a call and shows what came of it.
-  void call(const std::string& text, const std::function<int()>& call, bool refusalIsMeant = false) {
+  /// Makes a call and shows its result.
+  void call(const std::string& text, const std::function<int()>& call, bool refusalExpected = false) {
     print("\n" + style.call(text));
     const int result = call();
     if (result >= 0) {
@@ -72,15 +72,15 @@ class Demo {
       client_.getLastErrorMessage(report);
       print(style.bad("  returned " + std::to_string(result) + ": " + report.text));
     }
-    asMeant_ = asMeant_ && (result < 0) == refusalIsMeant;
+    asExpected_ = asExpected_ && (result < 0) == refusalExpected;
   }
   void refusedCall(const std::string& text, const std::function<int()>& body) { call(text, body, true); }
 
-  bool asMeant() const { return asMeant_; }
+  bool asExpected() const { return asExpected_; }
 
  private:
   SysMgrClient& client_;
-  bool asMeant_ = true;
+  bool asExpected_ = true;
 };
 
 unsigned int portOf(const SystemDefaultCfg& cache) {
@@ -89,7 +89,7 @@ unsigned int portOf(const SystemDefaultCfg& cache) {
   return port;
 }
 
-/// What the other process does: this program again, with a port as its argument.
+/// Runs in the other process, which is this program again, with a port as its argument.
 int changePort(const char* port) {
   SysMgrClient client;
   client.init(ZmqUtils::getInstance().getContext());
@@ -106,7 +106,7 @@ unsigned int followOtherProcess(unsigned int newPort) {
   SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
   PollFds fds;
   cache.initSubscribers(fds);
-  cache.init();  // what changed before the subscription
+  cache.init();  // fetches what changed before the subscription
   show(cache);
 
   std::string port = std::to_string(newPort);
@@ -125,7 +125,7 @@ unsigned int followOtherProcess(unsigned int newPort) {
 int main(int argc, char** argv) {
   if (argc == 2) return changePort(argv[1]);
 
-  // The log's lines about refused calls would only repeat what is shown.
+  // The log's lines about refused calls would only repeat what this program shows.
   Logger::getInstance()->setSink([](Logger::logDebugLevel_t, const std::string&) {});
 
   SysMgrClient client;
@@ -173,5 +173,5 @@ int main(int argc, char** argv) {
   print(style.heading("\n== A change by another process reaches the cache of this one"));
   const unsigned int shown = followOtherProcess(6004);
 
-  return demo.asMeant() && after.rtspTcpPort == 5004 && shown == 6004 ? 0 : 1;
+  return demo.asExpected() && after.rtspTcpPort == 5004 && shown == 6004 ? 0 : 1;
 }

@@ -18,11 +18,8 @@ std::string described(const SystemDefaultCfg& cache) {
   unsigned int port = 0;
   cache.getRtspTcpPort(&port);
   std::string text = BoardModelType::displayName(cache.getBoardModel().model);
-  text += ", RTSP port " + std::to_string(port) + ", streams on";
-  std::vector<IpAddress> addresses;
-  cache.getTrafficInterfacesIPv4Address(addresses);
-  for (const IpAddress& address : addresses) text += " " + address.toString();
-  return text + (addresses.empty() ? " no interface" : "");
+  text += ", RTSP port " + std::to_string(port);
+  return text + (cache.isRedundancyEnable() ? ", redundancy on" : ", redundancy off");
 }
 
 /// A descriptor that becomes readable when SIGINT or SIGTERM arrives. A signal alone does not end a poll.
@@ -48,9 +45,11 @@ int main() {
   for (;;) {
     follower.update();
     const std::string text = described(follower.cache());
-    if (text != shown) std::puts(text.c_str());
-    std::fflush(stdout);
-    shown = text;
+    if (follower.cache().isInitialized() && text != shown) {
+      std::puts(text.c_str());
+      std::fflush(stdout);
+      shown = text;
+    }
     if (fds.poll(1000) < 0 || fds[1].revents != 0) break;
   }
   close(signals);

@@ -46,7 +46,8 @@ class Application {
   void show() {
     unsigned int port = 0;
     follower_.cache().getRtspTcpPort(&port);
-    if (port != shown_) std::printf("RTSP port %u\n", port);
+    if (!follower_.cache().isInitialized() || port == shown_) return;
+    std::printf("RTSP port %u\n", port);
     std::fflush(stdout);
     shown_ = port;
   }

@@ -57,9 +57,11 @@ int main() {
     follower.update();
     unsigned int port = 0;
     follower.cache().getRtspTcpPort(&port);
-    if (port != shown) std::printf("RTSP port %u\n", port);
-    std::fflush(stdout);
-    shown = port;
+    if (follower.cache().isInitialized() && port != shown) {
+      std::printf("RTSP port %u\n", port);
+      std::fflush(stdout);
+      shown = port;
+    }
 
     epoll_event event{};
     const int ready = epoll_wait(epoll, &event, 1, 1000);

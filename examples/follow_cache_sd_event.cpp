@@ -48,9 +48,11 @@ int main() {
     follower.update();
     unsigned int port = 0;
     follower.cache().getRtspTcpPort(&port);
-    if (port != shown) std::printf("RTSP port %u\n", port);
-    std::fflush(stdout);
-    shown = port;
+    if (follower.cache().isInitialized() && port != shown) {
+      std::printf("RTSP port %u\n", port);
+      std::fflush(stdout);
+      shown = port;
+    }
     if (sd_event_run(loop, kOneSecond) < 0) break;
   }
   sd_event_unref(loop);

@@ -120,6 +120,7 @@ TEST_P(ExampleBesideTheSimulator, ShowsWhatChangedWhileTheDaemonWasAway) {
 TEST_P(ExampleBesideTheSimulator, ShowsADaemonThatComesLater) {
   ChildProcess example = startExample();
   ASSERT_TRUE(waitForErrors(example, "Error Code -102"));
+  EXPECT_EQ(example.output(), "");
   const ChildProcess board = startBoardWith(5000);
   EXPECT_TRUE(waitForPort(example, 5000)) << example.errors();
 }
