@@ -170,9 +170,9 @@ class ClientJsonApi::Connection final : public zel::SocketOwner {
       receiveLimit_ = kNoLimit;
       return {};
     }
-    std::string why = zmq_strerror(zmq_errno());
+    const int error = zmq_errno();
     closeSocket(socket);
-    return why;
+    return zmq_strerror(error);
   }
 
   bool sendNow(const std::string& frame, int flags) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "common/internal/socket_owner.h"
@@ -33,6 +34,11 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 
 /// How long a revival waits for libzmq's thread to end the connection before.
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
+
+/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the
+/// handshake, but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its
+/// processor's counter.
+constexpr std::chrono::milliseconds kSubscribeTime = 5ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
@@ -81,11 +87,14 @@ class SubscribeJsonClient::Connection final : public zel::SocketOwner {
     const Use use(*this);
     if (!use) return false;
     const Clock::time_point deadline = Clock::now() + kConnectLimit;
-    const bool opened = zel::descriptorsAvailable() && (link_.socket == nullptr ? open(link_, kLinkEvents) : drop());
+    const bool renewed = link_.socket != nullptr;
+    CloseUnlessKept onFailure{*this};
+    if (!zel::descriptorsAvailable() || !(renewed ? drop() : open(link_, kLinkEvents))) return false;
     address_ = address;
-    if (opened && establish(deadline)) return true;
-    closeSockets();
-    return false;
+    if (!establish(deadline)) return false;
+    onFailure.kept = true;
+    if (renewed && linked_) std::this_thread::sleep_for(kSubscribeTime);
+    return true;
   }
 
   /// Runs an action with the open socket.
@@ -130,6 +139,15 @@ class SubscribeJsonClient::Connection final : public zel::SocketOwner {
   struct Monitored {
     void* socket = nullptr;
     void* monitor = nullptr;
+  };
+
+  /// Closes the sockets with its scope, unless they are to be kept.
+  struct CloseUnlessKept {
+    Connection& connection;
+    bool kept = false;
+    ~CloseUnlessKept() {
+      if (!kept) connection.closeSockets();
+    }
   };
 
   bool open(Monitored& pair, int events) {
@@ -179,11 +197,13 @@ class SubscribeJsonClient::Connection final : public zel::SocketOwner {
   /// Whether a peer accepts connections at the address. A socket of its own asks: one that reports every attempt would
   /// go on reporting as long as it lives.
   bool isListening(Clock::time_point deadline) {
-    Monitored probe;
-    const bool accepted = open(probe, kAttemptEvents) && zel::connect(probe.socket, address_) == 0 &&
-                          awaitEvent(probe, deadline) == ZMQ_EVENT_CONNECTED;
-    close(probe);
-    return accepted;
+    struct Probe : Monitored {
+      Connection& connection;
+      explicit Probe(Connection& owner) : connection(owner) {}
+      ~Probe() { connection.close(*this); }
+    } probe(*this);
+    return open(probe, kAttemptEvents) && zel::connect(probe.socket, address_) == 0 &&
+           awaitEvent(probe, deadline) == ZMQ_EVENT_CONNECTED;
   }
 
   /// Connects the socket, and waits for the handshake with a peer that is there.

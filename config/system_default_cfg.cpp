@@ -119,19 +119,27 @@ int SystemDefaultCfg::init() {
   return kOk;
 }
 
-/// Takes off the notifications that are older than what is fetched next. More of them than wait here may be on the way:
-/// in the publisher's queue and in the connection. Only a new connection is free of them.
+/// Takes off the notifications that are older than what is fetched next. After a pause of the application's loop more
+/// of them than wait here may be on the way, in the publisher's queue and in the connection, and behind a full queue
+/// the newest are lost. Only a new connection is free of them.
 int SystemDefaultCfg::takeOffWaiting() {
   if (!subscribersInitialized_) return kOk;
   constexpr int kQueue = 1000;  // what waits here at most
-  for (int taken = 0; taken < kQueue; ++taken) {
-    try {
-      if (SysmgrSubscriber::processEvent({}) == 0) break;
-    } catch (const Json::Exception& wrongType) {
-      Logger::log(Logger::LEVEL_PROGRESS, "SystemDefaultCfg dropped a notification: %s", wrongType.what());
-    }
+  constexpr std::chrono::milliseconds kPause{100};
+  const bool paused = std::chrono::steady_clock::now() - foundEmpty_ > kPause;
+  int taken = 0;
+  while (taken < kQueue && takeOne()) ++taken;
+  return paused || taken == kQueue ? renewConnection() : kOk;
+}
+
+/// @return whether a notification waited
+bool SystemDefaultCfg::takeOne() {
+  try {
+    return processEvent({}) != 0;
+  } catch (const Json::Exception& wrongType) {
+    Logger::log(Logger::LEVEL_PROGRESS, "SystemDefaultCfg dropped a notification: %s", wrongType.what());
+    return true;
   }
-  return renewConnection();
 }
 
 /// Fetches. While the cache is constructed, an answer with a value that does not convert is a failed fetch, since the
@@ -153,11 +161,16 @@ int SystemDefaultCfg::initSubscribers(PollFds& pollFds) {
     if (const int failure = SysmgrSubscriber::init(ZmqUtils::getInstance().getContext())) return failure;
     if (const int failure = subscribeAll()) return failure;
     subscribersInitialized_ = true;
+    foundEmpty_ = std::chrono::steady_clock::now();
   }
   return getPollItems(pollFds);
 }
 
-int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) { return SysmgrSubscriber::processEvent(item); }
+int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) {
+  const int taken = SysmgrSubscriber::processEvent(item);
+  if (taken == 0) foundEmpty_ = std::chrono::steady_clock::now();
+  return taken;
+}
 
 SysMgrClient& SystemDefaultCfg::getClientReference() { return client_; }
 

@@ -23,9 +23,15 @@ struct Registry {
   std::set<SocketOwner*> owners;
   /// The open sockets and their owners.
   std::map<const void*, SocketOwner*> sockets;
-  /// The contexts whose exit handler has run, and the thread in which it ran.
-  std::set<const zmq::context_t*> endedContexts;
+  /// The contexts that have an exit handler, and whether it has run.
+  std::map<const void*, bool> endedContexts;
+  /// The thread in which the first of the handlers has run.
   std::thread::id exitThread;
+
+  bool hasEnded(const zmq::context_t& context) const {
+    const auto found = endedContexts.find(&context);
+    return found != endedContexts.end() && found->second;
+  }
 };
 
 Registry& registry() {
@@ -59,7 +65,7 @@ bool SocketOwner::isExitThread() {
 
 bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
-  const bool ended = registry().endedContexts.count(&context) > 0;
+  const bool ended = registry().hasEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
   if (ended && registry().exitThread != std::this_thread::get_id()) return false;
   if (process_ != getpid()) {
@@ -69,8 +75,8 @@ bool SocketOwner::attach(zmq::context_t& context) {
   }
   registry().owners.insert(this);
   if (ended || !isMarked(context)) {
+    registry().endedContexts[&context] = false;
     abi::__cxa_atexit(endContext, &context, nullptr);
-    registry().endedContexts.erase(&context);
     mark(context);
   }
   context_ = &context;
@@ -104,7 +110,7 @@ bool SocketOwner::closeIfUnused(ProcessLock& lock) noexcept {
 void SocketOwner::endContext(void* context) {
   ProcessLock lock(processMutex());
   registry().exitThread = std::this_thread::get_id();
-  registry().endedContexts.insert(static_cast<zmq::context_t*>(context));
+  registry().endedContexts.find(context)->second = true;  // found: to insert might need memory
   const auto isConcerned = [context](const SocketOwner* owner) {
     return owner->context_ == context && owner->process_ == getpid();
   };
@@ -128,6 +134,8 @@ void SocketOwner::retire() noexcept {
   if (process_ == getpid()) {
     announceEnd();
     while (!closeIfUnused(lock) && state_ != State::kEnded) pauseUnlocked(lock);
+  } else {
+    forgetSockets();
   }
   registry().owners.erase(this);
   state_ = State::kEnded;
