@@ -35,10 +35,10 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 /// How long a revival waits for libzmq's thread to end the connection before.
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
 
-/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the
-/// handshake, but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its
-/// processor's counter.
-constexpr std::chrono::milliseconds kSubscribeTime = 5ms;
+/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the handshake,
+/// but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its processor's counter,
+/// and a busy machine is slower. libzmq has no sign that a subscription is seen.
+constexpr std::chrono::milliseconds kSubscribeTime = 20ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose

@@ -119,17 +119,24 @@ int SystemDefaultCfg::init() {
   return kOk;
 }
 
-/// Takes off the notifications that are older than what is fetched next. After a pause of the application's loop more
-/// of them than wait here may be on the way, in the publisher's queue and in the connection, and behind a full queue
-/// the newest are lost. Only a new connection is free of them.
+/// Takes off the notifications that are older than what is fetched next. Where some wait, more of them may be on the way,
+/// in the publisher's queue and in the connection, and behind a full queue the newest are lost. Only a new connection is
+/// free of them.
 int SystemDefaultCfg::takeOffWaiting() {
   if (!subscribersInitialized_) return kOk;
+  awaitNotification();
   constexpr int kQueue = 1000;  // what waits here at most
-  constexpr std::chrono::milliseconds kPause{100};
-  const bool paused = std::chrono::steady_clock::now() - foundEmpty_ > kPause;
   int taken = 0;
   while (taken < kQueue && takeOne()) ++taken;
-  return paused || taken == kQueue ? renewConnection() : kOk;
+  return taken > 0 ? renewConnection() : kOk;
+}
+
+/// Where the whole process was stopped, libzmq's thread was, too: it gets a moment to hand over what has come
+/// meanwhile.
+void SystemDefaultCfg::awaitNotification() {
+  constexpr long kMomentMs = 10;
+  PollFds fds;
+  if (getPollItems(fds) == kOk) fds.poll(kMomentMs);
 }
 
 /// @return whether a notification waited
@@ -161,16 +168,11 @@ int SystemDefaultCfg::initSubscribers(PollFds& pollFds) {
     if (const int failure = SysmgrSubscriber::init(ZmqUtils::getInstance().getContext())) return failure;
     if (const int failure = subscribeAll()) return failure;
     subscribersInitialized_ = true;
-    foundEmpty_ = std::chrono::steady_clock::now();
   }
   return getPollItems(pollFds);
 }
 
-int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) {
-  const int taken = SysmgrSubscriber::processEvent(item);
-  if (taken == 0) foundEmpty_ = std::chrono::steady_clock::now();
-  return taken;
-}
+int SystemDefaultCfg::processEvent(const zmq_pollitem_t& item) { return SysmgrSubscriber::processEvent(item); }
 
 SysMgrClient& SystemDefaultCfg::getClientReference() { return client_; }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <list>
 #include <string>
 #include <vector>
@@ -70,10 +69,10 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   /// a record keeps when they are missing stay), and the whitelist is replaced when it has come and kept when not.
   ///
   /// After `initSubscribers` the notifications that wait are taken off first, so that none of them replaces what is
-  /// fetched: up to 1000 as `processEvent` does. After a pause, when `processEvent` has not returned 0 for 100 ms or
-  /// 1000 notifications waited, older ones may be on the way and newer ones lost: then the connection to the publisher
-  /// is renewed, which takes some 10 ms and drops what is on the way (one line at level 6). The subscriptions and the
-  /// poll item stay. A notification that does not convert is logged at level 6 and dropped.
+  /// fetched: up to 1000 as `processEvent` does. Where some waited, older ones may be on the way and newer ones lost:
+  /// then the connection to the publisher is renewed, which takes some 30 ms and drops what is on the way (one line at
+  /// level 6). The subscriptions and the poll item stay. A notification that does not convert is logged at level 6 and
+  /// dropped.
   ///
   /// JsonCpp's exceptions (a value that does not convert) leave this call: what was fetched before is kept.
   ///
@@ -179,6 +178,7 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   SystemDefaultCfg();
   static SystemDefaultCfg* make();
   int takeOffWaiting();
+  void awaitNotification();
   bool takeOne();
   template <class Fetch>
   int converted(Fetch fetch);
@@ -190,7 +190,6 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   SysParametersDynamic dynamic_;
   BoardModel boardModel_;
   bool constructed_ = false;
-  std::chrono::steady_clock::time_point foundEmpty_;  ///< when no notification waited
   bool subscribersInitialized_ = false;
   bool initialized_ = false;
   std::list<WhiteListEntry> whitelist_;

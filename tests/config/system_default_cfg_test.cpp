@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -671,7 +672,7 @@ int pauseRounds() {
 }
 
 TEST_F(Following, NothingThatWaitedDuringAPauseReplacesWhatInitFetches) {
-  constexpr unsigned int kChanges = 20'000;
+  static constexpr unsigned int kChanges = 20'000;
   for (int round = 0; round < pauseRounds(); ++round) {
     for (unsigned int port = 1; port <= kChanges; ++port) board.publisher.publish("1000", storedWithPort(port));
     board.set(FakeBoard::kStored, storedWithPort(kChanges));
@@ -687,6 +688,42 @@ TEST_F(Following, NothingThatWaitedDuringAPauseReplacesWhatInitFetches) {
   EXPECT_EQ(rtspPort(), 6000u);
 }
 
+TEST(SystemDefaultCfg, ShowsTheNewestStateAfterTheProcessWasStopped) {
+  static constexpr unsigned int kChanges = 20'000;
+  ChildProcess application = ChildProcess::call([] {
+    PollFds fds;
+    EXPECT_EQ(cache().initSubscribers(fds), 0);
+    while (cache().processEvent(fds[0]) == 0) fds.poll(10);  // the subscription has arrived
+    for (;;) {
+      std::puts("stopping");
+      std::fflush(stdout);
+      std::raise(SIGSTOP);
+      EXPECT_EQ(cache().init(), 0);
+      for (int quiet = 0; quiet < 3;) {
+        EXPECT_EQ(rtspPort(), kChanges);
+        if (fds.poll(10) == 0) ++quiet;
+        while (cache().processEvent(fds[0]) != 0) continue;
+      }
+      std::puts(testing::Test::HasFailure() ? "failed" : "right");
+    }
+    return 0;
+  });
+  FakeBoard board;
+  ASSERT_TRUE(board.publisher.waitForSubscription("1004"));
+  board.publisher.publish("1002", "");
+  std::string expected;
+  for (int round = 0; round < pauseRounds(); ++round) {
+    ASSERT_TRUE(application.waitForOutput(expected + "stopping\n")) << application.output() << application.errors();
+    application.waitUntilFrozen();
+    ASSERT_TRUE(board.publisher.waitForSubscription("1004"));
+    for (unsigned int port = 1; port <= kChanges; ++port) board.publisher.publish("1000", storedWithPort(port));
+    board.set(FakeBoard::kStored, storedWithPort(kChanges));
+    application.thaw();
+    expected += "stopping\nright\n";
+  }
+  EXPECT_TRUE(application.waitForOutput(expected)) << application.output() << application.errors();
+}
+
 TEST_F(Following, EqualsTheDaemonOnceTheWritersRest) {
   for (int round = 0; round < pauseRounds(); ++round) {
     for (unsigned int port = 1; port <= 5000; ++port) board.publisher.publish("1000", storedWithPort(port));
@@ -700,6 +737,7 @@ TEST_F(Following, EqualsTheDaemonOnceTheWritersRest) {
         std::this_thread::sleep_for(200us);
       }
     });
+    ASSERT_TRUE(waitUntil([&] { return last > 0; }));
     const int result = cache().init();
     rest = true;
     writer.join();
