@@ -14,6 +14,9 @@
 #include "common/shared/context_mark.h"
 #include "common/shared/no_destructor.h"
 
+/// This library, as exit handlers know it.
+extern "C" __attribute__((visibility("hidden"))) void* __dso_handle;  // NOLINT(bugprone-reserved-identifier)
+
 namespace zel {
 
 namespace {
@@ -76,7 +79,7 @@ bool SocketOwner::attach(zmq::context_t& context) {
   registry().owners.insert(this);
   if (ended || !isMarked(context)) {
     registry().endedContexts[&context] = false;
-    abi::__cxa_atexit(endContext, &context, nullptr);
+    abi::__cxa_atexit(endContext, &context, &__dso_handle);
     mark(context);
   }
   context_ = &context;
