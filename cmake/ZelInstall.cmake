@@ -110,3 +110,8 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
+file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*")
+install(
+  FILES ${examples}
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  COMPONENT doc)
