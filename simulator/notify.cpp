@@ -26,7 +26,7 @@ std::string notifyServiceManager(const std::string& state) {
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const bool sent = descriptor >= 0 && sendto(descriptor, state.data(), state.size(), MSG_NOSIGNAL,
                                               reinterpret_cast<const sockaddr*>(&address), size) >= 0;
-  const std::string reason = sent ? "" : path + ": " + std::strerror(errno);
+  std::string reason = sent ? "" : path + ": " + std::strerror(errno);
   if (descriptor >= 0) close(descriptor);
   return reason;
 }

@@ -48,12 +48,12 @@ class ServiceManager {
   ServiceManager& operator=(const ServiceManager&) = delete;
 
   /// @return the next notification; empty when none came
-  std::string next() {
+  std::string next() const {
     char text[100];
     const ssize_t size = recv(socket_, text, sizeof text, 0);
     return {text, size < 0 ? 0 : static_cast<std::size_t>(size)};
   }
-  bool hasMore() {
+  bool hasMore() const {
     char byte;
     return recv(socket_, &byte, 1, MSG_DONTWAIT) >= 0;
   }
