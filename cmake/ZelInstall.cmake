@@ -7,6 +7,19 @@ include(CMakePackageConfigHelpers)
 set(zel_header_dir "${CMAKE_INSTALL_INCLUDEDIR}/zelSysMgrApi")
 set(zel_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/zelSysMgrApi")
 
+# The prefix is written into files below, and `cmake --install --prefix` may name it as seen from the current folder.
+install(CODE "cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX NORMALIZE)" ALL_COMPONENTS)
+
+# Wherever the installation lies, its programs and libraries find the libraries beside them, without ldconfig. A package
+# for folders that the dynamic linker searches anyway switches it off with CMAKE_SKIP_INSTALL_RPATH.
+file(RELATIVE_PATH zel_libraries_from_programs "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+set_property(TARGET zelSysMgrApi APPEND PROPERTY INSTALL_RPATH "$ORIGIN")
+foreach(program sysmgrctl sysmgr-sim)
+  if(TARGET ${program})
+    set_property(TARGET ${program} APPEND PROPERTY INSTALL_RPATH "$ORIGIN/${zel_libraries_from_programs}")
+  endif()
+endforeach()
+
 install(
   TARGETS zelCommonTypes zelSysMgrApi
   EXPORT zelSysMgrApiTargets
@@ -75,9 +88,15 @@ if(TARGET sysmgr-sim)
     FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgr-sim.8"
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man8"
     COMPONENT simulator)
-  configure_file("${PROJECT_SOURCE_DIR}/packaging/sysmgr-sim.service.in" "${PROJECT_BINARY_DIR}/sysmgr-sim.service" @ONLY)
+  # The unit names the prefix, too. '%' begins a specifier there.
+  set(unit_file "${PROJECT_BINARY_DIR}/sysmgr-sim.service")
   install(
-    FILES "${PROJECT_BINARY_DIR}/sysmgr-sim.service"
+    CODE "cmake_path(APPEND CMAKE_INSTALL_PREFIX \"${CMAKE_INSTALL_BINDIR}\" sysmgr-sim OUTPUT_VARIABLE zel_program)
+          string(REPLACE \"%\" \"%%\" zel_program \"\${zel_program}\")
+          configure_file(\"${PROJECT_SOURCE_DIR}/packaging/sysmgr-sim.service.in\" \"${unit_file}\" @ONLY)"
+    COMPONENT simulator)
+  install(
+    FILES "${unit_file}"
     DESTINATION lib/systemd/system
     COMPONENT simulator)
 endif()
@@ -90,4 +109,9 @@ file(GLOB pages "${PROJECT_SOURCE_DIR}/docs/*.md")
 install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+  COMPONENT doc)
+file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*")
+install(
+  FILES ${examples}
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   COMPONENT doc)

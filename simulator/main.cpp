@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simulator/factory.h"
+#include "simulator/notify.h"
 #include "simulator/simulator.h"
 
 namespace {
@@ -29,6 +30,11 @@ void obeySignals(Simulator& simulator) {
 }
 
 void say(const std::string& text) { std::fprintf(stderr, "sysmgr-sim: %s\n", text.c_str()); }
+
+void tellServiceManager(const char* state) {
+  const std::string why = zel::sim::notifyServiceManager(state);
+  if (!why.empty()) say("the service manager was not notified: " + why);
+}
 
 int fail(int status, const std::string& why) {
   say(why);
@@ -115,7 +121,9 @@ int serve(zel::sim::SimulatorOptions options) {
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
   std::fflush(stdout);
+  tellServiceManager("READY=1");
   simulator.run();
+  tellServiceManager("STOPPING=1");
   return 0;
 }
 

@@ -12,7 +12,8 @@ S = "${WORKDIR}/git"
 DEPENDS = "cppzmq jsoncpp simdjson zeromq"
 
 EXTRA_OECMAKE = " \
-    -DZEL_BUILD_TESTS=OFF \
+    -DBUILD_TESTING=OFF \
+    -DCMAKE_SKIP_INSTALL_RPATH=ON \
     -DZEL_BUILD_EXAMPLES=OFF \
     -DZEL_BUILD_SIMULATOR=OFF \
 "

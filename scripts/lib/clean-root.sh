@@ -35,3 +35,19 @@ in_clean_root() {
         PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "$@"
   ' sh "$clean_root/root" "$clean_root/archives" "$@"
 }
+
+# in_booted_root COMMAND...: systemd boots in the root, in namespaces of its own with nothing but a loopback interface, runs
+# the command as a service and ends with its status. The package systemd-sysv has to be installed in the root.
+in_booted_root() {
+  command -v systemd-nspawn >/dev/null || { echo "apt-get install systemd-container" >&2; return 1; }
+  local root=$clean_root/root status=0 without_host_systemd=()
+  [ -d /run/systemd/system ] || without_host_systemd=(--register=no --keep-unit)
+  rm -f "$root/usr/sbin/policy-rc.d" # services start and stop here
+  printf '#!/bin/bash\nexec >/booted-output 2>&1 </dev/null %s\n' "${*@Q}" >"$root/booted-command"
+  chmod +x "$root/booted-command"
+  systemd-nspawn --directory "$root" "${without_host_systemd[@]}" --private-network \
+    --bind "$clean_root/archives:/var/cache/apt/archives" --boot systemd.run=/booted-command \
+    >"$clean_root/boot.log" 2>&1 </dev/null || status=$?
+  cat "$root/booted-output" || cat "$clean_root/boot.log"
+  return "$status"
+}
