@@ -119,7 +119,7 @@ TEST(WireJsonInProcess, RefusesANewReaderBehindAllStaticObjects) {
 }
 
 TEST(WireJsonInProcess, WorksInOtherThreadsUntilTheProcessIsGone) {
-  for (int i = 0; i < 50; ++i) {
+  for (int i = 0; i < 10; ++i) {
     ChildProcess child = ChildProcess::call([] {
       std::atomic<int> started{0};
       for (int j = 0; j < 3; ++j) {
