@@ -12,6 +12,23 @@ function(zel_configure_target target)
   target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
 endfunction()
 
+# zel_compile_for_library(TARGET): how the code of the two shared libraries is compiled.
+function(zel_compile_for_library target)
+  zel_configure_target(${target})
+  # What nobody calls is left out, each function on its own: boards are small.
+  target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+  if(ZEL_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+  endif()
+endfunction()
+
+# zel_add_objects(NAME): code that several targets hold, each on its own.
+function(zel_add_objects name)
+  add_library(${name} OBJECT)
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  zel_compile_for_library(${name})
+endfunction()
+
 # zel_add_library(NAME): one of the two shared libraries; its rooms add the sources.
 #
 # SOVERSION is the version of the binary interface, apart from the project's version: it goes up when a program that
@@ -22,15 +39,15 @@ function(zel_add_library name)
   add_library(zelSysMgrApi::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}")
-  # What nobody calls is left out, each function on its own: boards are small.
-  target_compile_options(${name} PRIVATE -ffunction-sections -fdata-sections)
-  target_link_options(
-    ${name} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/packaging/${name}.map"
-                    LINKER:--as-needed LINKER:--gc-sections)
-  set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS "${PROJECT_SOURCE_DIR}/packaging/${name}.map")
-  zel_configure_target(${name})
+  zel_compile_for_library(${name})
+  # A library uses its own functions and tables, also where an application has a class of the same name: the dynamic
+  # linker looks up only the listed variables by name, which a program holds itself.
+  set(map "${PROJECT_SOURCE_DIR}/packaging/${name}.map")
+  set(variables "${PROJECT_SOURCE_DIR}/packaging/variables.list")
+  target_link_options(${name} PRIVATE LINKER:--version-script=${map} LINKER:--dynamic-list=${variables}
+                      LINKER:--as-needed LINKER:--gc-sections)
+  set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${map} ${variables})
   if(ZEL_COVERAGE)
-    target_compile_options(${name} PRIVATE --coverage -fprofile-update=atomic)
     target_link_options(${name} PRIVATE --coverage)
   endif()
 endfunction()

@@ -1,45 +1,45 @@
 #include "common/escape.h"
 
-#include <simdjson.h>
+#include <string_view>
 
-#include <algorithm>
+#include "common/utf8.h"
 
 namespace zel {
 
 namespace {
 
-// simdjson chooses its code for this processor on its first use, and destroys it at exit. The first use is here, while
-// the library is loaded: so it outlives the static objects of the application, which may log and send to their end.
-[[maybe_unused]] const bool kSimdjsonIsReady = simdjson::validate_utf8("", 0);
+bool isControl(char32_t c) { return c < 0x20 || (c >= 0x7f && c < 0xa0); }
+
+/// Whether the character ends a line or turns the direction in which a terminal shows text.
+bool movesText(char32_t c) {
+  return c == 0x061c || c == 0x200e || c == 0x200f || (c >= 0x2028 && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069);
+}
+
+void appendHex(std::string_view bytes, std::string& text) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xf]};
+  }
+}
 
 }  // namespace
 
 std::string escaped(const std::string& text) {
-  // Plain ASCII does without simdjson, which is gone at the very end of the process while other threads may still log.
-  const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  const bool utf8 = ascii || simdjson::validate_utf8(text.data(), text.size());
+  const bool utf8 = isUtf8(text);
   std::string safe;
   safe.reserve(text.size());
-
-  const auto hex = [&safe](unsigned char byte) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    safe += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xf]};
-  };
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const unsigned char next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : '\0';
-    const bool secondControlSet = utf8 && byte == 0xc2 && next < 0xa0;  // U+0080 to U+009F
-    if (byte == '\\') {
+  for (std::string_view rest = text; !rest.empty();) {
+    const CodePoint c = utf8 ? firstCodePoint(rest) : CodePoint{static_cast<unsigned char>(rest.front()), 1};
+    const std::string_view bytes = rest.substr(0, c.length);
+    if (c.value == '\\') {
       safe += "\\\\";
-    } else if (secondControlSet) {
-      hex(byte);
-      hex(next);
-      ++i;
-    } else if (byte < 0x20 || byte == 0x7f || (byte > 0x7f && !utf8)) {
-      hex(byte);
+    } else if (isControl(c.value) || movesText(c.value) || (!utf8 && c.value > 0x7f)) {
+      appendHex(bytes, safe);
     } else {
-      safe += text[i];
+      safe += bytes;
     }
+    rest.remove_prefix(c.length);
   }
   return safe;
 }

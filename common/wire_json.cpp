@@ -4,12 +4,16 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 #include "common/format_text.h"
+#include "common/utf8.h"
 
 namespace zel {
 
@@ -25,6 +29,9 @@ std::string tooLong() { return joined({"longer than ", std::to_string(kMaxFrameB
 using simdjson::dom::element;
 using simdjson::dom::element_type;
 
+/// Empty for success.
+std::string message(simdjson::error_code error) { return error ? simdjson::error_message(error) : std::string(); }
+
 /// The element's content, which is not an object and not an array.
 Json::Value scalar(const element& from) {
   switch (from.type()) {
@@ -39,6 +46,58 @@ Json::Value scalar(const element& from) {
     case element_type::BOOL: return from.get_bool().value_unsafe();
     default: return {};
   }
+}
+
+// simdjson keeps an object for each kind of processor and destroys it when the process ends. Only making a parser uses
+// such an object, so only that has to stop in time: other threads go on reading with the parsers that they have.
+
+std::atomic<bool> simdjsonIsGone{false};
+std::atomic<int> parsersInTheMaking{0};
+
+/// Counts the parsers that are being made.
+class InTheMaking {
+ public:
+  InTheMaking() { ++parsersInTheMaking; }
+  InTheMaking(const InTheMaking&) = delete;
+  InTheMaking& operator=(const InTheMaking&) = delete;
+  ~InTheMaking() { --parsersInTheMaking; }
+};
+
+/// simdjson's code for this processor. It is chosen here, since the choice that simdjson makes on its first use follows
+/// the environment variable SIMDJSON_FORCE_IMPLEMENTATION.
+struct ProcessorCode {
+  const simdjson::implementation* best = simdjson::get_available_implementations().detect_best_supported();
+
+  ProcessorCode() = default;
+  ProcessorCode(const ProcessorCode&) = delete;
+  ProcessorCode& operator=(const ProcessorCode&) = delete;
+  /// Runs before simdjson destroys its objects, which are older than this one.
+  ~ProcessorCode() {
+    simdjsonIsGone = true;
+    // Making a parser takes microseconds. The limit is for a thread that a fork left behind in the parent process.
+    for (int left = 400; parsersInTheMaking > 0 && left > 0; --left) {
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+  }
+};
+
+const ProcessorCode& processorCode() {
+  static const ProcessorCode code;
+  return code;
+}
+
+// Made while the library is loaded, so it outlives the static objects of the application, which may read to their end.
+[[maybe_unused]] const ProcessorCode& kLoaded = processorCode();
+
+/// Makes the parser ready for a text of this size. @return empty, or why it cannot be used
+std::string prepare(simdjson::dom::parser& parser, std::size_t size) {
+  constexpr std::size_t kDepth = kMaxJsonDepth + 1;  // so that the limit is judged in one place, `build`
+  auto& code = parser.implementation;
+  if (code && code->max_depth() == kDepth && code->capacity() >= size) return {};
+  if (code) return message(code->allocate(size, kDepth));
+  const InTheMaking counted;
+  if (simdjsonIsGone) return "the process is at its end";
+  return message(processorCode().best->create_dom_parser_implementation(size, kDepth, code));
 }
 
 /// Builds the tree of a document.
@@ -187,13 +246,10 @@ struct WireJsonReader::State {
 
  private:
   static std::string read(simdjson::dom::parser& parser, std::string_view text, Json::Value& value) {
-    if (parser.max_depth() <= kMaxJsonDepth || parser.capacity() < text.size()) {
-      // One level more than is allowed, so that the limit is judged in one place, `build`.
-      if (const auto error = parser.allocate(text.size(), kMaxJsonDepth + 1)) return simdjson::error_message(error);
-    }
+    if (std::string why = prepare(parser, text.size()); !why.empty()) return why;
     element root;
     if (const auto error = parser.parse(text.data(), text.size()).get(root)) {
-      return error == simdjson::DEPTH_ERROR ? tooDeep() : simdjson::error_message(error);
+      return error == simdjson::DEPTH_ERROR ? tooDeep() : message(error);
     }
     Json::Value document;
     std::string why = Builder().build(root, 0, document);
@@ -217,7 +273,7 @@ std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
   text.clear();
   std::string why = TextWriter(text).write(value, 0);
   if (why.empty() && text.size() > kMaxFrameBytes) why = tooLong();
-  if (why.empty() && !simdjson::validate_utf8(text)) why = "a text is not UTF-8";
+  if (why.empty() && !isUtf8(text)) why = "a text is not UTF-8";
   if (!why.empty()) text.clear();
   return why;
 }

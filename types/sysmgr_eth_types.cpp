@@ -93,7 +93,7 @@ const char* fault(const EthIpV4Cfg& cfg) {
 int EthIpV4Cfg::validate() const {
   const char* const text = fault(*this);
   if (!text) return zel::status::kOk;
-  Logger::getInstance()->logMessage(Logger::LEVEL_ERROR, "%s", text);
+  Logger::log(Logger::LEVEL_ERROR, "%s", text);
   ErrorAuxMsg::getInstance()->addMessage("%s", text);
   return zel::status::kInvalidAddress;
 }

@@ -1,68 +1,24 @@
 // The order of the virtual operations in every public class, read from the libraries as the dynamic linker sees them:
 // programs call a virtual operation by its number, so an order that changes breaks each of them in silence.
 
-#include <cxxabi.h>
 #include <dlfcn.h>
-#include <elf.h>
 #include <gmock/gmock.h>
-#include <link.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
-#include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/packaging/library_file.h"
 #include "tests/support/wait_until.h"
+
+using zel::test::demangled;
+using zel::test::LibraryFile;
 
 namespace {
 
 using Table = std::vector<std::string>;
 using Tables = std::map<std::string, Table>;  // by class
-
-struct Symbol {
-  std::string name;
-  ElfW(Addr) address;
-  std::size_t size;
-  bool isFunction;
-};
-
-template <class T>
-const T* at(const std::string& file, std::size_t offset) {
-  return reinterpret_cast<const T*>(file.data() + offset);
-}
-
-/// What the library exports, from its file.
-std::vector<Symbol> exportedSymbols(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  const std::string file(std::istreambuf_iterator<char>(stream), {});
-  std::vector<Symbol> symbols;
-  if (file.size() < sizeof(ElfW(Ehdr))) return symbols;
-  const auto* header = at<ElfW(Ehdr)>(file, 0);
-  const auto* sections = at<ElfW(Shdr)>(file, header->e_shoff);
-  for (std::size_t i = 0; i < header->e_shnum; ++i) {
-    if (sections[i].sh_type != SHT_DYNSYM) continue;
-    const char* names = at<char>(file, sections[sections[i].sh_link].sh_offset);
-    const auto* symbol = at<ElfW(Sym)>(file, sections[i].sh_offset);
-    for (std::size_t left = sections[i].sh_size / sizeof *symbol; left > 0; --left, ++symbol) {
-      if (symbol->st_shndx == SHN_UNDEF) continue;
-      symbols.push_back(
-          {names + symbol->st_name, symbol->st_value, symbol->st_size, (symbol->st_info & 0xf) == STT_FUNC});
-    }
-  }
-  return symbols;
-}
-
-std::string demangled(const std::string& name) {
-  int status = 0;
-  const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
-                                                         &std::free);
-  return status == 0 ? text.get() : name;
-}
 
 /// What stands for a destructor, which takes two slots: most are inline and so have no exported name, and an abstract
 /// class has none.
@@ -70,9 +26,11 @@ constexpr char kDestructor[] = "~";
 
 /// The exported names of a library by their addresses: the optimizer lets functions of the same code share one.
 using Names = std::multimap<const void*, std::string>;
-Names namesOf(void* library, const std::vector<Symbol>& symbols) {
+Names namesOf(void* library, const LibraryFile& file) {
   Names names;
-  for (const Symbol& symbol : symbols) names.emplace(dlsym(library, symbol.name.c_str()), demangled(symbol.name));
+  for (const auto& symbol : file.symbols()) {
+    if (symbol.defined) names.emplace(dlsym(library, symbol.name.c_str()), demangled(symbol.name));
+  }
   return names;
 }
 
@@ -92,11 +50,11 @@ Tables tablesOf(const char* path) {
   Tables tables;
   void* library = dlopen(path, RTLD_NOW);
   if (library == nullptr) return tables;
-  const auto symbols = exportedSymbols(path);
-  const Names names = namesOf(library, symbols);
-  for (const Symbol& symbol : symbols) {
+  const LibraryFile file(path);
+  const Names names = namesOf(library, file);
+  for (const auto& symbol : file.symbols()) {
     const std::string name = demangled(symbol.name);
-    if (name.compare(0, prefix.size(), prefix) != 0) continue;
+    if (!symbol.defined || name.compare(0, prefix.size(), prefix) != 0) continue;
     auto* const* slot = static_cast<void* const*>(dlsym(library, symbol.name.c_str()));
     const std::string ofClass = name.substr(prefix.size());
     Table& table = tables[ofClass];

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+// By hand rather than by simdjson, which is destroyed when the process ends, while other threads still log and send.
+
+namespace zel {
+
+struct CodePoint {
+  char32_t value;
+  std::size_t length;  ///< in bytes; 0: what stands there is not UTF-8
+};
+
+/// The code point at the start of the text, which is not empty.
+CodePoint firstCodePoint(std::string_view text);
+
+/// Whether the whole text is UTF-8, as RFC 3629 has it.
+bool isUtf8(std::string_view text);
+
+}  // namespace zel
