@@ -35,9 +35,9 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 /// How long a revival waits for libzmq's thread to end the connection before.
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
 
-/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the handshake,
-/// but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its processor's counter,
-/// and a busy machine is slower. libzmq has no sign that a subscription is seen.
+/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the
+/// handshake, but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its
+/// processor's counter, and a busy machine is slower. libzmq has no sign that a subscription is seen.
 constexpr std::chrono::milliseconds kSubscribeTime = 20ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
@@ -58,6 +58,9 @@ constexpr zel::SocketOption kMonitorOptions[] = {
     {ZMQ_LINGER, 0},
     {ZMQ_RCVHWM, 0},  // no limit: at a limit libzmq's I/O thread would wait for us, and with it every other socket
 };
+
+/// Numbers the endpoints of the monitors.
+std::atomic<unsigned int> monitorsOpened{0};
 
 /// Only the events of an existing connection. Attempts that are refused raise no event: an application that
 /// sleeps for a day without a daemon finds an empty queue.
@@ -151,8 +154,7 @@ class SubscribeJsonClient::Connection final : public zel::SocketOwner {
   };
 
   bool open(Monitored& pair, int events) {
-    static std::atomic<unsigned int> opened{0};
-    const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++opened);
+    const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++monitorsOpened);
     pair.socket = openSocket(ZMQ_SUB);
     pair.monitor = openSocket(ZMQ_PAIR);
     return pair.socket != nullptr && pair.monitor != nullptr && zel::setOptions(pair.socket, kSocketOptions) &&

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -119,24 +120,21 @@ int SystemDefaultCfg::init() {
   return kOk;
 }
 
-/// Takes off the notifications that are older than what is fetched next. Where some wait, more of them may be on the way,
-/// in the publisher's queue and in the connection, and behind a full queue the newest are lost. Only a new connection is
-/// free of them.
+/// Takes off the notifications that are older than what is fetched next. Where some wait, more of them may be on the
+/// way, in the publisher's queue and in the connection, and behind a full queue the newest are lost. Only a new
+/// connection is free of them.
 int SystemDefaultCfg::takeOffWaiting() {
   if (!subscribersInitialized_) return kOk;
-  awaitNotification();
   constexpr int kQueue = 1000;  // what waits here at most
   int taken = 0;
   while (taken < kQueue && takeOne()) ++taken;
+  // Where the whole process was stopped, libzmq's thread was, too: it gets a moment to hand over what has come
+  // meanwhile.
+  for (int moment = 0; taken == 0 && moment < 10; ++moment) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    taken += takeOne();
+  }
   return taken > 0 ? renewConnection() : kOk;
-}
-
-/// Where the whole process was stopped, libzmq's thread was, too: it gets a moment to hand over what has come
-/// meanwhile.
-void SystemDefaultCfg::awaitNotification() {
-  constexpr long kMomentMs = 10;
-  PollFds fds;
-  if (getPollItems(fds) == kOk) fds.poll(kMomentMs);
 }
 
 /// @return whether a notification waited

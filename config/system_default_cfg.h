@@ -178,7 +178,6 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   SystemDefaultCfg();
   static SystemDefaultCfg* make();
   int takeOffWaiting();
-  void awaitNotification();
   bool takeOne();
   template <class Fetch>
   int converted(Fetch fetch);
