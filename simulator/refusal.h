@@ -28,6 +28,10 @@ constexpr int kInterfaceNotFound = status::kInterfaceNotFound;
 constexpr int kInvalidAddress = status::kInvalidAddress;
 }  // namespace refusal
 
+/// The "status" of a change that is made and in the store's file, whose folder could not be synced: a power failure may
+/// bring the file back as it was. "aux-errors" has the reason.
+constexpr int kStoredButNotSynced = 1;
+
 /// Why a request is refused; without a status it is not.
 struct Refusal {
   int status = 0;

@@ -72,6 +72,7 @@ std::string Simulator::open() {
 
 std::string Simulator::openStore() {
   if (!store_) return {};
+  store_->removeLeftovers();
   Json::Value document;
   bool found = false;
   std::string damage;
@@ -83,12 +84,13 @@ std::string Simulator::openStore() {
   if (found) {
     std::string newPath;
     if (std::string why = store_->setAside(newPath); !why.empty()) return why;
-    if (options_.tell) {
-      options_.tell(store_->path() + " is damaged (" + damage + "); it is now " + newPath +
-                    ", and the board starts with its defaults.");
-    }
+    tell(store_->path() + " is damaged (" + damage + "); it is now " + newPath +
+         ", and the board starts with its defaults.");
   }
-  return store_->save(options_.board.keptState());  // shows at once whether it can be written
+  std::string warning;
+  std::string why = store_->save(options_.board.keptState(), warning);  // shows at once whether it can be written
+  if (!warning.empty()) tell(warning);
+  return why;
 }
 
 std::string Simulator::listen() {
@@ -155,7 +157,7 @@ bool Simulator::goesOn() {
   eventfd_read(wakeUp_, &count);
   if (stopping_) return false;
   if (reloading_.exchange(false)) {
-    if (const std::string why = readFaultFile({}); !why.empty() && options_.tell) options_.tell(why);
+    if (const std::string why = readFaultFile({}); !why.empty()) tell(why);
   }
   return true;
 }
@@ -287,17 +289,22 @@ Outcome Simulator::act(const Request& request) {
   return change(request.id, body);
 }
 
-/// A change that the store does not take is not made.
+/// A change is made if, and only if, the store holds it.
 Outcome Simulator::change(unsigned int id, const Json::Value& body) {
   if (!store_) return options_.board.handle(id, body);
 
   Board next = options_.board;
   Outcome outcome = next.handle(id, body);
   if (outcome.keptStateChanged) {
-    if (const std::string why = store_->save(next.keptState()); !why.empty()) {
+    std::string warning;
+    if (const std::string why = store_->save(next.keptState(), warning); !why.empty()) {
       outcome = {};
       outcome.reply = refusalReply({refusal::kNotStored, "The change cannot be stored: " + why + "."});
       return outcome;
+    }
+    if (!warning.empty()) {
+      outcome.reply["status"] = kStoredButNotSynced;
+      outcome.reply["aux-errors"].append("The change is stored, but a power failure may undo it: " + warning + ".");
     }
   }
   options_.board = std::move(next);
@@ -325,6 +332,10 @@ void Simulator::publish(const Notification& notification) {
   // the request that is served now gets its notification.
   eventsOf(publisher_.handle());
   if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
+}
+
+void Simulator::tell(const std::string& text) const {
+  if (options_.tell) options_.tell(text);
 }
 
 void Simulator::trace(const Request& request, const Exchange& exchange, const std::string& answer) const {

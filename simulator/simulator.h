@@ -75,6 +75,7 @@ class Simulator {
   void refuse(const Request& request, const Refusal& why);
   void publish(const Notification& notification);
   void moveOn();
+  void tell(const std::string& text) const;
   void trace(const Request& request, const Exchange& exchange, const std::string& answer) const;
   [[noreturn]] void crash(bool flush);
 

@@ -6,7 +6,8 @@
 
 namespace zel::sim {
 
-/// A file that holds one JSON document across restarts. A kill at any instant leaves the old document or the new one.
+/// A regular file that holds one JSON document across restarts. A kill at any instant leaves the old document or the
+/// new one. Anything else at the path (a folder, a FIFO, a device, a symbolic link) is refused and left alone.
 class Store {
  public:
   explicit Store(std::string path);
@@ -17,9 +18,13 @@ class Store {
   /// @return empty, or why the file cannot be read at all
   std::string load(Json::Value& document, bool& found, std::string& damage) const;
 
-  /// Writes the document: it is on the disk when this returns.
-  /// @return empty, or why it is not; the file holds the old document then, or the new one
-  std::string save(const Json::Value& document) const;
+  /// Replaces the document; mode and owner of the file stay as they are.
+  /// @param warning  empty when the document is on the disk; otherwise why a power failure may bring the old one back
+  /// @return empty, or why the file still holds the old document
+  std::string save(const Json::Value& document, std::string& warning) const;
+
+  /// Removes the unfinished files that `save` left beside the file when its process was killed.
+  void removeLeftovers() const;
 
   /// Gives a damaged file another name, one that no file has.
   /// @return empty, or why it cannot be renamed

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
@@ -120,6 +121,8 @@ TEST(SysmgrSim, NamesWhatIsWrongWithAFile) {
   write(folder.file("range"), R"({"stored": {"rtsp": {"tcp-port": 0}}})");
   write(folder.file("broken"), R"({"stored": )");
   write(folder.file("faults"), "do=delay\n\ndo=delay speed=3\n");
+  ASSERT_EQ(mkfifo(folder.file("fifo").c_str(), 0644), 0);
+  std::filesystem::create_symlink("unknown", folder.file("link"));
   const std::pair<std::vector<std::string>, const char*> kRows[] = {
       {{"--state", folder.file("unknown")}, "rtsp/tcp-prot"},
       {{"--state", folder.file("range")}, "rtsp/tcp-port"},
@@ -128,7 +131,9 @@ TEST(SysmgrSim, NamesWhatIsWrongWithAFile) {
       {{"--fault", folder.file("faults")}, "line 3: \"speed\" is no parameter"},
       {{"--fault", folder.file("none")}, "cannot be read"},
       {{"--store", folder.file("none") + "/store"}, "cannot be opened"},
-      {{"--store", folder.path()}, "cannot be read"},
+      {{"--store", folder.path()}, "is not a regular file but a folder"},
+      {{"--store", folder.file("fifo")}, "is not a regular file but a FIFO"},
+      {{"--store", folder.file("link")}, "is not a regular file but a symbolic link"},
   };
   for (const auto& [arguments, word] : kRows) {
     const Ended ended = runToItsEnd(arguments);

@@ -8,6 +8,7 @@
 #include "client/sysmgr_client.h"
 #include "common/subscribe_json_client.h"
 #include "tests/common/test_client.h"
+#include "tests/simulator/failing_files.h"
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/listener.h"
 #include "tests/simulator/temporary_folder.h"
@@ -20,6 +21,7 @@ using testing::IsEmpty;
 using zel::sim::BackgroundSimulator;
 using zel::sim::SimulatorOptions;
 using zel::test::at;
+using zel::test::FailingFiles;
 using zel::test::json;
 using zel::test::kSoon;
 using zel::test::Listener;
@@ -289,16 +291,23 @@ TEST(Simulator, MovesByItself) {
   }));
 }
 
+/// The port that the board has.
+unsigned int portOf(TestClient& client) { return at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(); }
+
 // --- the store
+
+SimulatorOptions withStore(const std::string& file) {
+  SimulatorOptions options;
+  options.storeFile = file;
+  return options;
+}
 
 TEST(Simulator, KeepsItsStateAcrossARestart) {
   const zel::test::TemporaryFolder folder;
   zmq::context_t context;
   TestClient client(context, kSoon);
   for (const unsigned int port : {5004U, 5005U}) {
-    SimulatorOptions options;
-    options.storeFile = folder.file("store");
-    const BackgroundSimulator simulator(std::move(options));
+    const BackgroundSimulator simulator(withStore(folder.file("store")));
     ASSERT_THAT(simulator.failure(), IsEmpty());
     const auto before = client.send(0);
     EXPECT_EQ(at(before.reply, "stored/rtsp/tcp-port").asUInt(), port == 5004 ? 8554U : 5004U);
@@ -312,23 +321,57 @@ TEST(Simulator, KeepsItsStateAcrossARestart) {
 
 TEST(Simulator, DoesNotMakeAChangeThatTheStoreDoesNotTake) {
   const zel::test::TemporaryFolder folder;
-  SimulatorOptions options;
-  options.storeFile = folder.file("store");
-  const BackgroundSimulator simulator(std::move(options));
+  std::filesystem::create_directory(folder.file("moved"));
+  const BackgroundSimulator simulator(withStore(folder.file("moved") + "/store"));
   ASSERT_THAT(simulator.failure(), IsEmpty());
-  std::filesystem::create_directory(folder.file("store.new"));  // in the way
+  std::filesystem::remove_all(folder.file("moved"));
 
   zmq::context_t context;
   TestClient client(context, kSoon);
   EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, refusal::kNotStored);
-  EXPECT_THAT(client.lastError().text, HasSubstr("store.new cannot be opened"));
+  EXPECT_THAT(client.lastError().text, HasSubstr("moved/store cannot be written"));
   EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(), 8554U);
 }
 
-// --- faults
+/// A step of saving that fails.
+struct FailingStep {
+  const char* name;
+  std::atomic<int> FailingFiles::*step;
+  int call;  ///< which of its calls
+  int code;  ///< what the client gets
+};
+void PrintTo(const FailingStep& row, std::ostream* out) { *out << row.name; }
+class StoreThatFails : public testing::TestWithParam<FailingStep> {};
 
-/// The port that the board has.
-unsigned int portOf(TestClient& client) { return at(client.send(0).reply, "stored/rtsp/tcp-port").asUInt(); }
+TEST_P(StoreThatFails, IsAnsweredWithWhatIsInForceAfterARestart) {
+  const zel::test::TemporaryFolder folder;
+  zmq::context_t context;
+  TestClient client(context, kSoon);
+  const unsigned int expected = GetParam().code < 0 ? 8554 : 5004;
+  {
+    const BackgroundSimulator simulator(withStore(folder.file("store")));
+    ASSERT_THAT(simulator.failure(), IsEmpty());
+    (zel::test::failingFiles.*GetParam().step) = GetParam().call;
+    const auto answer = client.send(2, json(R"({"rtsp-tcp-port": 5004})"));
+    EXPECT_EQ(zel::test::failingFiles.*GetParam().step, 0);
+    EXPECT_EQ(answer.code, GetParam().code);
+    const std::string reason = answer.code < 0 ? client.lastError().text : text(answer.reply["aux-errors"]);
+    EXPECT_THAT(reason, HasSubstr("Input/output error"));
+    EXPECT_EQ(portOf(client), expected);
+  }
+  const BackgroundSimulator restarted(withStore(folder.file("store")));
+  ASSERT_THAT(restarted.failure(), IsEmpty());
+  EXPECT_EQ(portOf(client), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulator, StoreThatFails,
+                         testing::Values(FailingStep{"SyncOfTheFile", &FailingFiles::fsync, 1, refusal::kNotStored},
+                                         FailingStep{"Rename", &FailingFiles::rename, 1, refusal::kNotStored},
+                                         FailingStep{"SyncOfTheFolder", &FailingFiles::fsync, 2,
+                                                     zel::sim::kStoredButNotSynced}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// --- faults
 
 const Json::Value kChange = json(R"({"rtsp-tcp-port": 5004})");
 
