@@ -97,9 +97,7 @@ void WhiteListDb::SerializeVariable(Json::Value& root) const {
 int WhiteListDb::Deserialize(Json::Value& root) {
   Logger::log(Logger::LEVEL_LIFECYCLE, "Cleaning Whitelist database and loading it from the received json");
   entries.clear();
-  zel::forEachElement(root, [this](Json::Value& element) {
-    WhiteListEntry entry;
-    entry.Deserialize(element);
+  zel::forEachRecord<WhiteListEntry>(root, [this](const WhiteListEntry& entry) {
     entries.emplace(entry.ip, entry);  // the first one of an address stays
   });
   return zel::status::kOk;

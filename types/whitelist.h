@@ -53,9 +53,9 @@ class ZEL_EXPORT WhiteListEntry : public IJsonSerializable {
   whitelist_entry_t getType() const { return type; }
   int getIndex() const { return index; }
 
-  /// Takes the address from its dotted text. A text that is no address is logged at level 2 ("Error parsing IP [%s]:
-  /// invalid IP address") and leaves the value; an empty one leaves it silently.
-  /// @return 1, whether or not the text is an address: the result carries no information.
+  /// Sets the address from its dotted text. A text that is not an address is logged at level 2 ("Error parsing IP [%s]:
+  /// invalid IP address") and leaves the value as it is; an empty text leaves it without a log line.
+  /// @return 1, also when the text is not an address
   int setIp(std::string dotted);
   /// As `setIp`.
   int setMask(std::string dotted);
