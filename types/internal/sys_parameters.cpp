@@ -7,8 +7,8 @@
 
 #include "common/ip_address.h"
 #include "common/logger.h"
-#include "types/mark.h"
-#include "types/walks.h"
+#include "types/internal/mark.h"
+#include "types/internal/walks.h"
 
 namespace zel {
 
