@@ -25,7 +25,7 @@ struct CodeLocation;
 /// negative code of `ClientJsonApi::sendMessage`. A failure is logged twice at level 2, "CHK(%s)::%d Error Code %d":
 /// by the operation of `SysMgrJsonClient` and then by the one called here. `getLastErrorMessage` has the text.
 ///
-/// No value is checked here: the daemon is the judge of each, and the ranges below are what it means by them.
+/// Values are not validated here; the daemon does that. The rows of types/settings.h list the values that it accepts.
 ///
 /// `init` must have been called. Threads: one caller at a time per client.
 class ZEL_EXPORT SysMgrClient {
@@ -41,12 +41,13 @@ class ZEL_EXPORT SysMgrClient {
   int getLastErrorMessage(ErrorReport& report);
 
   /// @name Stored parameters
-  /// Each sends one changed key of the stored parameters, which the daemon keeps and announces to its subscribers.
+  /// Each sends one changed key of the stored parameters, as its row in types/settings.h says. The daemon stores the
+  /// value and notifies its subscribers.
   /// @{
 
   /// The interface on which the RTSP server listens.
-  /// @param name  an interface name such as "eth0"; taken up to its first NUL, here and below where a text is passed by
-  ///              value.
+  /// @param name  an interface name such as "eth0"; sent up to its first NUL, as every text here that is passed by
+  /// value
   int setRtspEthPort(std::string name);
   /// The TCP port of the RTSP server.
   int setRtspTcpPort(uint32_t port);
@@ -70,12 +71,12 @@ class ZEL_EXPORT SysMgrClient {
   int setSapSupport(bool enable);
   /// The channels on one TDM line.
   int setTdmChannelsPerLine(uint32_t count);
-  /// The VLAN of the primary network. Travels as a signed number.
+  /// The VLAN of the primary network. Sent as a signed number.
   int setVlanPrimaryID(uint16_t id);
-  /// The VLAN of the secondary network. Travels as a signed number.
+  /// The VLAN of the secondary network. Sent as a signed number.
   int setVlanSecondaryID(uint16_t id);
   /// The image file of the video timing controller.
-  /// @param path  taken whole, NUL characters included
+  /// @param path  sent whole, NUL characters included
   int setVtcImagePath(const std::string& path);
   /// Whether other devices find the board through Walkabout.
   int enableWalkabout(bool enable);
@@ -83,13 +84,13 @@ class ZEL_EXPORT SysMgrClient {
   int enableSlp(bool enable);
   /// Whether the streams pause while PTP fails.
   int setPauseStreamsPtpFail(bool enable);
-  /// Whether the identification LEDs blink. A command of its own, not a stored parameter's.
+  /// Whether the identification LEDs blink. Sent as a command of its own (19).
   int setIdentifyLeds(bool enable);
 
   /// Adds the configuration of an interface, or replaces the one of the same name.
   int addEthIPv4Cfg(EthIpV4Cfg& config);
   /// Removes the configuration of an interface.
-  /// @param name  taken up to its first NUL
+  /// @param name  sent up to its first NUL
   int remEthIPv4Cfg(const std::string& name);
   int setNmosParameters(const NmosParameters& parameters);
   int setVideoTiming(VideoTimingParameters& timing);
@@ -99,12 +100,12 @@ class ZEL_EXPORT SysMgrClient {
   /// @name Device actions
   /// @{
 
-  /// Has the configuration set back to the factory's. A failure is logged once, by the JSON operation.
+  /// Resets the configuration to the factory's. A failure is logged once, by the JSON operation.
   int factoryReset();
   /// Asks for a restart of the board. A failure is logged once, by the JSON operation.
   int rebootDevice();
-  /// Tells the daemon how a module of the board is.
-  /// @param module  its name, taken whole
+  /// Reports the state of a module of the board to the daemon.
+  /// @param module  its name, sent whole
   int setModuleState(const std::string& module, bool error, bool warn);
   /// @}
 
@@ -121,7 +122,7 @@ class ZEL_EXPORT SysMgrClient {
   /// @}
 
   /// @name Multicast whitelist
-  /// Addresses and masks are dotted texts. One that is no address is logged at level 2 and travels as "0.0.0.0".
+  /// Addresses and masks are dotted texts. A text that is not an address is logged at level 2 and sent as "0.0.0.0".
   /// @{
 
   /// @param entries  the daemon's entries are appended to it; untouched after a failed request
@@ -137,9 +138,10 @@ class ZEL_EXPORT SysMgrClient {
   using Query = int (SysMgrJsonClient::*)(Json::Value& reply);
   using Command = int (SysMgrJsonClient::*)(Json::Value& request, Json::Value& reply);
 
-  int send(const zel::CodeLocation& here, Command command, Json::Value& request);
-  int set(const zel::CodeLocation& here, const char* key, Json::Value value);
-  int set(const zel::CodeLocation& here, const char* key, const IJsonSerializable& record);
+  int send(const zel::CodeLocation& here, Command command, Json::Value request);
+  int sendMember(const zel::CodeLocation& here, Command command, const char* key, Json::Value value);
+  template <class Row>
+  int set(const zel::CodeLocation& here, const Row& row, const typename Row::Type& value);
   int fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record);
   int changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry);
 

@@ -37,15 +37,24 @@ inline Json::Value& demandMember(Json::Value& object, Key key) {
   return *object.demand(key.data(), key.data() + key.size());
 }
 
-/// Calls `use` with each element of an array. What is no array has no elements, but for an object with members, which
-/// JsonCpp refuses to index.
-template <class Use>
-void forEachElement(Json::Value& array, Use use) {
+/// Reads a new record from each element of an array, and passes it to `use`. A value that is not an array has no
+/// elements, except an object with members, which JsonCpp refuses to index.
+template <class Record, class Use>
+void forEachRecord(Json::Value& array, Use use) {
   auto place = array.begin();  // to walk is cheaper than to index, which searches; only a gap is indexed
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const bool there = place != array.end() && place.index() == i;
-    use(there ? *place++ : array[i]);
+    Record record;
+    record.Deserialize(there ? *place++ : array[i]);
+    use(std::move(record));
   }
+}
+
+/// Appends the records of an array to a list. The records before an element that JsonCpp refuses to convert stay.
+template <class List>
+void appendRecords(Json::Value& array, List& list) {
+  using Record = typename List::value_type;
+  forEachRecord<Record>(array, [&list](Record&& record) { list.push_back(std::move(record)); });
 }
 
 /// The record that `reset` takes values from and that a delta compares with: a new one, unless the record's form says
@@ -183,13 +192,7 @@ class Reader {
   void list(Key key, List Record::*member) {
     List& records = record_.*member;
     records.clear();
-    Json::Value* const found = find(key);
-    if (!found) return;
-    forEachElement(*found, [&records](Json::Value& element) {
-      typename List::value_type record;
-      record.Deserialize(element);
-      records.push_back(std::move(record));
-    });
+    if (Json::Value* const found = find(key)) appendRecords(*found, records);
   }
 
   /// A member that is a record and stands in the same object.

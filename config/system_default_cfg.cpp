@@ -11,7 +11,7 @@
 #include "common/failed_check.h"
 #include "common/shared/singleton.h"
 #include "common/status.h"
-#include "types/board_models.h"
+#include "types/shared/board_models.h"
 
 using zel::checked;
 using zel::models::Redundancy;

@@ -1,10 +1,16 @@
-// Prints docs/keys.md: the keys of every document, with what the records themselves do to them. Nothing here knows a
-// key: each one is found by writing a record, and its rule by taking the key away and reading the rest.
+// Prints docs/keys.md: the keys of every document, and what the records do with them. The program finds a key by
+// writing a record, and its rules by changing the document and reading it into a record.
+
+#include <json/writer.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "types/settings.h"
 #include "types/sysmgr_types.h"
 
 namespace {
@@ -12,7 +18,7 @@ namespace {
 /// The place of a value in a document: "rtsp/tcp-port", "ethipv4/0/eth".
 using Path = std::vector<std::string>;
 
-/// The elements of an array are all alike: the first stands for them.
+/// All elements of an array have the same keys, so the tables show those of the first one.
 const std::string kFirst = "0";
 
 std::string shown(const Path& path) {
@@ -27,12 +33,45 @@ std::string shown(const Path& path) {
   return text;
 }
 
+std::string compact(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+std::string literal(const Json::Value& value) { return value.isNull() ? "nothing" : "`" + compact(value) + "`"; }
+
+const char* typeName(const Json::Value& value) {
+  switch (value.type()) {
+    case Json::intValue: return "integer";
+    case Json::uintValue: return "unsigned";
+    case Json::realValue: return "real";
+    case Json::stringValue: return "text";
+    case Json::booleanValue: return "boolean";
+    default: return "null";
+  }
+}
+
+// Documents
+
 Json::Value& at(Json::Value& document, const Path& path, std::size_t steps) {
   Json::Value* value = &document;
   for (std::size_t i = 0; i < steps; ++i) {
     value = value->isArray() ? &(*value)[static_cast<Json::ArrayIndex>(std::stoi(path[i]))] : &(*value)[path[i]];
   }
   return *value;
+}
+
+Json::Value valueAt(Json::Value document, const Path& path) { return at(document, path, path.size()); }
+
+Json::Value with(Json::Value document, const Path& path, const Json::Value& value) {
+  at(document, path, path.size()) = value;
+  return document;
+}
+
+Json::Value without(Json::Value document, const std::string& key) {
+  document.removeMember(key);
+  return document;
 }
 
 void collect(const Json::Value& value, Path& here, std::vector<Path>& leaves) {
@@ -51,21 +90,12 @@ void collect(const Json::Value& value, Path& here, std::vector<Path>& leaves) {
   }
 }
 
-const char* typeName(const Json::Value& value) {
-  switch (value.type()) {
-    case Json::intValue: return "integer";
-    case Json::uintValue: return "unsigned";
-    case Json::realValue: return "real";
-    case Json::stringValue: return "text";
-    case Json::booleanValue: return "boolean";
-    default: return "null";
-  }
-}
-
-std::string literal(const Json::Value& value) {
-  if (value.isNull()) return "nothing";
-  if (value.isString()) return "`\"" + value.asString() + "\"`";
-  return "`" + value.asString() + "`";
+/// The paths of all values.
+std::vector<Path> leavesOf(const Json::Value& document) {
+  std::vector<Path> leaves;
+  Path here;
+  collect(document, here, leaves);
+  return leaves;
 }
 
 template <class Record>
@@ -75,148 +105,279 @@ Json::Value written(const Record& record) {
   return document;
 }
 
-/// What a reader makes of the document: the record afterwards, written again.
+/// Reads a document into a copy of the record.
 template <class Record>
-Json::Value readInto(Record record, Json::Value document) {
+Record over(Record record, Json::Value document) {
   record.Deserialize(document);
-  return written(record);
+  return record;
 }
 
-Json::Value valueAt(Json::Value document, const Path& path) { return at(document, path, path.size()); }
-
-/// What becomes of a member when `document` is read into records that hold other values.
+/// What the record writes after it has read a document; null when JsonCpp refuses to convert a value of it.
 template <class Record>
-std::string ruleOf(const Path& path, const Json::Value& document, const Record& one, const Record& other) {
-  const Json::Value fromOne = valueAt(readInto(one, document), path);
-  const Json::Value fromOther = valueAt(readInto(other, document), path);
+Json::Value rewritten(const Record& record, const Json::Value& document) {
+  try {
+    return written(over(record, document));
+  } catch (const Json::Exception&) {
+    return {};
+  }
+}
+
+// What a record does with a document
+
+/// Two records that differ in every member. The first one writes every key.
+template <class Record>
+struct Samples {
+  Record one;
+  Record other;
+};
+
+/// Whether a key is written with a fixed value and never read.
+template <class Record>
+bool isConstant(const Samples<Record>& samples, const Path& path) {
+  const Json::Value value = valueAt(written(samples.one), path);
+  if (value != valueAt(written(samples.other), path)) return false;
+  if (value == valueAt(rewritten(samples.one, with(written(samples.one), path, "another text")), path)) return true;
+  std::fprintf(stderr, "The samples have the same %s.\n", shown(path).c_str());
+  std::exit(1);
+}
+
+/// The value of a member after both samples have read the document, or "kept" when that is a value of their own.
+template <class Record>
+std::string ruleOf(const Samples<Record>& samples, const Path& path, const Json::Value& document) {
+  if (isConstant(samples, path)) return "not read";
+  const Json::Value fromOne = valueAt(rewritten(samples.one, document), path);
+  const Json::Value fromOther = valueAt(rewritten(samples.other, document), path);
   return fromOne == fromOther ? literal(fromOne) : "kept";
 }
 
-/// What becomes of a member when its key is absent from an object that is there.
 template <class Record>
-std::string withoutKey(const Path& path, Json::Value document, const Record& one, const Record& other) {
+std::string withoutKey(const Samples<Record>& samples, const Path& path) {
+  Json::Value document = written(samples.one);
   Json::Value& parent = at(document, path, path.size() - 1);
   parent.removeMember(path.back());
   parent["another-key"] = true;  // an empty object would count as a missing block
-  return ruleOf(path, document, one, other);
+  return ruleOf(samples, path, document);
 }
 
-/// What becomes of it when the block that it stands in is absent.
 template <class Record>
-std::string withoutBlock(const Path& path, Json::Value document, const Record& one, const Record& other) {
+std::string withNull(const Samples<Record>& samples, const Path& path) {
+  return ruleOf(samples, path, with(written(samples.one), path, Json::Value()));
+}
+
+template <class Record>
+std::string withoutBlock(const Samples<Record>& samples, const Path& path) {
   if (path.size() == 1) return "";
-  const bool list = document[path.front()].isArray();
-  document.removeMember(path.front());
-  if (!list) return ruleOf(path, document, one, other);
-  return readInto(one, document).isMember(path.front()) ? "list kept" : "list emptied";
+  const Json::Value document = written(samples.one);
+  const Json::Value missing = without(document, path.front());
+  if (document[path.front()].isObject()) return ruleOf(samples, path, missing);
+  return rewritten(samples.one, missing).isMember(path.front()) ? "list kept" : "list emptied";
 }
 
-/// @param one, other  records that differ in every member and write every key
+/// Which values at the top level have the effect of an absent key, where the key holds a value of this type.
 template <class Record>
-void table(const char* title, const char* note, const Record& one, const Record& other) {
+std::string formsOfMissing(const Record& record, Json::ValueType type) {
+  const Json::Value document = written(record);
+  std::string forms = "absent";
+  for (const Json::ValueType each : {Json::nullValue, Json::objectValue, Json::arrayValue}) {
+    const Json::Value form(each);
+    bool missing = true;
+    for (const std::string& block : document.getMemberNames()) {
+      if (document[block].type() != type) continue;
+      const Json::Value absent = without(document, block);
+      missing = missing && rewritten(record, with(absent, {block}, form)) == rewritten(record, absent);
+    }
+    if (missing) forms += ", `" + compact(form) + "`";
+  }
+  return forms;
+}
+
+/// Whether a text is also read from an object that has it under the same key.
+template <class Record>
+bool isReadFromObject(const Samples<Record>& samples, const Path& path) {
+  const Json::Value document = written(samples.other);
+  const Json::Value text = valueAt(document, path);
+  if (!text.isString() || isConstant(samples, path)) return false;
+  Json::Value object;
+  object[path.back()] = text;
+  return rewritten(Record(), with(document, path, object)) == document;
+}
+
+// The page
+
+template <class Record>
+void table(const char* title, const char* note, const Samples<Record>& samples) {
   std::printf("\n## %s\n\n%s\n\n", title, note);
-  std::printf("| key | type | a new record writes | key missing | block missing |\n|---|---|---|---|---|\n");
-  const Json::Value document = written(one);
+  std::printf(
+      "| key | type | a new record writes | key missing | key null | block missing |\n|---|---|---|---|---|---|\n");
+  const Json::Value document = written(samples.one);
   const Json::Value fresh = written(Record());
-  std::vector<Path> leaves;
-  Path here;
-  collect(document, here, leaves);
-  for (const Path& path : leaves) {
-    std::printf("| `%s` | %s | %s | %s | %s |\n", shown(path).c_str(), typeName(valueAt(document, path)),
-                literal(valueAt(fresh, path)).c_str(), withoutKey(path, document, one, other).c_str(),
-                withoutBlock(path, document, one, other).c_str());
+  bool hasObjects = false;
+  bool hasLists = false;
+  std::vector<Path> alsoInObjects;
+  for (const Path& path : leavesOf(document)) {
+    std::printf("| `%s` | %s | %s | %s | %s | %s |\n", shown(path).c_str(), typeName(valueAt(document, path)),
+                literal(valueAt(fresh, path)).c_str(), withoutKey(samples, path).c_str(),
+                withNull(samples, path).c_str(), withoutBlock(samples, path).c_str());
+    hasObjects = hasObjects || document[path.front()].isObject();
+    hasLists = hasLists || document[path.front()].isArray();
+    if (isReadFromObject(samples, path)) alsoInObjects.push_back(path);
+  }
+  const auto forms = [&](Json::ValueType type) { return formsOfMissing(samples.one, type); };
+  if (hasObjects) std::printf("\nA missing block: %s.", forms(Json::objectValue).c_str());
+  if (hasLists) std::printf(" A missing list: %s.\n", forms(Json::arrayValue).c_str());
+  for (const Path& path : alsoInObjects) {
+    Json::Value example;
+    example[path.back()][path.back()] = valueAt(written(samples.other), path);
+    std::printf("\n`%s` is also read from an object: `%s`.\n", shown(path).c_str(), compact(example).c_str());
   }
 }
 
-/// Two of each record, different in every member, that write every key.
-struct Samples {
-  SysParameters stored;
-  SysParametersDynamic dynamic;
-  BoardModel model;
-  WhiteListEntry range;
-  Vlan vlan;
-};
+Json::Value deltaOf(SysParameters record) {
+  Json::Value document(Json::objectValue);
+  record.SerializeDelta(document);
+  return document;
+}
 
-Samples samples(bool first) {
+bool isInDelta(const SysParameters& record, const Path& path) { return !valueAt(deltaOf(record), path).isNull(); }
+
+/// The value with which a member is not in the delta: that of a new record, or what a missing key sets, or one of the
+/// texts of an enumeration.
+Json::Value leftOutValue(const SysParameters& record, const Path& path) {
+  std::vector<Json::Value> candidates = {valueAt(written(SysParameters()), path),
+                                         valueAt(rewritten(SysParameters(), Json::objectValue), path)};
+  for (const char* const choice : zel::settings::findPath(shown(path))->choices()) candidates.emplace_back(choice);
+  for (const Json::Value& value : candidates) {
+    if (!isInDelta(over(record, with(written(record), path, value)), path)) return value;
+  }
+  std::fprintf(stderr, "%s is in every delta.\n", shown(path).c_str());
+  std::exit(1);
+}
+
+void deltaTable(const Samples<SysParameters>& samples) {
+  std::printf(R"(
+## Delta of the stored parameters
+
+`SysParameters::SerializeDelta` writes only the settings that differ from the factory values.
+
+| key | left out when it is |
+|---|---|
+)");
+  const Json::Value document = without(written(samples.one), "ethipv4");
+  Json::Value factory = document;
+  for (const Path& path : leavesOf(document)) {
+    std::string leftOut = "always";
+    if (isInDelta(samples.one, path) || isInDelta(samples.other, path)) {
+      const Json::Value value = leftOutValue(samples.one, path);
+      leftOut = literal(value);
+      factory = with(factory, path, value);
+    }
+    std::printf("| `%s` | %s |\n", shown(path).c_str(), leftOut.c_str());
+  }
+  std::printf(R"(| `ethipv4` | empty; otherwise all its entries are written |
+
+Two keys are in every delta. With the values of this table it is `%s`.
+)",
+              compact(deltaOf(over(SysParameters(), factory))).c_str());
+}
+
+// The samples
+
+/// Sets each member that has a row.
+SysParameters stored(bool first) {
+  SysParameters parameters;
+  zel::settings::forEach([&](const auto& row) {
+    using Row = std::decay_t<decltype(row)>;
+    using Value = typename Row::Type;
+    if constexpr (std::is_base_of_v<zel::StoredValue<Value>, Row>) {
+      if constexpr (std::is_same_v<Value, std::string>) {
+        row.in(parameters) = first ? "a" : "b";
+      } else if constexpr (std::is_enum_v<Value>) {
+        row.in(parameters) = static_cast<Value>(row.values.least + (first ? 0 : 1));
+      } else if constexpr (std::is_same_v<Value, bool>) {
+        row.in(parameters) = first;
+      } else if constexpr (std::is_integral_v<Value>) {
+        row.in(parameters) = first ? 1 : 2;
+      }
+    }
+  });
+  EthIpV4Cfg interface;
+  interface.eth = first ? "a" : "b";
+  interface.mode.mode = first ? EthMode::ETH_MODE_STATIC : EthMode::ETH_MODE_DHCP;  // only a static one has addresses
+  interface.ip = interface.mask = interface.gw = 1;
+  parameters.ethIPv4Cfg.push_back(interface);
+  return parameters;
+}
+
+SysParametersDynamic dynamic(bool first) {
   const std::string text = first ? "a" : "b";
   const int number = first ? 1 : 2;
-  const unsigned int count = first ? 1 : 2;
-  Samples made;
-
-  SysParameters& stored = made.stored;
-  for (std::string* member : {&stored.rtspEthPort, &stored.advertEthPort, &stored.advertBoardNamePrefix,
-                              &stored.cfgFilePath, &stored.serialNumber, &stored.vtcImagePath, &stored.ptpPath,
-                              &stored.nmos.nodeName, &stored.nmos.deviceName, &stored.nmos.advertisementInterface}) {
-    *member = text;
-  }
-  for (uint32_t* member : {&stored.rtspTcpPort, &stored.advertTcpPort, &stored.offsetFromMasterThreshold,
-                           &stored.tdmChannelsPerLine, &stored.emberTcpPort}) {
-    *member = count;
-  }
-  for (bool* member : {&stored.cfgAutosaveEnable, &stored.redundancyEnable, &stored.walkaboutEnable, &stored.sapEnable,
-                       &stored.slpEnable, &stored.pauseStreamsPtpFail, &stored.identifyEnable, &stored.nmos.enable}) {
-    *member = first;
-  }
-  for (int* member : {&stored.nmos.httpSdpPort, &stored.nmos.nodePort, &stored.nmos.queryPort,
-                      &stored.nmos.registrationPort, &stored.nmos.slotId, &stored.nmos.shelfId,
-                      &stored.videoTiming.initBufDelay, &stored.videoTiming.minWrRdPtrThresh,
-                      &stored.videoTiming.maxWrRdPtrThresh, &stored.videoTiming.rtpPktsPerFrame}) {
-    *member = number;
-  }
-  stored.primaryVlanId = stored.secondaryVlanId = static_cast<uint16_t>(number);
-  stored.videoTiming.timingMode =
-      first ? VideoTimingParameters::TIMING_MODE_FRAME_SYNC : VideoTimingParameters::TIMING_MODE_2059;
-  stored.bitstream.type = first ? BitstreamType::BITSTREAM_SDI_TR04 : BitstreamType::BITSTREAM_SDI_ST2110;
-  EthIpV4Cfg interface;
-  interface.eth = text;
-  interface.ip = interface.mask = interface.gw = count;
-  stored.ethIPv4Cfg.push_back(interface);
-
-  SysParametersDynamic& dynamic = made.dynamic;
-  dynamic.chipIdVersion = dynamic.chipIdName = text;
-  dynamic.temperature.fpga = dynamic.fanSpeed.main = number;
-  dynamic.madiLock = first;
+  SysParametersDynamic made;
+  made.chipIdVersion = made.chipIdName = text;
+  made.temperature.fpga = made.fanSpeed.main = number;
+  made.madiLock = first;
   SystemError error;
   error.code = number;
   error.description = text;
-  dynamic.errors.push_back(error);
+  made.errors.push_back(error);
   EthBasicInfo basics;
   basics.name = basics.mac = basics.label = basics.sfp.partNumber = text;
-  basics.ip = basics.index = count;
+  basics.ip = basics.index = static_cast<uint32_t>(number);
   basics.ipPresent = basics.sfp.present = first;
   basics.sfp.temperature = basics.sfp.rxPower = basics.sfp.txPower = first ? 0.25F : 0.5F;
   basics.sfp.wavelength = number;
-  dynamic.ethBasics.push_back(basics);
-
-  made.model.model = first ? BoardModelType::KORVA : BoardModelType::ZIRC;
-  made.model.bitstream = stored.bitstream;
-
-  made.range.setIp(count);
-  made.range.setMask(count);
-  made.range.enable(first);
-
-  made.vlan.id = made.vlan.tpid = static_cast<uint16_t>(number);
-  made.vlan.priority = static_cast<uint8_t>(number);
+  made.ethBasics.push_back(basics);
   return made;
+}
+
+BoardModel model(bool first) {
+  BoardModel made;
+  made.model = first ? BoardModelType::KORVA : BoardModelType::ZIRC;
+  made.bitstream.type = first ? BitstreamType::BITSTREAM_SDI_TR04 : BitstreamType::BITSTREAM_SDI_ST2110;
+  return made;
+}
+
+WhiteListEntry whitelistEntry(bool first) {
+  WhiteListEntry made;
+  made.ip = made.mask = first ? 1 : 2;
+  made.enabled = first;
+  return made;
+}
+
+Vlan vlan(bool first) {
+  Vlan made;
+  made.id = made.tpid = first ? 1 : 2;
+  made.priority = first ? 1 : 2;
+  return made;
+}
+
+template <class Make>
+auto samples(Make make) {
+  return Samples<decltype(make(true))>{make(true), make(false)};
 }
 
 }  // namespace
 
 int main() {
-  const Samples one = samples(true);
-  const Samples other = samples(false);
-  std::printf(
-      "# The keys of every document\n\n"
-      "Made by `docs/make_keys.cpp` from what the records do; a test keeps the two the same. \"kept\": the member "
-      "stays\n"
-      "as it was. A block is a key at the top level that holds an object or an array; it is missing when it is "
-      "absent,\n"
-      "null or empty.\n");
-  table("Stored parameters", "Answer of command 0 under \"stored\", payload of topic 1000.", one.stored, other.stored);
-  table("Dynamic information", "Answer of command 1 under \"dynamic\", payload of topic 1001.", one.dynamic,
-        other.dynamic);
-  table("Board model", "Answer of command 3 under \"board-model\".", one.model, other.model);
-  table("Whitelist entry", "An element of \"white-list\", in requests, answers and topic 1004.", one.range,
-        other.range);
-  table("VLAN tag", "A record of its own; the stored interface configurations do not carry it.", one.vlan, other.vlan);
+  std::printf(R"(# The keys of every document
+
+`docs/make_keys.cpp` prints this page from what the records do, and a test compares. The meaning of the stored
+parameters and the values that the daemon accepts are in [protocol.md](protocol.md).
+
+A key is missing when it is absent. A key that is null is not missing: JsonCpp converts null to 0, false or the empty
+text. A block is a key at the top level that holds an object or a list. Where an object inside a block is missing, its
+keys are missing. JsonCpp throws an exception for a value that it cannot convert.
+
+"kept": the member keeps its value. "not read": the key is written with a fixed value and never read.
+)");
+  table(
+      "Stored parameters",
+      R"(Answer of command 0 under "stored", payload of topic 1000. An entry of "ethipv4" replaces the entry of its name; the
+other entries stay.)",
+      samples(stored));
+  deltaTable(samples(stored));
+  table("Dynamic information", R"(Answer of command 1 under "dynamic", payload of topic 1001.)", samples(dynamic));
+  table("Board model", R"(Answer of command 3 under "board-model".)", samples(model));
+  table("Whitelist entry", R"(An element of "white-list", in requests, answers and topic 1004.)",
+        samples(whitelistEntry));
+  table("VLAN tag", "A record of its own. The stored interface configurations do not contain it.", samples(vlan));
 }

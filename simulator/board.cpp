@@ -87,7 +87,7 @@ Refusal refuseFixed(const WhiteListEntry& entry) {
 
 Refusal addEntry(WhiteListDb& db, const WhiteListEntry& entry) {
   const auto known = db.entries.find(entry.ip);
-  if (known != db.entries.end() && WhiteListDb::isEntryFixed(known->second.type)) return refuseFixed(known->second);
+  if (known != db.entries.end() && db.isEntryFixed(known->second.type)) return refuseFixed(known->second);
   if (known == db.entries.end() && db.entries.size() >= kMostWhitelistEntries) {
     return {refusal::kTooMany, "\"white-list\" is full: " + rangeText(entry) + " is more than " +
                                    std::to_string(kMostWhitelistEntries) + " entries."};
@@ -102,7 +102,7 @@ Refusal findEntry(WhiteListDb& db, const WhiteListEntry& wanted, std::map<unsign
   if (at == db.entries.end() || at->second.mask != wanted.mask) {
     return {refusal::kNotFound, "\"white-list\" has no entry " + rangeText(wanted) + "."};
   }
-  return WhiteListDb::isEntryFixed(at->second.type) ? refuseFixed(at->second) : Refusal{};
+  return db.isEntryFixed(at->second.type) ? refuseFixed(at->second) : Refusal{};
 }
 
 // --- documents of the state file

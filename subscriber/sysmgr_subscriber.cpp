@@ -3,6 +3,7 @@
 #include <new>
 
 #include "common/failed_check.h"
+#include "common/json_form.h"
 #include "common/shared/recycled.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"
@@ -33,17 +34,6 @@ int notOverridden(const char* callback) {
   Logger::log(Logger::LEVEL_PROGRESS,
               "SysmgrSubscriber: client subscribed to messages, but didn't override the callback %s.", callback);
   return zel::status::kOk;
-}
-
-std::list<WhiteListEntry> whitelistOf(Json::Value& payload) {
-  std::list<WhiteListEntry> entries;
-  Json::Value& listed = payload["white-list"];
-  for (Json::ArrayIndex i = 0; i < listed.size(); ++i) {
-    WhiteListEntry entry;
-    entry.Deserialize(listed[i]);
-    entries.push_back(entry);
-  }
-  return entries;
 }
 
 }  // namespace
@@ -129,7 +119,8 @@ int SysmgrSubscriber::dispatch(SysmgrPublisher::sysmgr_notifications_t notificat
     }
     case SysmgrPublisher::SYSMGR_REBOOT_REQUEST: return notifyRebootRequest();
     case SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE: {
-      std::list<WhiteListEntry> entries = whitelistOf(payload);
+      std::list<WhiteListEntry> entries;
+      zel::appendRecords(payload[zel::kWhitelistMember], entries);
       return notifyMcastWhitelistUpdate(entries);
     }
   }

@@ -53,12 +53,12 @@ class ZEL_EXPORT WhiteListEntry : public IJsonSerializable {
   whitelist_entry_t getType() const { return type; }
   int getIndex() const { return index; }
 
-  /// Takes the address from its dotted text. A text that is no address is logged at level 2 ("Error parsing IP [%s]:
-  /// invalid IP address") and leaves the value; an empty one leaves it silently.
-  /// @return 1, whether or not the text is an address: the result carries no information.
-  int setIp(const std::string& dotted);
+  /// Sets the address from its dotted text. A text that is not an address is logged at level 2 ("Error parsing IP [%s]:
+  /// invalid IP address") and leaves the value as it is; an empty text leaves it without a log line.
+  /// @return 1, also when the text is not an address
+  int setIp(std::string dotted);
   /// As `setIp`.
-  int setMask(const std::string& dotted);
+  int setMask(std::string dotted);
   /// @return 1
   int setIp(unsigned int hostOrder);
   /// @return 1
@@ -77,7 +77,7 @@ class ZEL_EXPORT WhiteListDb : public IJsonSerializable {
   std::map<unsigned int, WhiteListEntry> entries;
 
   /// Whether the system defines entries of this kind itself: kinds 0, 1 and 2.
-  static bool isEntryFixed(WhiteListEntry::whitelist_entry_t type);
+  bool isEntryFixed(WhiteListEntry::whitelist_entry_t type) const;
 
   /// Writes every entry, in ascending order of address, to the elements of the array `root` from 0 on; elements behind
   /// the last one are left alone, and so is `root` when there is no entry.

@@ -13,6 +13,7 @@
 #include "tests/simulator/listener.h"
 #include "tests/simulator/temporary_folder.h"
 #include "tests/support/interrupted_calls.h"
+#include "tests/support/setter_calls.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ using zel::test::FailingFiles;
 using zel::test::json;
 using zel::test::kSoon;
 using zel::test::Listener;
+using zel::test::SetterCall;
 using zel::test::TestClient;
 using zel::test::text;
 namespace refusal = zel::sim::refusal;
@@ -41,81 +43,8 @@ SimulatorOptions with(const std::vector<std::string>& faults) {
 
 // --- every setter
 
-struct Setter {
-  const char* name;
-  std::function<int(SysMgrClient&)> call;
-  const char* path;
-  const char* stored;
-};
-void PrintTo(const Setter& setter, std::ostream* out) { *out << setter.name; }
-
-const std::vector<Setter>& setters() {
-  static const std::vector<Setter> kSetters = {
-      {"setRtspEthPort", [](auto& c) { return c.setRtspEthPort("eth1"); }, "rtsp/eth-port", R"("eth1")"},
-      {"setRtspTcpPort", [](auto& c) { return c.setRtspTcpPort(5004); }, "rtsp/tcp-port", "5004"},
-      {"setEmberTcpPort", [](auto& c) { return c.setEmberTcpPort(9001); }, "ember/tcp-port", "9001"},
-      {"setAdvertEthPort", [](auto& c) { return c.setAdvertEthPort("eth2"); }, "advert/eth-port", R"("eth2")"},
-      {"setAdvertTcpPort", [](auto& c) { return c.setAdvertTcpPort(8080); }, "advert/tcp-port", "8080"},
-      {"setAdvertBoardPrefixName", [](auto& c) { return c.setAdvertBoardPrefixName("Studio"); },
-       "advert/board-name-prefix", R"("Studio")"},
-      {"setCfgStoragePath", [](auto& c) { return c.setCfgStoragePath("/data/"); }, "cfg/cfg-file-path", R"("/data/")"},
-      {"setAutosaveSupport", [](auto& c) { return c.setAutosaveSupport(false); }, "cfg/autosave-enable", "false"},
-      {"setCfgOfsetFromMasterThreashold", [](auto& c) { return c.setCfgOfsetFromMasterThreashold(123); },
-       "cfg/offset-from-master-threshold", "123"},
-      {"setRedundancySupport", [](auto& c) { return c.setRedundancySupport(false); }, "redundancy/enable", "false"},
-      {"setSapSupport", [](auto& c) { return c.setSapSupport(true); }, "sap/enable", "true"},
-      {"setTdmChannelsPerLine", [](auto& c) { return c.setTdmChannelsPerLine(16); }, "tdm/channels-per-line", "16"},
-      {"setVlanPrimaryID", [](auto& c) { return c.setVlanPrimaryID(4094); }, "vlan/primary-id", "4094"},
-      {"setVlanSecondaryID", [](auto& c) { return c.setVlanSecondaryID(0); }, "vlan/secondary-id", "0"},
-      {"setVtcImagePath", [](auto& c) { return c.setVtcImagePath("/x.bin"); }, "vtc/image-path", R"("/x.bin")"},
-      {"enableWalkabout", [](auto& c) { return c.enableWalkabout(false); }, "walkabout/enable", "false"},
-      {"enableSlp", [](auto& c) { return c.enableSlp(false); }, "slp/enable", "false"},
-      {"setPauseStreamsPtpFail", [](auto& c) { return c.setPauseStreamsPtpFail(true); },
-       "cfg/pause-audio-streams-ptp-fails", "true"},
-      {"setIdentifyLeds", [](auto& c) { return c.setIdentifyLeds(true); }, "cfg/identify-enable", "true"},
-      {"remEthIPv4Cfg", [](auto& c) { return c.remEthIPv4Cfg("eth1") + c.remEthIPv4Cfg("eth2"); }, "ethipv4",
-       R"([{"eth":"eth0","mode":"static","static":{"gw":"0.0.0.0","ip":"192.168.0.100","mask":"255.255.255.0"}}])"},
-      {"addEthIPv4Cfg",
-       [](auto& c) {
-         EthIpV4Cfg cfg;
-         cfg.eth = "eth0";
-         cfg.mode.mode = EthMode::ETH_MODE_DHCP;
-         return c.addEthIPv4Cfg(cfg);
-       },
-       "ethipv4", R"([{"eth":"eth0","mode":"DHCP"},{"eth":"eth1","mode":"DHCP"},{"eth":"eth2","mode":"DHCP"}])"},
-      {"setNmosParameters",
-       [](auto& c) {
-         NmosParameters nmos;
-         nmos.nodePort = 9000;
-         nmos.deviceName = "Camera 1";
-         return c.setNmosParameters(nmos);
-       },
-       "nmos",
-       R"({"advertisement-interface":"eth0","device-name":"Camera 1","enable":true,"http-sdp-port":8081,)"
-       R"("node-description":"Velmar node","node-name":"Velmar Board","node-port":9000,"query-port":8235,)"
-       R"("registration-port":8870,"shelf-id":0,"slot-id":0})"},
-      {"setVideoTiming",
-       [](auto& c) {
-         VideoTimingParameters timing;
-         timing.timingMode = VideoTimingParameters::TIMING_MODE_2059;
-         timing.minWrRdPtrThresh = 4;
-         return c.setVideoTiming(timing);
-       },
-       "videoTimingParameters", R"({"minWrRdPtrThresh":4,"timing-mode":"2059"})"},
-      {"setBitstream",
-       [](auto& c) {
-         BitstreamType bitstream;
-         bitstream.type = BitstreamType::BITSTREAM_SDI_BIDIR_ST2110;
-         return c.setBitstream(bitstream);
-       },
-       "bitstream/module", R"("SDI-BIDIR-ST2110")"},
-  };
-  return kSetters;
-}
-
-class EverySetter : public testing::TestWithParam<Setter> {};
-
-TEST_P(EverySetter, IsFoundAgainAtItsPlaceAndInTheNotification) {
+/// Calls a setter, and expects the value at a path of the stored parameters and of the notification.
+void expectStored(const std::function<int(SysMgrClient&)>& setter, const char* path, const Json::Value& value) {
   const BackgroundSimulator simulator;
   ASSERT_THAT(simulator.failure(), IsEmpty());
   zmq::context_t context;
@@ -126,25 +55,41 @@ TEST_P(EverySetter, IsFoundAgainAtItsPlaceAndInTheNotification) {
   Json::Value before;
   ASSERT_EQ(client.getStoredParameters(stored), 0);
   stored.Serialize(before);
-  ASSERT_NE(text(at(before, GetParam().path)), GetParam().stored) << "the row changes nothing";
+  ASSERT_NE(text(at(before, path)), text(value)) << "the setter changes nothing";
 
-  EXPECT_EQ(GetParam().call(client), 0);
+  EXPECT_EQ(setter(client), 0);
 
   Json::Value after;
   SysParameters changed;
   ASSERT_EQ(client.getStoredParameters(changed), 0);
   changed.Serialize(after);
-  EXPECT_EQ(text(at(after, GetParam().path)), GetParam().stored);
+  EXPECT_EQ(text(at(after, path)), text(value));
   Json::Value published;
   ASSERT_TRUE(listener.waitFor([&](const std::string& topic, const Json::Value& payload) {
     published = payload;
-    return topic == "1000" && text(at(payload, GetParam().path)) == GetParam().stored;
+    return topic == "1000" && text(at(payload, path)) == text(value);
   }));
   EXPECT_EQ(text(published), text(after));
 }
 
-INSTANTIATE_TEST_SUITE_P(Simulator, EverySetter, testing::ValuesIn(setters()),
-                         [](const auto& row) { return std::string(row.param.name); });
+class EverySetter : public testing::TestWithParam<SetterCall> {};
+
+TEST_P(EverySetter, IsFoundAgainAtItsPlaceAndInTheNotification) {
+  const SetterCall& setter = GetParam();
+  if (setter.row == &zel::settings::kAddInterface) {
+    expectStored(setter.call, "ethipv4", json(R"([{"eth": "eth0", "mode": "DHCP"}, {"eth": "eth1", "mode": "DHCP"},
+                                                  {"eth": "eth2", "mode": "DHCP"}])"));
+  } else if (setter.row == &zel::settings::kRemoveInterface) {
+    expectStored(setter.call, "ethipv4", json(R"([
+        {"eth": "eth0", "mode": "static",
+         "static": {"gw": "0.0.0.0", "ip": "192.168.0.100", "mask": "255.255.255.0"}},
+        {"eth": "eth2", "mode": "DHCP"}])"));
+  } else {
+    expectStored(setter.call, setter.row->path, setter.value);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulator, EverySetter, testing::ValuesIn(zel::test::setterCalls()), zel::test::nameOfSetter);
 
 // --- over the wire
 

@@ -142,8 +142,8 @@ TEST(WhiteListEntry, ReadingLeavesTheDocumentAsItIs) { EXPECT_EQ(afterReading<Wh
 // WhiteListDb
 
 TEST(WhiteListDb, KindsBelowThreeAreFixed) {
-  for (const int value : {0, 1, 2}) EXPECT_TRUE(WhiteListDb::isEntryFixed(kind(value)));
-  for (const int value : {3, 9, -1, 1000}) EXPECT_FALSE(WhiteListDb::isEntryFixed(kind(value)));
+  for (const int value : {0, 1, 2}) EXPECT_TRUE(WhiteListDb().isEntryFixed(kind(value)));
+  for (const int value : {3, 9, -1, 1000}) EXPECT_FALSE(WhiteListDb().isEntryFixed(kind(value)));
 }
 
 TEST(WhiteListDb, WritesEntriesInAscendingOrder) {

@@ -1,8 +1,8 @@
 #include "types/nmos_parameters.h"
 
 #include "common/logger.h"
-#include "types/mark.h"
-#include "types/walks.h"
+#include "types/internal/mark.h"
+#include "types/internal/walks.h"
 
 void NmosParameters::Serialize(Json::Value& root) const { zel::writeRecord(*this, root); }
 int NmosParameters::Deserialize(Json::Value& root) { return zel::readRecord(*this, root); }

@@ -2,8 +2,8 @@
 
 #include "common/logger.h"
 #include "common/status.h"
-#include "types/board_models.h"
-#include "types/walks.h"
+#include "types/internal/walks.h"
+#include "types/shared/board_models.h"
 
 using zel::models::VideoFormats;
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "types/board_model.h"
-#include "types/enum_texts.h"
+#include "types/internal/enum_texts.h"
 #include "types/sysmgr_eth_types.h"
 
 // The table of board models: everything that differs from one model to another.

@@ -17,14 +17,14 @@ void walk(Io& io, const WhiteListEntry&) {
 
 namespace {
 
-/// What the setters return, whatever they were given.
-constexpr int kTold = 1;
+/// The setters return this for every value, so their result says nothing.
+constexpr int kSetterResult = 1;
 
 int setAddress(uint32_t& member, const std::string& dotted) {
   IpAddress address(member);
   address.setAddress(dotted);
   member = address.getAddress();
-  return kTold;
+  return kSetterResult;
 }
 
 template <class Wanted>
@@ -64,38 +64,40 @@ int WhiteListEntry::getMask(IpAddress& address) const {
 std::string WhiteListEntry::getIpStr() const { return IpAddress(ip).toString(); }
 std::string WhiteListEntry::getMaskStr() const { return IpAddress(mask).toString(); }
 
-int WhiteListEntry::setIp(const std::string& dotted) { return setAddress(ip, dotted); }
-int WhiteListEntry::setMask(const std::string& dotted) { return setAddress(mask, dotted); }
+// The binary interface passes these texts by value. NOLINTBEGIN(performance-unnecessary-value-param)
+int WhiteListEntry::setIp(std::string dotted) { return setAddress(ip, dotted); }
+int WhiteListEntry::setMask(std::string dotted) { return setAddress(mask, dotted); }
+// NOLINTEND(performance-unnecessary-value-param)
 
 int WhiteListEntry::setIp(unsigned int hostOrder) {
   ip = hostOrder;
-  return kTold;
+  return kSetterResult;
 }
 
 int WhiteListEntry::setMask(unsigned int hostOrder) {
   mask = hostOrder;
-  return kTold;
+  return kSetterResult;
 }
 
 void WhiteListEntry::Serialize(Json::Value& root) const { zel::writeRecord(*this, root); }
 int WhiteListEntry::Deserialize(Json::Value& root) { return zel::readRecord(*this, root); }
 
-bool WhiteListDb::isEntryFixed(WhiteListEntry::whitelist_entry_t type) { return static_cast<unsigned int>(type) < 3; }
+bool WhiteListDb::isEntryFixed(WhiteListEntry::whitelist_entry_t type) const {
+  return static_cast<unsigned int>(type) < 3;
+}
 
 void WhiteListDb::Serialize(Json::Value& root) const {
   writeEntries(entries, root, [](const WhiteListEntry&) { return true; });
 }
 
 void WhiteListDb::SerializeVariable(Json::Value& root) const {
-  writeEntries(entries, root, [](const WhiteListEntry& entry) { return !isEntryFixed(entry.getType()); });
+  writeEntries(entries, root, [this](const WhiteListEntry& entry) { return !isEntryFixed(entry.getType()); });
 }
 
 int WhiteListDb::Deserialize(Json::Value& root) {
   Logger::log(Logger::LEVEL_LIFECYCLE, "Cleaning Whitelist database and loading it from the received json");
   entries.clear();
-  zel::forEachElement(root, [this](Json::Value& element) {
-    WhiteListEntry entry;
-    entry.Deserialize(element);
+  zel::forEachRecord<WhiteListEntry>(root, [this](const WhiteListEntry& entry) {
     entries.emplace(entry.ip, entry);  // the first one of an address stays
   });
   return zel::status::kOk;

@@ -1,7 +1,7 @@
 #include "types/video_timing.h"
 
-#include "types/enum_texts.h"
-#include "types/walks.h"
+#include "types/internal/enum_texts.h"
+#include "types/internal/walks.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "common/ip_address.h"
 #include "common/logger.h"
-#include "types/mark.h"
-#include "types/walks.h"
+#include "types/internal/mark.h"
+#include "types/internal/walks.h"
 
 namespace zel {
 
@@ -30,9 +30,7 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
   std::unordered_set<EthIpV4Cfg*, HashOfName, SameName> byName(list.size() + array.size());
   for (EthIpV4Cfg& entry : list) byName.insert(&entry);
 
-  forEachElement(array, [&](Json::Value& element) {
-    EthIpV4Cfg entry;
-    entry.Deserialize(element);
+  forEachRecord<EthIpV4Cfg>(array, [&](EthIpV4Cfg&& entry) {
     if (const auto found = byName.find(&entry); found != byName.end()) {
       **found = std::move(entry);
     } else {

@@ -4,7 +4,7 @@
 #include "common/json_form.h"
 #include "common/logger.h"
 #include "common/status.h"
-#include "types/enum_texts.h"
+#include "types/internal/enum_texts.h"
 
 namespace zel {
 

@@ -4,7 +4,10 @@
 
 #include "client/commands.h"
 #include "common/failed_check.h"
+#include "common/json_form.h"
+#include "types/settings.h"
 
+namespace settings = zel::settings;
 using zel::checked;
 
 namespace {
@@ -37,21 +40,22 @@ int SysMgrClient::init(zmq::context_t& context) { return json_.init(context); }
 
 int SysMgrClient::getLastErrorMessage(ErrorReport& report) { return json_.getLastErrorMessage(report); }
 
-int SysMgrClient::send(const zel::CodeLocation& here, Command command, Json::Value& request) {
+int SysMgrClient::send(const zel::CodeLocation& here, Command command, Json::Value request) {
   Json::Value reply;
   return checked(here, (json_.*command)(request, reply));
 }
 
-int SysMgrClient::set(const zel::CodeLocation& here, const char* key, Json::Value value) {
+int SysMgrClient::sendMember(const zel::CodeLocation& here, Command command, const char* key, Json::Value value) {
   Json::Value request;
   request[literal(key)] = std::move(value);
-  return send(here, &SysMgrJsonClient::setSysMgrParameter, request);
+  return send(here, command, std::move(request));
 }
 
-int SysMgrClient::set(const zel::CodeLocation& here, const char* key, const IJsonSerializable& record) {
-  Json::Value value;
-  record.Serialize(value);
-  return set(here, key, std::move(value));
+template <class Row>
+int SysMgrClient::set(const zel::CodeLocation& here, const Row& row, const typename Row::Type& value) {
+  const bool identify = row.route == zel::SettingRow::Route::kIdentify;
+  const Command command = identify ? &SysMgrJsonClient::setIdentifyLeds : &SysMgrJsonClient::setSysMgrParameter;
+  return sendMember(here, command, row.key, row.toJson(value));
 }
 
 int SysMgrClient::fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record) {
@@ -62,69 +66,69 @@ int SysMgrClient::fetch(const zel::CodeLocation& here, Query query, const char* 
   return 0;
 }
 
-// Setters: numbers keep the JSON type that their parameter has.
+// Setters: the rows of the table of settings have the keys and the JSON types.
 
-int SysMgrClient::setRtspEthPort(std::string name) { return set(ZEL_HERE, "rtsp-eth-port", untilNul(name)); }
+int SysMgrClient::setRtspEthPort(std::string name) { return set(ZEL_HERE, settings::kRtspEthPort, untilNul(name)); }
 
-int SysMgrClient::setRtspTcpPort(uint32_t port) { return set(ZEL_HERE, "rtsp-tcp-port", port); }
+int SysMgrClient::setRtspTcpPort(uint32_t port) { return set(ZEL_HERE, settings::kRtspTcpPort, port); }
 
-int SysMgrClient::setEmberTcpPort(uint32_t port) { return set(ZEL_HERE, "ember-tcp-port", port); }
+int SysMgrClient::setEmberTcpPort(uint32_t port) { return set(ZEL_HERE, settings::kEmberTcpPort, port); }
 
-int SysMgrClient::setAdvertEthPort(std::string name) { return set(ZEL_HERE, "advert-eth-port", untilNul(name)); }
+int SysMgrClient::setAdvertEthPort(std::string name) { return set(ZEL_HERE, settings::kAdvertEthPort, untilNul(name)); }
 
-int SysMgrClient::setAdvertTcpPort(uint32_t port) { return set(ZEL_HERE, "advert-tcp-port", port); }
+int SysMgrClient::setAdvertTcpPort(uint32_t port) { return set(ZEL_HERE, settings::kAdvertTcpPort, port); }
 
 int SysMgrClient::setAdvertBoardPrefixName(std::string prefix) {
-  return set(ZEL_HERE, "board-name-prefix", untilNul(prefix));
+  return set(ZEL_HERE, settings::kAdvertBoardNamePrefix, untilNul(prefix));
 }
 
-int SysMgrClient::setCfgStoragePath(std::string path) { return set(ZEL_HERE, "cfg-file-path", untilNul(path)); }
+int SysMgrClient::setCfgStoragePath(std::string path) { return set(ZEL_HERE, settings::kCfgFilePath, untilNul(path)); }
 
-int SysMgrClient::setAutosaveSupport(bool enable) { return set(ZEL_HERE, "cfg-autosave-enable", enable); }
+int SysMgrClient::setAutosaveSupport(bool enable) { return set(ZEL_HERE, settings::kCfgAutosaveEnable, enable); }
 
 int SysMgrClient::setCfgOfsetFromMasterThreashold(uint32_t threshold) {
-  return set(ZEL_HERE, "offset-from-master-threshold", threshold);
+  return set(ZEL_HERE, settings::kOffsetFromMasterThreshold, threshold);
 }
 
-int SysMgrClient::setRedundancySupport(bool enable) { return set(ZEL_HERE, "redundancy-enable", enable); }
+int SysMgrClient::setRedundancySupport(bool enable) { return set(ZEL_HERE, settings::kRedundancyEnable, enable); }
 
-int SysMgrClient::setSapSupport(bool enable) { return set(ZEL_HERE, "sap-enable", enable); }
+int SysMgrClient::setSapSupport(bool enable) { return set(ZEL_HERE, settings::kSapEnable, enable); }
 
-int SysMgrClient::setTdmChannelsPerLine(uint32_t count) { return set(ZEL_HERE, "tdm-ch-per-line", count); }
+int SysMgrClient::setTdmChannelsPerLine(uint32_t count) { return set(ZEL_HERE, settings::kTdmChannelsPerLine, count); }
 
-int SysMgrClient::setVlanPrimaryID(uint16_t id) { return set(ZEL_HERE, "primary-vlan-id", Json::Int{id}); }
+int SysMgrClient::setVlanPrimaryID(uint16_t id) { return set(ZEL_HERE, settings::kPrimaryVlanId, id); }
 
-int SysMgrClient::setVlanSecondaryID(uint16_t id) { return set(ZEL_HERE, "secondary-vlan-id", Json::Int{id}); }
+int SysMgrClient::setVlanSecondaryID(uint16_t id) { return set(ZEL_HERE, settings::kSecondaryVlanId, id); }
 
-int SysMgrClient::setVtcImagePath(const std::string& path) { return set(ZEL_HERE, "vtc-image-path", path); }
+int SysMgrClient::setVtcImagePath(const std::string& path) { return set(ZEL_HERE, settings::kVtcImagePath, path); }
 
-int SysMgrClient::enableWalkabout(bool enable) { return set(ZEL_HERE, "walkabout-enable", enable); }
+int SysMgrClient::enableWalkabout(bool enable) { return set(ZEL_HERE, settings::kWalkaboutEnable, enable); }
 
-int SysMgrClient::enableSlp(bool enable) { return set(ZEL_HERE, "slp-enable", enable); }
+int SysMgrClient::enableSlp(bool enable) { return set(ZEL_HERE, settings::kSlpEnable, enable); }
 
-int SysMgrClient::setPauseStreamsPtpFail(bool enable) { return set(ZEL_HERE, "pause-streams-if-ptp-fails", enable); }
+int SysMgrClient::setPauseStreamsPtpFail(bool enable) { return set(ZEL_HERE, settings::kPauseStreamsPtpFail, enable); }
 
-int SysMgrClient::setIdentifyLeds(bool enable) {
-  Json::Value request;
-  request["identify-enable"] = enable;
-  return send(ZEL_HERE, &SysMgrJsonClient::setIdentifyLeds, request);
+int SysMgrClient::setIdentifyLeds(bool enable) { return set(ZEL_HERE, settings::kIdentifyEnable, enable); }
+
+int SysMgrClient::addEthIPv4Cfg(EthIpV4Cfg& config) { return set(ZEL_HERE, settings::kAddInterface, config); }
+
+int SysMgrClient::remEthIPv4Cfg(const std::string& name) {
+  return set(ZEL_HERE, settings::kRemoveInterface, untilNul(name));
 }
-
-int SysMgrClient::addEthIPv4Cfg(EthIpV4Cfg& config) { return set(ZEL_HERE, "add-eth-cfg", config); }
-
-int SysMgrClient::remEthIPv4Cfg(const std::string& name) { return set(ZEL_HERE, "rem-eth-cfg", untilNul(name)); }
 
 int SysMgrClient::setNmosParameters(const NmosParameters& parameters) {
   Json::Value request;
   parameters.Serialize(request);  // writes its own key at the top level
-  return send(ZEL_HERE, &SysMgrJsonClient::setSysMgrParameter, request);
+  return send(ZEL_HERE, &SysMgrJsonClient::setSysMgrParameter, std::move(request));
 }
 
 int SysMgrClient::setVideoTiming(VideoTimingParameters& timing) {
-  return set(ZEL_HERE, "videoTimingParameters", timing);
+  return set(ZEL_HERE, settings::kVideoTiming, timing);
 }
 
-int SysMgrClient::setBitstream(const BitstreamType& bitstream) { return set(ZEL_HERE, "bitstream-type", bitstream); }
+int SysMgrClient::setBitstream(const BitstreamType& bitstream) {
+  return set(ZEL_HERE, settings::kBitstream, bitstream);
+}
 
 // Device actions
 
@@ -178,12 +182,7 @@ int SysMgrClient::getMcastWhitelist(std::list<WhiteListEntry>& entries) {
   const int result = checked(ZEL_HERE, json_.getMcastWhitelist(reply));
   if (result < 0) return result;
 
-  Json::Value& listed = reply[zel::kWhitelistMember];
-  for (Json::ArrayIndex i = 0; i < listed.size(); ++i) {
-    WhiteListEntry entry;
-    entry.Deserialize(listed[i]);
-    entries.push_back(entry);
-  }
+  zel::appendRecords(reply[literal(payload<SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST>)], entries);
   return 0;
 }
 
@@ -208,7 +207,7 @@ int SysMgrClient::enableMcastWhitelist(std::string ip, std::string mask, bool en
 int SysMgrClient::changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry) {
   Json::Value request;
   entry.Serialize(request[zel::kWhitelistMember][0]);
-  return send(here, command, request);
+  return send(here, command, std::move(request));
 }
 
 // NOLINTEND(performance-unnecessary-value-param)
