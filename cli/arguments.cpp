@@ -31,6 +31,7 @@ void addArguments(Parser& parser) {
     } else if (argument.isOption()) {
       parser.app->add_option(key, parser.options[key])
           ->expected(1)
+          ->allow_extra_args(false)  // a list would go on with the words behind its first value
           ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     }
   }
@@ -164,7 +165,7 @@ Request parseArguments(int argc, char** argv) {
   app.require_subcommand(0, 1);  // inherited: behind a command, words that are called like one are words
   app.add_flag("--json", request.common.json);
   std::string wait;
-  CLI::Option* const waitOption = app.add_option("-w,--wait", wait);
+  CLI::Option* const waitOption = app.add_option("-w,--wait", wait)->take_last();
   app.add_flag("-v,--verbose", request.common.verbosity);
 
   // Only commands that a word calls can be chosen, and the others would take their time to be set up.
