@@ -1,12 +1,11 @@
 #include "cli/board.h"
 
-#include <algorithm>
 #include <charconv>
-#include <cmath>
-#include <cstdio>
+#include <utility>
 
 #include "cli/output.h"
 #include "client/zmq_utils.h"
+#include "types/whitelist.h"
 
 namespace zel::ctl {
 
@@ -22,6 +21,11 @@ int ask(SysMgrJsonClient& client, Json::Value& reply) {
 int askForAllGpioLines(SysMgrJsonClient& client, Json::Value& reply) {
   Json::Value noneNamed(Json::objectValue);
   return client.getGpioConfiguration(noneNamed, reply);
+}
+
+Failure wrongType(const std::string& name, const std::string& why) {
+  return {Exit::kBadAnswer, std::string("cannot read ") + documentOf(name).what + ": " + why,
+          "'sysmgrctl get " + name + "' shows the document as the daemon sends it"};
 }
 
 }  // namespace
@@ -56,9 +60,11 @@ const Document& documentOf(const std::string& name) {
   throw Failure(Exit::kNotFound, "there is no document '" + name + "'", didYouMean(name, names));
 }
 
-Json::Value unwrapped(const Json::Value& answer) {
+Json::Value unwrapped(Json::Value answer) {
   const bool isWrapped = answer.size() == 1 && answer.begin()->isObject();
-  return isWrapped ? *answer.begin() : answer;
+  if (!isWrapped) return answer;
+  Json::Value inner = std::move(*answer.begin());
+  return inner;
 }
 
 double parseSeconds(const char* option, const std::string& text) {
@@ -70,18 +76,6 @@ double parseSeconds(const char* option, const std::string& text) {
   const bool fits = error == std::errc() && rest == end && seconds >= kShortest && seconds <= kLongest;
   if (!fits) throw usage(std::string(option) + ": '" + text + "' is not a number of seconds above 0");
   return seconds;
-}
-
-Deadline::Deadline(double seconds)
-    : end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000.0))) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g s", seconds);
-  text_ = text;
-}
-
-std::chrono::milliseconds Deadline::left() const {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
-  return std::max(left, std::chrono::milliseconds(0));
 }
 
 int Board::Client::getClientTimeout() { return static_cast<int>(deadline_.left().count()); }
@@ -108,7 +102,7 @@ Json::Value Board::exchange(Purpose purpose, const std::string& action, const Ca
   }
   const Json::Value& remark = reply["error"];
   if (reply["status"].asInt() > 0 && remark.isString()) {
-    std::fprintf(stderr, "sysmgrctl: the daemon remarks: %s\n", cellOf(remark).c_str());
+    note("the daemon remarks: " + remark.asString());
   }
   for (const char* member : kReplyMembers) reply.removeMember(member);
   return reply;
@@ -117,7 +111,19 @@ Json::Value Board::exchange(Purpose purpose, const std::string& action, const Ca
 Json::Value Board::get(const Document& document) {
   Json::Value reply = exchange(Purpose::kToRead, std::string("read ") + document.what,
                                [&](Json::Value& answer) { return document.query(client_, answer); });
-  return document.member == nullptr ? unwrapped(reply) : reply[document.member];
+  return document.member == nullptr ? unwrapped(std::move(reply)) : std::move(reply[document.member]);
+}
+
+Json::Value Board::whitelist() {
+  Json::Value list = get("whitelist");
+  if (list.isNull()) return Json::arrayValue;
+  if (!list.isArray()) throw wrongType("whitelist", "it is not a list");
+  for (const Json::Value& element : list) {
+    Json::Value copy = element;
+    WhiteListEntry entry;
+    read(entry, copy, "whitelist");
+  }
+  return list;
 }
 
 Json::Value Board::send(const std::string& action, const Command& command, Json::Value request, Purpose purpose) {
@@ -132,10 +138,7 @@ void Board::read(IJsonSerializable& record, Json::Value& document, const std::st
   try {
     record.Deserialize(document);
   } catch (const Json::Exception& mismatch) {
-    throw Failure(
-        Exit::kBadAnswer,
-        std::string("cannot read ") + documentOf(name).what + ": a value has the wrong type: " + mismatch.what(),
-        "'sysmgrctl get " + name + "' shows the document as the daemon sends it");
+    throw wrongType(name, std::string("a value has the wrong type: ") + mismatch.what());
   }
 }
 

@@ -2,11 +2,11 @@
 
 #include <json/value.h>
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "cli/deadline.h"
 #include "cli/failure.h"
 #include "cli/suggest.h"
 #include "client/sysmgr_jsonApi.h"
@@ -16,21 +16,6 @@ namespace zel::ctl {
 
 /// A time in seconds, from a millisecond up, as an option takes it. @throws Failure when the text is none
 double parseSeconds(const char* option, const std::string& text);
-
-/// The end of a command's time, which all its requests share.
-class Deadline {
- public:
-  explicit Deadline(double seconds);
-  /// What is left, not below 0.
-  std::chrono::milliseconds left() const;
-  bool isOver() const { return left().count() == 0; }
-  /// The whole time as text: "5 s".
-  const std::string& text() const { return text_; }
-
- private:
-  std::chrono::steady_clock::time_point end_;
-  std::string text_;
-};
 
 /// A document that the daemon can be asked for.
 struct Document {
@@ -44,7 +29,7 @@ const std::vector<Document>& documents();
 const Document& documentOf(const std::string& name);
 
 /// The payload of an answer whose layout is the daemon's affair: what its one member holds, or the answer itself.
-Json::Value unwrapped(const Json::Value& answer);
+Json::Value unwrapped(Json::Value answer);
 
 /// The daemon as the commands see it: every request ends with the command's deadline, and a failed one is thrown.
 ///
@@ -65,6 +50,9 @@ class Board {
     read(record, document, name);
     return record;
   }
+
+  /// The entries of the whitelist as the daemon sends them. @throws Failure, also when one does not fit the record
+  Json::Value whitelist();
 
   /// Sends a command with a request body.
   /// @param action  what it does, as it follows "cannot"

@@ -61,7 +61,9 @@ class Call {
       : common(options),
         deadline(common.wait.value_or(command.seconds)),
         output(common.json),
-        values_(std::move(values)) {}
+        values_(std::move(values)) {
+    if (common.wait) output.endBy(deadline);
+  }
 
   bool has(const std::string& name) const { return !words(name).empty(); }
   /// The words of an argument, by its key.

@@ -1,3 +1,4 @@
+#include <list>
 #include <map>
 #include <optional>
 #include <set>
@@ -52,11 +53,10 @@ class Findings {
 
 using Check = void (*)(const Snapshot& board, Findings& findings);
 
-bool hasInterface(const SysParametersDynamic& dynamic, const std::string& name) {
-  for (const EthBasicInfo& info : dynamic.ethBasics) {
-    if (info.name == name) return true;
-  }
-  return false;
+std::set<std::string> namesOf(const std::list<EthBasicInfo>& interfaces) {
+  std::set<std::string> names;
+  for (const EthBasicInfo& info : interfaces) names.insert(info.name);
+  return names;
 }
 
 void checkModel(const Snapshot& board, Findings& findings) {
@@ -85,14 +85,16 @@ void checkInterfaceNames(const Snapshot& board, Findings& findings) {
       {"rtsp/eth-port", board.stored.rtspEthPort},
       {"advert/eth-port", board.stored.advertEthPort},
       {"nmos/advertisement-interface", board.stored.nmos.advertisementInterface}};
+  const std::set<std::string> there = namesOf(board.dynamic.ethBasics);
   for (const auto& [key, name] : named) {
-    if (name == "all" || hasInterface(board.dynamic, name)) continue;
+    if (name == "all" || there.count(name) > 0) continue;
     findings.problem(std::string(key) + " names '" + name + "', which is no interface of the board",
                      std::string("set one of those in 'sysmgrctl status': sysmgrctl set ") + key + " NAME");
   }
 }
 
 void checkConfigurations(const Snapshot& board, Findings& findings) {
+  const std::set<std::string> there = namesOf(board.dynamic.ethBasics);
   std::map<uint32_t, std::string> owners;
   for (const EthIpV4Cfg& config : board.stored.ethIPv4Cfg) {
     ErrorAuxMsg::getInstance()->clear();
@@ -102,7 +104,7 @@ void checkConfigurations(const Snapshot& board, Findings& findings) {
                            " cannot be applied: " + (messages.empty() ? "it is not valid" : messages.back()),
                        "'sysmgrctl eth add " + config.eth + " ...' replaces it");
     }
-    if (!hasInterface(board.dynamic, config.eth)) {
+    if (there.count(config.eth) == 0) {
       findings.note("a configuration is stored for " + config.eth + ", which the board does not have",
                     "'sysmgrctl eth remove " + config.eth + "' removes it");
     }
@@ -196,7 +198,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
     findings.fine("a daemon is there and answers");
     board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
     board.model = daemon.record<BoardModel>("model");
-    board.whitelist = daemon.get("whitelist");
+    board.whitelist = daemon.whitelist();
     for (const char* name : {"info", "network", "debug"}) daemon.get(name);
     findings.fine("it answers every question");
   } catch (const Failure& failure) {

@@ -116,7 +116,8 @@ void runEthDefaults(Call& call) {
     call.output.table(document["interfaces"], kColumns);
     const std::string name = BoardModelType::displayName(model.model);
     if (!given) {
-      call.output.line("\nThe stored configurations are " + std::string(document["in-force"].asBool() ? "" : "not ") +
+      call.output.line("");
+      call.output.line("The stored configurations are " + std::string(document["in-force"].asBool() ? "" : "not ") +
                        "the factory's of the " + name + ".");
     }
   });

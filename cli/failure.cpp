@@ -45,6 +45,10 @@ std::string filledIn(std::string text, const std::string& seconds) {
 
 Failure usage(const std::string& why, std::string advice) { return {Exit::kUsage, why, std::move(advice)}; }
 
+Failure timeIsOver(const Deadline& deadline) {
+  return {Exit::kTimeOut, "the " + deadline.text() + " of this command are over"};
+}
+
 Failure requestFailed(Purpose purpose, const std::string& action, const ErrorReport& report,
                       const std::string& seconds) {
   const Meaning& meaning = meaningOf(report.code);

@@ -21,19 +21,16 @@ void runGet(Call& call) {
   const Document& document = documentOf(call.word("DOCUMENT"));
   const Json::Value whole = call.board().get(document);
   const std::string path = call.word("PATH");
-  const std::optional<Json::Value> value = valueAt(whole, path);
-  if (!value) {
+  const Json::Value* const value = valueAt(whole, path);
+  if (value == nullptr) {
     const std::string guess = didYouMean(path, pathsOf(whole));
     throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
                   guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess);
   }
-  if (!path.empty() && isSingle(*value)) {
-    return call.output.page(asObject(path, *value), [&] { call.output.line(cellOf(*value)); });
-  }
-  // One object a command: what is none by itself stands under its name.
-  const bool bare = path.empty() && !value->isArray();
-  const std::string name = path.empty() && document.member != nullptr ? document.member : path;
-  call.output.page(bare ? *value : asObject(name, *value), [&] { call.output.leaves(*value); });
+  if (!call.output.isJson()) return isSingle(*value) ? call.output.line(cellOf(*value)) : call.output.leaves(*value);
+  // One object a command: what is not an object, or is only a part of the document, stands under its name.
+  if (path.empty() && value->isObject()) return call.output.document(*value);
+  call.output.document(asObject(path.empty() ? document.member : path, *value));
 }
 
 void runDelta(Call& call) {

@@ -1,5 +1,4 @@
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
 #include "cli/command.h"
@@ -36,7 +35,7 @@ void runWaitReady(Call& call) {
                       failure.advice());
       }
     }
-    if (!told) std::fprintf(stderr, "sysmgrctl: waiting for the daemon, %s at most\n", call.deadline.text().c_str());
+    if (!told) note("waiting for the daemon, " + call.deadline.text() + " at most");
     told = true;
     std::this_thread::sleep_for(kPause);
   }

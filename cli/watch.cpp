@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <limits>
 #include <map>
 #include <optional>
@@ -45,21 +44,21 @@ class ChangePrinter final : public SysmgrSubscriber {
   int compare(const std::string& event, const IJsonSerializable& record) {
     Json::Value document;
     record.Serialize(document);
-    for (const Change& change : changesBetween(known_[event], document)) {
-      Json::Value line;
-      line["event"] = event;
-      line["key"] = change.path;
-      if (change.before) line["old"] = *change.before;
-      if (change.after) line["new"] = *change.after;
-      print(line, event + "  " + cellOf(change.path) + "  " + cellOf(change.before) + " -> " + cellOf(change.after));
-    }
-    known_[event] = document;
+    forEachChange(known_[event], document,
+                  [&](const std::string& path, const Json::Value* before, const Json::Value* after) {
+                    Json::Value line;
+                    line["event"] = event;
+                    line["key"] = path;
+                    if (before != nullptr) line["old"] = *before;
+                    if (after != nullptr) line["new"] = *after;
+                    print(line, event + "  " + path + "  " + cellOrDash(before) + " -> " + cellOrDash(after));
+                  });
+    known_[event] = std::move(document);
     output_.flush();
     return 0;
   }
 
-  static std::string cellOf(const std::optional<Json::Value>& value) { return value ? zel::ctl::cellOf(*value) : "-"; }
-  static std::string cellOf(const std::string& text) { return zel::ctl::cellOf(text); }
+  static std::string cellOrDash(const Json::Value* value) { return value == nullptr ? "-" : cellOf(*value); }
 
   void print(const Json::Value& line, const std::string& text) {
     if (isDone()) return;
@@ -81,11 +80,15 @@ struct Watched {
   void (*learn)(Board& board, ChangePrinter& printer);
 };
 
+void know(ChangePrinter& printer, const char* name, const IJsonSerializable& record) {
+  Json::Value document;
+  record.Serialize(document);
+  printer.know(name, document);
+}
+
 template <class Record>
 void learn(Board& board, ChangePrinter& printer, const char* name) {
-  Json::Value document;
-  board.record<Record>(name).Serialize(document);
-  printer.know(name, document);
+  know(printer, name, board.record<Record>(name));
 }
 
 constexpr Watched kWatched[] = {
@@ -94,7 +97,12 @@ constexpr Watched kWatched[] = {
     {"dynamic", SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
      [](Board& board, ChangePrinter& printer) { learn<SysParametersDynamic>(board, printer, "dynamic"); }},
     {"whitelist", SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<WhiteListDb>(board, printer, "whitelist"); }},
+     [](Board& board, ChangePrinter& printer) {
+       Json::Value list = board.whitelist();
+       WhiteListDb entries;
+       entries.Deserialize(list);
+       know(printer, "whitelist", entries);
+     }},
     {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Board&, ChangePrinter&) {}},
 };
 
@@ -128,16 +136,16 @@ long countOf(const Call& call) {
 /// When watching ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
 class End {
  public:
-  explicit End(const Call& call) : call_(call) {
-    if (call.has("--timeout")) timeOut_.emplace(parseSeconds("--timeout", call.word("--timeout")));
+  explicit End(Call& call) : call_(call) {
+    if (!call.has("--timeout")) return;
+    timeOut_.emplace(parseSeconds("--timeout", call.word("--timeout")));
+    call.output.endBy(*timeOut_);
   }
 
   /// @return whether the time-out is over
   /// @throws Failure when that is too early
   bool hasCome() const {
-    if (call_.common.wait && call_.deadline.isOver()) {
-      throw Failure(Exit::kTimeOut, "the " + call_.deadline.text() + " of this command are over");
-    }
+    if (call_.common.wait && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
     if (!timeOut_ || !timeOut_->isOver()) return false;
     if (!call_.has("--count")) return true;
     throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call_.word("--count") + " changes have come");
@@ -156,12 +164,35 @@ class End {
   std::optional<Deadline> timeOut_;
 };
 
-/// Takes one notification, if there is one. One that cannot be read is reported, and the next may be better.
-bool takeOne(ChangePrinter& printer, const zmq_pollitem_t& item) {
+/// Reports the notifications that cannot be read: the first one at once, later ones together, once a second.
+class Unreadable {
+ public:
+  ~Unreadable() { report(); }
+  void add(const std::string& why) {
+    ++count_;
+    last_ = why;
+    if (pause_.isOver()) report();
+  }
+
+ private:
+  void report() {
+    if (count_ == 0) return;
+    note((count_ == 1 ? "a notification" : std::to_string(count_) + " notifications") + " cannot be read: " + last_);
+    count_ = 0;
+    pause_ = Deadline(1);
+  }
+
+  unsigned long count_ = 0;  ///< of those that are not reported yet
+  std::string last_;
+  Deadline pause_{0};
+};
+
+/// Takes one notification. One that cannot be read is reported, and the next may be better. @return whether one came
+bool takeOne(ChangePrinter& printer, const zmq_pollitem_t& item, Unreadable& unreadable) {
   try {
     return printer.processEvent(item) != 0;
   } catch (const Json::Exception& mismatch) {
-    std::fprintf(stderr, "sysmgrctl: a notification cannot be read: a value has the wrong type: %s\n", mismatch.what());
+    unreadable.add(std::string("a value has the wrong type: ") + mismatch.what());
     return true;
   }
 }
@@ -186,13 +217,13 @@ void runWatch(Call& call) {
 
   // Subscribed first and read then: no change falls between the two.
   for (const Watched& one : watched) one.learn(call.board(), printer);
-  std::fprintf(stderr, "sysmgrctl: watching; Ctrl-C ends it\n");
+  note("watching; Ctrl-C ends it");
 
+  Unreadable unreadable;
   while (!printer.isDone() && !end.hasCome()) {
+    if (takeOne(printer, items[0], unreadable)) continue;
     if (items.poll(end.left()) < 0) {
       throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
-    }
-    while (!printer.isDone() && takeOne(printer, items[0])) {
     }
   }
 }

@@ -41,8 +41,7 @@ void change(Call& call, const std::string& verb, const Board::Command& command, 
 
 void runWhitelistList(Call& call) {
   Json::Value document;
-  const Json::Value list = call.board().get("whitelist");
-  document["white-list"] = list.isNull() ? Json::Value(Json::arrayValue) : list;
+  document["white-list"] = call.board().whitelist();
   call.output.list(document, "white-list", {{"ip", "ADDRESS"}, {"mask", "MASK"}, {"enabled", "ENABLED"}});
 }
 
