@@ -88,7 +88,7 @@ void checkInterfaceNames(const Snapshot& board, Findings& findings) {
   const std::set<std::string> there = namesOf(board.dynamic.ethBasics);
   for (const auto& [key, name] : named) {
     if (name == "all" || there.count(name) > 0) continue;
-    findings.problem(std::string(key) + " names '" + name + "', which is no interface of the board",
+    findings.problem(std::string(key) + " names '" + name + "', which is not an interface of the board",
                      std::string("set one of those in 'sysmgrctl status': sysmgrctl set ") + key + " NAME");
   }
 }
@@ -164,7 +164,7 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
     entry.Deserialize(copy);
     const uint32_t firstOctet = entry.ip >> 24U;
     if (firstOctet < 224 || firstOctet > 239) {
-      findings.problem("the whitelist holds " + entry.getIpStr() + ", which is no multicast address",
+      findings.problem("the whitelist holds " + entry.getIpStr() + ", which is not a multicast address",
                        "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");
     }
   }
@@ -173,16 +173,16 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
 void checkHost(const Snapshot& board, Findings& findings) {
   if (!board.host.leasesAreKnown) {
     findings.note("the DHCP leases in " + board.host.leaseDirectory + " cannot be read",
-                  "whether this machine's addresses come from DHCP cannot be told; is a DHCP client installed?");
+                  "without them nothing shows which addresses come from DHCP; is a DHCP client installed?");
   }
   std::set<std::string> names;
   for (const Json::Value& interface : board.host.interfaces) names.insert(interface["name"].asString());
-  std::string strangers;
+  Words strangers;
   for (const EthBasicInfo& info : board.dynamic.ethBasics) {
-    if (names.count(info.name) == 0) strangers += (strangers.empty() ? "" : ", ") + info.name;
+    if (names.count(info.name) == 0) strangers.push_back(info.name);
   }
   if (strangers.empty()) return;
-  findings.note("the daemon speaks of " + strangers + ", which this machine does not have",
+  findings.note("the daemon reports " + joined(strangers) + ", which this machine does not have",
                 "'sysmgrctl host' shows what it has; does the daemon run in a container, or is it a stand-in?");
 }
 
@@ -193,7 +193,7 @@ constexpr Check kChecks[] = {checkModel, checkErrors, checkInterfaceNames, check
 std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   Snapshot board;
   try {
-    Board& daemon = call.board();
+    Daemon& daemon = call.daemon();
     board.stored = daemon.record<SysParameters>("stored");
     findings.fine("a daemon is there and answers");
     board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
@@ -217,7 +217,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
 
 void tellOfPublisher(bool accepts, Findings& findings) {
   if (accepts) return findings.fine("it takes subscribers for its notifications");
-  findings.problem("nobody takes subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
+  findings.problem("no program accepts subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
                    "programs that follow changes see none: restart the daemon, and look into its log");
 }
 

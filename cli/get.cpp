@@ -1,5 +1,6 @@
 #include "cli/command.h"
 #include "cli/json_paths.h"
+#include "cli/suggest.h"
 #include "common/logger.h"
 #include "types/sysmgr_types.h"
 
@@ -18,9 +19,9 @@ Json::Value asObject(const std::string& name, const Json::Value& value) {
 }  // namespace
 
 void runGet(Call& call) {
-  const Document& document = documentOf(call.word("DOCUMENT"));
-  const Json::Value whole = call.board().get(document);
-  const std::string path = call.word("PATH");
+  const Document& document = documentOf(call.word("document"));
+  const Json::Value whole = call.daemon().get(document);
+  const std::string path = call.word("path");
   const Json::Value* const value = valueAt(whole, path);
   if (value == nullptr) {
     const std::string guess = didYouMean(path, pathsOf(whole));
@@ -30,19 +31,19 @@ void runGet(Call& call) {
   if (!call.output.isJson()) return isSingle(*value) ? call.output.line(cellOf(*value)) : call.output.leaves(*value);
   // One object a command: what is not an object, or is only a part of the document, stands under its name.
   if (path.empty() && value->isObject()) return call.output.document(*value);
-  call.output.document(asObject(path.empty() ? document.member : path, *value));
+  call.output.document(asObject(path.empty() ? document.payload() : path, *value));
 }
 
 void runDelta(Call& call) {
-  auto stored = call.board().record<SysParameters>("stored");
+  auto stored = call.daemon().record<SysParameters>("stored");
   Json::Value delta;
   stored.SerializeDelta(delta);
   call.output.document(delta);
 }
 
 void runDump(Call& call) {
-  const auto stored = call.board().record<SysParameters>("stored");
-  const auto model = call.board().record<BoardModel>("model");
+  const auto stored = call.daemon().record<SysParameters>("stored");
+  const auto model = call.daemon().record<BoardModel>("model");
   Json::Value lines(Json::arrayValue);
   Logger* const logger = Logger::getInstance();
   const Logger::logDebugLevel_t level = logger->getLevel();

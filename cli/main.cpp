@@ -16,8 +16,8 @@ namespace {
 
 using zel::ctl::Exit;
 
-/// What the library logs is for those who ask for it; a failure is told by the command itself.
-void directLog(int verbosity) {
+/// Shows the library's log only to users who ask for it; the command itself reports its failure.
+void directLog(std::size_t verbosity) {
   Logger* const logger = Logger::getInstance();
   if (verbosity == 0) return logger->setSink([](Logger::logDebugLevel_t, const std::string&) {});
   logger->setLevel(verbosity == 1 ? Logger::LEVEL_CONFIG : Logger::LEVEL_TRACE);
@@ -59,13 +59,14 @@ Exit execute(zel::ctl::Call& call, const zel::ctl::Command& command) {
   return Exit::kOk;
 }
 
-Exit run(int argc, char** argv) {
+Exit run(const zel::ctl::Words& typed) {
   // Asked by the shells' completion files; not an option for people, so it is not in the help.
-  if (argc > 1 && std::string(argv[1]) == "--complete") return show(zel::ctl::completions({argv + 2, argv + argc}));
-  const zel::ctl::Request request = zel::ctl::parseArguments(argc, argv);
+  if (!typed.empty() && typed.front() == "--complete")
+    return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
+  const zel::ctl::Request request = zel::ctl::parseArguments(typed);
   if (request.command == nullptr) return show(request.text);
-  directLog(request.common.verbosity);
-  zel::ctl::Call call(*request.command, request.common, request.values);
+  zel::ctl::Call call(*request.command, request.values);
+  directLog(call.words("--verbose").size());
   return execute(call, *request.command);
 }
 
@@ -75,7 +76,7 @@ int main(int argc, char** argv) {
   occupyStandardDescriptors();
   Exit status = Exit::kOther;
   try {
-    status = run(argc, argv);
+    status = run({argv + 1, argv + argc});
   } catch (const zel::ctl::Failure& failure) {
     status = report(failure.status(), failure.what(), failure.advice());
   } catch (const Json::Exception& mismatch) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/board.h"
+#include "cli/deadline.h"
 
 namespace zel::ctl {
 

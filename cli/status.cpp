@@ -72,11 +72,11 @@ Json::Value whitelistOf(const Json::Value& entries) {
 }
 
 std::string namesOf(const Json::Value& services, bool on) {
-  std::string names;
+  Words names;
   for (const std::string& name : services.getMemberNames()) {
-    if (services[name].asBool() == on) names += (names.empty() ? "" : ", ") + name;
+    if (services[name].asBool() == on) names.push_back(name);
   }
-  return names.empty() ? "none" : names;
+  return names.empty() ? "none" : joined(names);
 }
 
 std::string cellOrUnknown(const Json::Value& value) { return value.isNull() ? "unknown" : cellOf(value); }
@@ -112,11 +112,11 @@ void layOut(Output& output, const Json::Value& page) {
 }  // namespace
 
 void runStatus(Call& call) {
-  Board& board = call.board();
-  const auto stored = board.record<SysParameters>("stored");
-  const auto dynamic = board.record<SysParametersDynamic>("dynamic");
-  const auto model = board.record<BoardModel>("model");
-  const Json::Value whitelist = board.whitelist();
+  Daemon& daemon = call.daemon();
+  const auto stored = daemon.record<SysParameters>("stored");
+  const auto dynamic = daemon.record<SysParametersDynamic>("dynamic");
+  const auto model = daemon.record<BoardModel>("model");
+  const Json::Value whitelist = daemon.whitelist();
 
   Json::Value page;
   page["model"] = BoardModelType::toText(model.model);

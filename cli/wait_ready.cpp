@@ -27,7 +27,7 @@ void runWaitReady(Call& call) {
   bool told = call.deadline.left() <= silent.left();  // a short wait needs no words
   while (true) {
     try {
-      Board(told ? call.deadline : silent).get("stored");
+      Daemon(told ? call.deadline : silent).get("stored");
       return tellThatItIsReady();
     } catch (const Failure& failure) {
       if (!mayComeRight(failure.status()) || call.deadline.left() <= 2 * kPause) {  // a shorter question tells nothing

@@ -1,13 +1,15 @@
 #include <zmq.h>
 
 #include <algorithm>
-#include <charconv>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <optional>
 
 #include "cli/command.h"
 #include "cli/json_paths.h"
+#include "cli/suggest.h"
+#include "cli/values.h"
 #include "client/zmq_utils.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "types/whitelist.h"
@@ -19,7 +21,7 @@ namespace {
 /// Follows the notifications and prints how each differs from what was known before.
 class ChangePrinter final : public SysmgrSubscriber {
  public:
-  ChangePrinter(Output& output, long limit) : output_(output), limit_(limit) {}
+  ChangePrinter(Output& output, std::int64_t limit) : output_(output), limit_(limit) {}
 
   /// Takes a document as the one to compare with.
   void know(const std::string& event, const Json::Value& document) { known_[event] = document; }
@@ -67,8 +69,8 @@ class ChangePrinter final : public SysmgrSubscriber {
   }
 
   Output& output_;
-  long limit_;
-  long printed_ = 0;
+  std::int64_t limit_;
+  std::int64_t printed_ = 0;
   std::map<std::string, Json::Value> known_;
 };
 
@@ -77,7 +79,7 @@ class ChangePrinter final : public SysmgrSubscriber {
 struct Watched {
   const char* name;
   SysmgrPublisher::sysmgr_notifications_t notification;
-  void (*learn)(Board& board, ChangePrinter& printer);
+  void (*learn)(Daemon& daemon, ChangePrinter& printer);
 };
 
 void know(ChangePrinter& printer, const char* name, const IJsonSerializable& record) {
@@ -87,23 +89,23 @@ void know(ChangePrinter& printer, const char* name, const IJsonSerializable& rec
 }
 
 template <class Record>
-void learn(Board& board, ChangePrinter& printer, const char* name) {
-  know(printer, name, board.record<Record>(name));
+void learn(Daemon& daemon, ChangePrinter& printer, const char* name) {
+  know(printer, name, daemon.record<Record>(name));
 }
 
 constexpr Watched kWatched[] = {
     {"stored", SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<SysParameters>(board, printer, "stored"); }},
+     [](Daemon& daemon, ChangePrinter& printer) { learn<SysParameters>(daemon, printer, "stored"); }},
     {"dynamic", SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<SysParametersDynamic>(board, printer, "dynamic"); }},
+     [](Daemon& daemon, ChangePrinter& printer) { learn<SysParametersDynamic>(daemon, printer, "dynamic"); }},
     {"whitelist", SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE,
-     [](Board& board, ChangePrinter& printer) {
-       Json::Value list = board.whitelist();
+     [](Daemon& daemon, ChangePrinter& printer) {
+       Json::Value list = daemon.whitelist();
        WhiteListDb entries;
        entries.Deserialize(list);
        know(printer, "whitelist", entries);
      }},
-    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Board&, ChangePrinter&) {}},
+    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Daemon&, ChangePrinter&) {}},
 };
 
 /// The ones that were asked for, or all.
@@ -123,14 +125,11 @@ std::vector<Watched> chosen(const Words& names) {
   return watched;
 }
 
-long countOf(const Call& call) {
-  if (!call.has("--count")) return std::numeric_limits<long>::max();
-  const std::string text = call.word("--count");
-  long count = 0;
-  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  const bool fits = error == std::errc() && rest == text.data() + text.size() && count > 0;
-  if (!fits) throw usage("--count: '" + text + "' is not a number above 0");
-  return count;
+/// How many changes are printed at most.
+std::int64_t countOf(const Call& call) {
+  constexpr std::int64_t kMost = 1000000000;
+  if (!call.has("--count")) return std::numeric_limits<std::int64_t>::max();
+  return valueFor("--count", [&call] { return parseNumber(call.word("--count"), 1, kMost); });
 }
 
 /// When watching ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
@@ -138,14 +137,14 @@ class End {
  public:
   explicit End(Call& call) : call_(call) {
     if (!call.has("--timeout")) return;
-    timeOut_.emplace(parseSeconds("--timeout", call.word("--timeout")));
+    timeOut_.emplace(valueFor("--timeout", [&call] { return parseSeconds(call.word("--timeout")); }));
     call.output.endBy(*timeOut_);
   }
 
   /// @return whether the time-out is over
   /// @throws Failure when that is too early
   bool hasCome() const {
-    if (call_.common.wait && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
+    if (call_.has("--wait") && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
     if (!timeOut_ || !timeOut_->isOver()) return false;
     if (!call_.has("--count")) return true;
     throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call_.word("--count") + " changes have come");
@@ -154,7 +153,7 @@ class End {
   /// ms; -1: for ever
   long left() const {
     long left = timeOut_ ? static_cast<long>(timeOut_->left().count()) : -1;
-    if (!call_.common.wait) return left;
+    if (!call_.has("--wait")) return left;
     const auto whole = static_cast<long>(call_.deadline.left().count());
     return left < 0 ? whole : std::min(left, whole);
   }
@@ -206,7 +205,7 @@ Words watchableDocuments() {
 }
 
 void runWatch(Call& call) {
-  const std::vector<Watched> watched = chosen(call.words("DOCUMENT"));
+  const std::vector<Watched> watched = chosen(call.words("documents"));
   const End end(call);
   ChangePrinter printer(call.output, countOf(call));
   int result = printer.init(ZmqUtils::getInstance().getContext());
@@ -216,7 +215,7 @@ void runWatch(Call& call) {
   if (result < 0) throw Failure(Exit::kNoDaemon, "cannot subscribe to notifications (" + std::to_string(result) + ")");
 
   // Subscribed first and read then: no change falls between the two.
-  for (const Watched& one : watched) one.learn(call.board(), printer);
+  for (const Watched& one : watched) one.learn(call.daemon(), printer);
   note("watching; Ctrl-C ends it");
 
   Unreadable unreadable;

@@ -34,7 +34,7 @@ TEST(Watch, ReportsANotificationThatCannotBeReadAndGoesOn) {
     publisher.publish("1000", R"({"rtsp": {"tcp-port": ["many"]}})");
     publisher.publish("1000", R"({"rtsp": {"tcp-port": 2}})");
   });
-  Call call(*commandOf("watch"), {}, {{"DOCUMENT", {"stored"}}, {"--count", {"1"}}});
+  Call call(*commandOf("watch"), {{"documents", {"stored"}}, {"--count", {"1"}}});
   runWatch(call);
   daemonsSide.join();
 
@@ -57,7 +57,7 @@ TEST(Watch, EndsInTimeUnderNotificationsThatDoNotStop) {
     }
   });
   const test::Stopwatch watch;
-  Call call(*commandOf("watch"), {}, {{"DOCUMENT", {"stored"}}, {"--timeout", {"2"}}});
+  Call call(*commandOf("watch"), {{"documents", {"stored"}}, {"--timeout", {"2"}}});
   runWatch(call);
   const std::chrono::microseconds took = watch.elapsed().own;
   ended = true;
@@ -80,7 +80,7 @@ TEST_P(WrongWhitelist, IsAnUnusableAnswerToEveryCommand) {
   });
   const test::PublisherFake publisher;
   for (const char* name : {"whitelist list", "status", "watch"}) {
-    Call call(*commandOf(name), {}, {{"--timeout", {"0.1"}}});
+    Call call(*commandOf(name), {{"--timeout", {"0.1"}}});
     try {
       commandOf(name)->run(call);
       ADD_FAILURE() << name;
@@ -89,7 +89,7 @@ TEST_P(WrongWhitelist, IsAnUnusableAnswerToEveryCommand) {
       EXPECT_THAT(failure.advice(), HasSubstr("sysmgrctl get whitelist")) << name;
     }
   }
-  Call call(*commandOf("doctor"), {}, {});
+  Call call(*commandOf("doctor"), {});
   try {
     runDoctor(call);
     ADD_FAILURE();
@@ -102,26 +102,6 @@ INSTANTIATE_TEST_SUITE_P(All, WrongWhitelist,
                          testing::Values("5", "true", R"("text")", "{}", R"({"ip": "239.0.0.1"})", "[5]", R"(["x"])",
                                          "[[]]", R"([{"enabled": "yes"}])", R"([{"ip": []}])",
                                          R"([{"mask": {"a": 1}}])"));
-
-TEST(Remark, OfTheDaemonGoesToStandardErrorWithItsControlCharactersEscaped) {
-  test::ScriptedDaemon daemon;
-  daemon.answer(R"({"status": 3, "error": "after a \u001b[2Jrestart", "systemInfo": {"name": "x"}})");
-  const Deadline deadline(5);
-  Board board(deadline);
-  CaptureStderr();
-  EXPECT_EQ(board.get("info")["name"].asString(), "x");
-  EXPECT_EQ(GetCapturedStderr(), "sysmgrctl: the daemon remarks: after a \\x1b[2Jrestart\n");
-}
-
-TEST(Document, OfTheDaemonsOwnLayoutLosesTheFramesOfAnAnswer) {
-  test::ScriptedDaemon daemon;
-  daemon.answer(R"({"status": 0, "error": "", "aux-errors": [], "one": {"two": 2}})");
-  daemon.answer(R"({"one": {"two": 2}, "three": 3})");
-  const Deadline deadline(5);
-  Board board(deadline);
-  EXPECT_EQ(Output::asJson(board.get("debug")), R"({"two":2})");
-  EXPECT_EQ(Output::asJson(board.get("debug")), R"({"one":{"two":2},"three":3})");
-}
 
 }  // namespace
 }  // namespace zel::ctl
