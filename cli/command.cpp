@@ -123,7 +123,7 @@ const std::vector<Command>& commands() {
       {"whitelist enable", "put a range in force", runWhitelistEnable, {kRange, kMask}},
       {"whitelist disable", "keep a range, but not in force", runWhitelistDisable, {kRange, kMask}},
       {"module",
-       "tell the daemon how a module of the board is",
+       "report the state of a module of the board to the daemon",
        runModule,
        {{"name", "NAME", "the module", 1}},
        {{"--error", nullptr, "it has failed"}, {"--warn", nullptr, "it needs attention"}},
@@ -147,7 +147,7 @@ const std::vector<Command>& commands() {
        runWatch,
        {{"documents", "DOCUMENT", "only changes of these", 0, kAny, watched}},
        {{"--count", "N", "end after N changes"}, {"--timeout", "SECONDS", "end after this time"}},
-       "Each line is a change: the document, the key, the old and the new value; '-' stands for none.\n"
+       "Each line is a change: the document, the key, the old and the new value; '-' where there is none.\n"
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until\n"
        "Ctrl-C. The exit status is 3 when the time ends before N changes have come."},

@@ -30,7 +30,7 @@ struct Argument {
 /// none.
 struct Option {
   std::string name;   ///< "--count"; the command asks for it by this
-  const char* value;  ///< what stands for its value in the help: "N"; null: it has none
+  const char* value;  ///< the name of its value in the help: "N"; null: it takes no value
   const char* help;
   Offers (*values)(const Words& typedBefore) = nullptr;
   char letter = '\0';  ///< of the short form
@@ -68,10 +68,10 @@ class Call {
 
   bool has(const std::string& key) const { return !words(key).empty(); }
   const Words& words(const std::string& key) const;
-  /// The last one; empty when there is none.
+  /// The last of them; empty when nothing was typed.
   std::string word(const std::string& key) const { return has(key) ? words(key).back() : std::string(); }
 
-  /// The daemon; connected on first use, so that commands about this host need none.
+  /// The daemon. The first call connects to it, so commands about this host work without a daemon.
   Daemon& daemon();
 
   const Deadline deadline;

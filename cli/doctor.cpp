@@ -24,7 +24,7 @@ struct Snapshot {
   Host host;
 };
 
-/// What the doctor has to say, in the order of the checks.
+/// The results of the checks, in their order.
 class Findings {
  public:
   void fine(const std::string& what) { add("ok", what, ""); }
@@ -207,7 +207,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
         status == Exit::kNoDaemon
             ? "start the daemon, and look into its log when it does not stay; 'sysmgrctl wait-ready' waits for it"
         : status == Exit::kTimeOut ? "it is there, but stuck or very busy: look into its log, and restart it"
-                                   : "is it of another version than this program? Its log may tell more";
+                                   : "is it of another version than this program? Its log may say more";
     findings.problem(failure.what(), advice);
     return std::nullopt;
   }
@@ -215,7 +215,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   return board;
 }
 
-void tellOfPublisher(bool accepts, Findings& findings) {
+void checkPublisher(bool accepts, Findings& findings) {
   if (accepts) return findings.fine("it takes subscribers for its notifications");
   findings.problem("no program accepts subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
                    "programs that follow changes see none: restart the daemon, and look into its log");
@@ -234,7 +234,7 @@ void runDoctor(Call& call) {
   Exit status = Exit::kOther;
   const bool publishes = publisherAccepts(call.deadline);  // first: a daemon that does not answer takes all the time
   const std::optional<Snapshot> board = examine(call, findings, status);
-  if (status != Exit::kNoDaemon) tellOfPublisher(publishes, findings);
+  if (status != Exit::kNoDaemon) checkPublisher(publishes, findings);
   if (board) {
     for (const Check check : kChecks) check(*board, findings);
   }

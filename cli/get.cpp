@@ -29,7 +29,7 @@ void runGet(Call& call) {
                   guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess);
   }
   if (!call.output.isJson()) return isSingle(*value) ? call.output.line(cellOf(*value)) : call.output.leaves(*value);
-  // One object a command: what is not an object, or is only a part of the document, stands under its name.
+  // The output is one object: any other value, and a part of a document, is a member with its name.
   if (path.empty() && value->isObject()) return call.output.document(*value);
   call.output.document(asObject(path.empty() ? document.payload() : path, *value));
 }

@@ -16,7 +16,7 @@ constexpr std::size_t kLongestTyped = 200;  ///< bytes of a path that is offered
 /// The members that name an element of the daemon's lists: of interface configurations, interfaces, whitelist entries.
 constexpr const char* kNameMembers[] = {"eth", "name", "ip"};
 
-/// The names of a list's elements by this member; empty when one of them has none or has another's.
+/// The names of a list's elements by this member; empty when an element has no name, or the name of another.
 Words namesBy(const char* member, const Json::Value& list) {
   Words names;
   std::set<std::string> seen;

@@ -32,20 +32,6 @@ const SettingRow& rowOf(const std::string& path) {
                 guess.empty() ? "'sysmgrctl set --list' lists the keys" : guess);
 }
 
-/// The value as a request carries it. The daemon checks the range; what does not fit the type is refused here.
-Json::Value parse(const SettingRow& row, const std::string& text) {
-  switch (row.kind) {
-    case Kind::kSwitch: return parseSwitch(text);
-    case Kind::kNumber: return Json::Int64{parseNumber(text, 0, row.highest)};
-    case Kind::kChoice: return parseChoice(text, choicesOf(row));
-    case Kind::kInterface: return settings::kAddInterface.toJson(parseInterface(text));
-    case Kind::kText:
-    case Kind::kBlock:
-    case Kind::kInterfaceList: break;
-  }
-  return text;
-}
-
 struct Assignment {
   const SettingRow& row;
   Json::Value value;
@@ -56,7 +42,7 @@ std::vector<Assignment> assignmentsOf(const Words& keysAndValues) {
   std::vector<Assignment> assignments;
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     const SettingRow& row = rowOf(keysAndValues[i]);
-    assignments.push_back({row, valueFor(row.path, [&] { return parse(row, keysAndValues[i + 1]); })});
+    assignments.push_back({row, valueFor(row.path, [&] { return parseSetting(row, keysAndValues[i + 1]); })});
     if (row.route == Route::kIdentify && keysAndValues.size() > 2) {
       throw usage(std::string(row.path) + " is set with a command of its own: set it alone");
     }
@@ -105,6 +91,19 @@ Words offeredValues(const SettingRow& row) {
   if (row.kind == Kind::kSwitch) return switchWords();
   if (row.values.name == std::string(settings::values::kInterfaceOrAll.name)) return {"all"};
   return choicesOf(row);
+}
+
+Json::Value parseSetting(const SettingRow& row, const std::string& text) {
+  switch (row.kind) {
+    case Kind::kSwitch: return parseSwitch(text);
+    case Kind::kNumber: return Json::Int64{parseNumber(text, 0, row.highest)};
+    case Kind::kChoice: return parseChoice(text, choicesOf(row));
+    case Kind::kInterface: return settings::kAddInterface.toJson(parseInterface(text));
+    case Kind::kText:
+    case Kind::kBlock:
+    case Kind::kInterfaceList: break;
+  }
+  return text;
 }
 
 Json::Value setKeys(Daemon& daemon, const Words& keysAndValues) {

@@ -19,6 +19,10 @@ std::string typeOf(const SettingRow& row);
 /// The values of a row to offer; empty: any.
 Words offeredValues(const SettingRow& row);
 
+/// The value of a row as a request carries it. The daemon checks its range.
+/// @throws Failure for a text that does not fit the row's type
+Json::Value parseSetting(const SettingRow& row, const std::string& text);
+
 /// Sets keys together or not at all. @throws Failure, with a suggestion for a key that does not exist
 /// @param keysAndValues  KEY VALUE KEY VALUE ...; a key is the `path` of a row
 /// @return the values as the daemon got them, by key

@@ -6,10 +6,10 @@
 
 namespace zel::ctl {
 
-/// The candidates that a mistyped word may have meant, all of them equally likely; none when there are too many.
+/// The candidates that a mistyped word may have meant, all of them equally likely; empty when there are too many.
 Words nearest(const std::string& typed, const Words& candidates);
 
-/// "did you mean 'a' or 'b'?" over `nearest`; empty when there is none.
+/// "did you mean 'a' or 'b'?" over `nearest`; empty without candidates.
 std::string didYouMean(const std::string& typed, const Words& candidates);
 
 }  // namespace zel::ctl

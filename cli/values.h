@@ -30,7 +30,7 @@ struct Network {
   IpAddress address;
   IpAddress mask;
 };
-/// From "ADDRESS/PREFIX", or from an address and a mask. An empty mask is none.
+/// From "ADDRESS/PREFIX", or from an address and a mask. An empty mask is missing.
 Network parseNetwork(const std::string& address, const std::string& mask = {});
 
 /// How an interface configuration is typed as one word.
