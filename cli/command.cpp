@@ -1,20 +1,17 @@
 #include "cli/command.h"
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <iostream>
+#include <utility>
 
 #include "cli/json_paths.h"
 #include "cli/keys.h"
+#include "cli/values.h"
 #include "types/sysmgr_types.h"
 
 namespace zel::ctl {
 
 namespace {
 
-constexpr int kAny = Argument::kAny;
+constexpr std::size_t kAny = Argument::kAny;
 
 Offers documentNames(const Words&) {
   Offers offers;
@@ -35,17 +32,17 @@ Offers usualPaths(const Words& typedBefore) {
 Offers keysAndValues(const Words& typedBefore) {
   const bool isKey = typedBefore.size() % 2 == 0;
   Offers offers;
-  for (const Key& key : settableKeys()) {
+  for (const SettingRow* const row : settableRows()) {
     if (isKey) {
-      offers.push_back({key.path, key.meaning});
-    } else if (typedBefore.back() == key.path && key.type.values != nullptr) {
-      offers = offersOf(key.type.values());
+      offers.push_back({row->path, row->meaning});
+    } else if (typedBefore.back() == row->path) {
+      offers = offersOf(offeredValues(*row));
     }
   }
   return offers;
 }
 
-Offers onOff(const Words&) { return {{"on"}, {"off"}}; }
+Offers onOff(const Words&) { return offersOf(switchWords()); }
 Offers watched(const Words&) { return offersOf(watchableDocuments()); }
 
 Offers models(const Words&) {
@@ -57,10 +54,10 @@ Offers models(const Words&) {
   return offers;
 }
 
-const Argument kYes = {"--yes", "do it without asking"};
-const Argument kRange = {"ADDRESS", "the range: 239.1.0.0/16, or 239.1.0.0 with MASK", 1, 1};
-const Argument kMask = {"MASK", "its mask, where ADDRESS has no /PREFIX"};
-const Argument kLeases = {"--leases DIRECTORY", "where the DHCP client keeps its leases"};
+const Argument kRange = {"address", "ADDRESS", "the range: 239.1.0.0/16, or 239.1.0.0 with MASK", 1};
+const Argument kMask = {"mask", "MASK", "its mask, where ADDRESS has no /PREFIX"};
+const Option kYes = {"--yes", nullptr, "do it without asking"};
+const Option kLeases = {"--leases", "DIRECTORY", "where the DHCP client keeps its leases"};
 
 std::string listOfDocuments() {
   std::string lines = "Documents:\n";
@@ -80,15 +77,17 @@ const std::vector<Command>& commands() {
       {"get",
        "a document of the daemon's, or one value of it",
        runGet,
-       {{"DOCUMENT", "what to read", 1, 1, documentNames},
-        {"PATH", "the place in it: rtsp/tcp-port", 0, 1, usualPaths}},
+       {{"document", "DOCUMENT", "what to read", 1, 1, documentNames},
+        {"path", "PATH", "the place in it: rtsp/tcp-port", 0, 1, usualPaths}},
+       {},
        listOfDocuments() + "A single value is printed alone, for use in scripts. With --json and a PATH the output\n"
                            "is an object with the path as its one member."},
       {"set",
        "change stored parameters",
        runSet,
-       {{"KEY VALUE", "keys with their values; several are set together or not at all", 0, kAny, keysAndValues},
-        {"--list", "list the keys with their types and meanings"}},
+       {{"keys", "KEY VALUE", "keys with their values; several are set together or not at all", 0, kAny,
+         keysAndValues}},
+       {{"--list", nullptr, "list the keys with their types and meanings"}},
        "Keys are those that 'get stored' and 'watch' show: sysmgrctl set rtsp/tcp-port 5004\n"
        "A value that begins with a dash goes behind '--': sysmgrctl set -- nmos/node-name -x"},
       {"eth", "stored IPv4 configurations of the interfaces", nullptr},
@@ -96,58 +95,69 @@ const std::vector<Command>& commands() {
       {"eth add",
        "add the configuration of an interface, or replace it",
        runEthAdd,
-       {{"NAME", "the interface: eth1, eth0.10", 1, 1},
-        {"--dhcp", "take the address from a DHCP server"},
-        {"--address ADDRESS", "a fixed address: 192.168.0.100/24, or without /PREFIX and with --mask"},
-        {"--mask MASK", "its network mask: 255.255.255.0"},
-        {"--gateway ADDRESS", "the default gateway"}}},
-      {"eth remove", "remove the configuration of an interface", runEthRemove, {{"NAME", "the interface", 1, 1}}},
+       {{"name", "NAME", "the interface: eth1, eth0.10", 1}},
+       {{"--dhcp", nullptr, "take the address from a DHCP server"},
+        {"--address", "ADDRESS", "a fixed address: 192.168.0.100/24, or without /PREFIX and with --mask"},
+        {"--mask", "MASK", "its network mask: 255.255.255.0"},
+        {"--gateway", "ADDRESS", "the default gateway"}}},
+      {"eth remove", "remove the configuration of an interface", runEthRemove, {{"name", "NAME", "the interface", 1}}},
       {"eth defaults",
        "the factory configurations of a board model",
        runEthDefaults,
-       {{"--model MODEL", "of this model, without asking the daemon", 0, 1, models}}},
+       {},
+       {{"--model", "MODEL", "of this model, without asking the daemon", models}}},
       {"eth validate",
        "check whether they can be applied",
        runEthValidate,
-       {{"NAME", "only this interface"}},
+       {{"name", "NAME", "only this interface"}},
+       {},
        "The exit status is 1 when one of them cannot."},
       {"whitelist", "from where multicast streams are accepted", nullptr},
       {"whitelist list", "list the ranges", runWhitelistList},
-      {"whitelist add", "add a range", runWhitelistAdd, {kRange, kMask, {"--disabled", "do not put it in force yet"}}},
+      {"whitelist add",
+       "add a range",
+       runWhitelistAdd,
+       {kRange, kMask},
+       {{"--disabled", nullptr, "do not put it in force yet"}}},
       {"whitelist remove", "remove a range", runWhitelistRemove, {kRange, kMask}},
       {"whitelist enable", "put a range in force", runWhitelistEnable, {kRange, kMask}},
       {"whitelist disable", "keep a range, but not in force", runWhitelistDisable, {kRange, kMask}},
       {"module",
-       "tell the daemon how a module of the board is",
+       "report the state of a module of the board to the daemon",
        runModule,
-       {{"NAME", "the module", 1, 1}, {"--error", "it has failed"}, {"--warn", "it needs attention"}},
+       {{"name", "NAME", "the module", 1}},
+       {{"--error", nullptr, "it has failed"}, {"--warn", nullptr, "it needs attention"}},
        "Without --error and --warn the module is reported to be well."},
-      {"identify", "let the identification LEDs blink", runIdentify, {{"on|off", "whether they blink", 1, 1, onOff}}},
+      {"identify",
+       "let the identification LEDs blink",
+       runIdentify,
+       {{"state", "on|off", "whether they blink", 1, 1, onOff}}},
       {"gpio", "general purpose lines", nullptr},
-      {"gpio get", "read them", runGpioGet, {{"LINE", "only these lines", 0, kAny}}},
+      {"gpio get", "read them", runGpioGet, {{"lines", "LINE", "only these lines", 0, kAny}}},
       {"gpio set",
        "change them",
        runGpioSet,
-       {{"LINE/FIELD=VALUE", "what to change; VALUE is JSON, or else a text", 1, kAny}},
+       {{"changes", "LINE/FIELD=VALUE", "what to change; VALUE is JSON, or else a text", 1, kAny}},
+       {},
        "LINE and FIELD are as 'gpio get' shows them: sysmgrctl gpio set gpio0/value=true"},
-      {"reboot", "restart the board", runReboot, {kYes}},
-      {"factory-reset", "set the whole configuration back to the factory's", runFactoryReset, {kYes}},
+      {"reboot", "restart the board", runReboot, {}, {kYes}},
+      {"factory-reset", "set the whole configuration back to the factory's", runFactoryReset, {}, {kYes}},
       {"watch",
        "print what changes, as it changes",
        runWatch,
-       {{"DOCUMENT", "only changes of these", 0, kAny, watched},
-        {"--count N", "end after N changes"},
-        {"--timeout SECONDS", "end after this time"}},
-       "Each line is a change: the document, the key, the old and the new value; '-' stands for none.\n"
+       {{"documents", "DOCUMENT", "only changes of these", 0, kAny, watched}},
+       {{"--count", "N", "end after N changes"}, {"--timeout", "SECONDS", "end after this time"}},
+       "Each line is a change: the document, the key, the old and the new value; '-' where there is none.\n"
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until\n"
        "Ctrl-C. The exit status is 3 when the time ends before N changes have come."},
       {"delta", "the stored parameters that are not as the factory set them", runDelta},
       {"dump", "the stored parameters as the library lists them in logs", runDump},
-      {"host", "this machine's interfaces, addresses and DHCP leases", runHost, {kLeases}},
+      {"host", "this machine's interfaces, addresses and DHCP leases", runHost, {}, {kLeases}},
       {"doctor",
        "look for what is wrong, and say what to do",
        runDoctor,
+       {},
        {kLeases},
        "The exit status is 0 when nothing is wrong (notes do not count), 8 without a daemon, 3 when it\n"
        "does not answer, and 1 for other problems."},
@@ -155,11 +165,23 @@ const std::vector<Command>& commands() {
        "wait until the daemon answers",
        runWaitReady,
        {},
+       {},
        "It waits 30 seconds unless '-w SECONDS' says otherwise. The exit status is 0 once the daemon\n"
        "has answered, 8 when no daemon came and 3 when one came and did not answer.",
        30},
   };
   return kCommands;
+}
+
+const std::vector<Option>& commonOptions() {
+  static const std::vector<Option> kOptions = {
+      {"--json", nullptr, "JSON on standard output in place of tables"},
+      {"--wait", "SECONDS", "how long the whole command may take; 5 where nothing else is said", nullptr, 'w'},
+      {"--verbose", nullptr, "show the library's messages on standard error; -vv shows more of them", nullptr, 'v'},
+      {"--help", nullptr, "this help, or the help of a command", nullptr, 'h'},
+      {"--version", nullptr, "the version"},
+  };
+  return kOptions;
 }
 
 const Command* commandOf(const std::string& name) {
@@ -181,26 +203,30 @@ Words commandsIn(const std::string& group) {
   return names;
 }
 
-const Words& Call::words(const std::string& name) const {
+namespace {
+
+double secondsOf(const Command& command, const Values& values) {
+  const auto wait = values.find("--wait");
+  if (wait == values.end()) return command.seconds;
+  return valueFor("--wait", [&wait] { return parseSeconds(wait->second.back()); });
+}
+
+}  // namespace
+
+Call::Call(const Command& command, Values values)
+    : deadline(secondsOf(command, values)), output(values.count("--json") > 0), values_(std::move(values)) {
+  if (has("--wait")) output.endBy(deadline);
+}
+
+const Words& Call::words(const std::string& key) const {
   static const Words kNone;
-  const auto found = values_.find(name);
+  const auto found = values_.find(key);
   return found == values_.end() ? kNone : found->second;
 }
 
-Board& Call::board() {
-  if (!board_) board_ = std::make_unique<Board>(deadline);
-  return *board_;
-}
-
-void confirm(const Call& call, const std::string& question) {
-  if (call.has("--yes")) return;
-  if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
-    throw usage("there is no terminal to ask on: " + question, "'--yes' does it without asking");
-  }
-  std::fprintf(stderr, "%s [y/N] ", question.c_str());
-  std::string answer;
-  std::getline(std::cin, answer);
-  if (answer != "y" && answer != "yes") throw Failure(Exit::kOther, "nothing was done");
+Daemon& Call::daemon() {
+  if (!daemon_) daemon_ = std::make_unique<Daemon>(deadline);
+  return *daemon_;
 }
 
 }  // namespace zel::ctl

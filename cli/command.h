@@ -1,42 +1,48 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "cli/board.h"
+#include "cli/daemon.h"
 #include "cli/output.h"
-#include "cli/suggest.h"
+#include "cli/words.h"
 
 namespace zel::ctl {
 
 class Call;
 
-/// What a command takes: a word ("NAME"), a flag ("--yes") or an option with a value ("--count N").
+/// A word that a command takes, or several of them.
 struct Argument {
-  static constexpr int kAny = 1000000;
+  static constexpr std::size_t kAny = 1000000;
 
-  std::string name;
+  const char* key;    ///< by which the command asks for it
+  const char* shown;  ///< in the help: "NAME"
   const char* help;
-  int least = 0;                                         ///< words that have to be there
-  int most = 1;                                          ///< words that may be there
+  std::size_t least = 0;                                 ///< words that have to be there
+  std::size_t most = 1;                                  ///< words that may be there
   Offers (*values)(const Words& typedBefore) = nullptr;  ///< what to offer in its place, given the words before it
-
-  bool isOption() const { return name.rfind("--", 0) == 0; }
-  bool isFlag() const { return isOption() && name.find(' ') == std::string::npos; }
-  /// The name without that of the option's value: "--count".
-  std::string key() const { return name.substr(0, name.find(' ')); }
 };
 
-/// One thing that sysmgrctl does. What the program knows of its commands, its help and its completions included, stands
-/// in the table of these.
+/// An option, which may stand anywhere on the command line. Options of one name have a value in all commands or in
+/// none.
+struct Option {
+  std::string name;   ///< "--count"; the command asks for it by this
+  const char* value;  ///< the name of its value in the help: "N"; null: it takes no value
+  const char* help;
+  Offers (*values)(const Words& typedBefore) = nullptr;
+  char letter = '\0';  ///< of the short form
+};
+
+/// One thing that sysmgrctl does. The parser, the help and the completions are made from the table of these.
 struct Command {
   std::string name;         ///< the words that choose it: "whitelist add"
   const char* summary;      ///< one line
   void (*run)(Call& call);  ///< null: a group, whose commands follow
   std::vector<Argument> arguments = {};
+  std::vector<Option> options = {};
   std::string notes = {};  ///< what else its help says
   double seconds = 5;      ///< how long it waits without --wait
 };
@@ -45,74 +51,74 @@ const std::vector<Command>& commands();
 const Command* commandOf(const std::string& name);
 /// The commands of a group, or for the empty name the first words of all.
 Words commandsIn(const std::string& group);
+/// The options of every command.
+const std::vector<Option>& commonOptions();
 
-/// What the options before or behind any command say.
-struct Common {
-  bool json = false;
-  int verbosity = 0;
-  std::optional<double> wait;
-};
+/// What was typed: by the key of an argument its words, by the name of an option its values; an option without a value
+/// has an empty one for each time that it was given.
+using Values = std::map<std::string, Words>;
 
 /// One run of a command: what was typed and what the command works with.
 class Call {
  public:
-  using Values = std::map<std::string, Words>;
-  Call(const Command& command, const Common& options, Values values)
-      : common(options),
-        deadline(common.wait.value_or(command.seconds)),
-        output(common.json),
-        values_(std::move(values)) {}
+  /// @throws Failure when the value of --wait is not a time
+  Call(const Command& command, Values values);
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
 
-  bool has(const std::string& name) const { return !words(name).empty(); }
-  /// The words of an argument, by its key.
-  const Words& words(const std::string& name) const;
-  /// The last one; empty when there is none.
-  std::string word(const std::string& name) const { return has(name) ? words(name).back() : std::string(); }
+  bool has(const std::string& key) const { return !words(key).empty(); }
+  const Words& words(const std::string& key) const;
+  /// The last of them; empty when nothing was typed.
+  std::string word(const std::string& key) const { return has(key) ? words(key).back() : std::string(); }
 
-  /// The daemon; connected on first use, so that commands about this host need none.
-  Board& board();
+  /// The daemon. The first call connects to it, so commands about this host work without a daemon.
+  Daemon& daemon();
 
-  const Common common;
   const Deadline deadline;
   Output output;
 
  private:
   Values values_;
-  std::unique_ptr<Board> board_;
+  std::unique_ptr<Daemon> daemon_;
 };
 
 /// What `watch` can follow.
 Words watchableDocuments();
 
-/// Asks on the terminal before something that cannot be taken back, unless --yes was given.
-/// @throws Failure when the answer is no, or when there is nobody to ask
-void confirm(const Call& call, const std::string& question);
-
-// The commands, in the files that bear their names.
+// status.cpp
 void runStatus(Call& call);
+// get.cpp
 void runGet(Call& call);
+void runDelta(Call& call);
+void runDump(Call& call);
+// set.cpp
 void runSet(Call& call);
+// eth.cpp
 void runEthList(Call& call);
 void runEthAdd(Call& call);
 void runEthRemove(Call& call);
 void runEthDefaults(Call& call);
 void runEthValidate(Call& call);
+// whitelist.cpp
 void runWhitelistList(Call& call);
 void runWhitelistAdd(Call& call);
 void runWhitelistRemove(Call& call);
 void runWhitelistEnable(Call& call);
 void runWhitelistDisable(Call& call);
+// device.cpp
 void runModule(Call& call);
 void runIdentify(Call& call);
 void runGpioGet(Call& call);
 void runGpioSet(Call& call);
 void runReboot(Call& call);
 void runFactoryReset(Call& call);
+// watch.cpp
 void runWatch(Call& call);
-void runDelta(Call& call);
-void runDump(Call& call);
+// host.cpp
 void runHost(Call& call);
+// doctor.cpp
 void runDoctor(Call& call);
+// wait_ready.cpp
 void runWaitReady(Call& call);
 
 }  // namespace zel::ctl

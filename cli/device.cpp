@@ -1,9 +1,12 @@
 #include <json/reader.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <iostream>
 #include <memory>
 
 #include "cli/command.h"
-#include "cli/keys.h"
+#include "cli/values.h"
 
 namespace zel::ctl {
 
@@ -31,14 +34,27 @@ Json::Value describedObject(const Words& words) {
       place = &(*place)[word.substr(begin, slash - begin)];
       begin = slash + 1;
     }
-    if (!place->isObject() && !place->isNull()) throw usage("'" + word + "' goes into a value that is no object");
+    if (!place->isObject() && !place->isNull()) throw usage("'" + word + "' goes into a value that is not an object");
     (*place)[word.substr(begin, equals - begin)] = jsonOrText(word.substr(equals + 1));
   }
   return object;
 }
 
-void act(Call& call, const char* verb, const Board::BareCommand& command, const char* done) {
-  call.board().send(verb, command);
+/// Asks on the terminal before something that cannot be taken back, unless --yes was given.
+/// @throws Failure when the answer is not yes, or when there is no terminal
+void confirm(const Call& call, const std::string& question) {
+  if (call.has("--yes")) return;
+  if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
+    throw usage("there is no terminal to ask on: " + question, "'--yes' does it without asking");
+  }
+  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::string answer;
+  std::getline(std::cin, answer);
+  if (answer != "y" && answer != "yes") throw Failure(Exit::kOther, "nothing was done");
+}
+
+void act(Call& call, const char* verb, const BareOperation& operation, const char* done) {
+  call.daemon().send(verb, operation);
   Json::Value document;
   document["done"] = done;
   call.output.page(document, [&] { call.output.line(std::string("The daemon has taken the request: ") + done + "."); });
@@ -47,11 +63,11 @@ void act(Call& call, const char* verb, const Board::BareCommand& command, const 
 }  // namespace
 
 void runModule(Call& call) {
-  const std::string name = call.word("NAME");
+  const std::string name = call.word("name");
   Json::Value request;
   request[name]["error"] = call.has("--error");
   request[name]["warn"] = call.has("--warn");
-  call.board().send(
+  call.daemon().send(
       "report the module " + name,
       [](SysMgrJsonClient& client, Json::Value& body, Json::Value& reply) {
         const int result = client.setModuleState(body);
@@ -66,21 +82,21 @@ void runModule(Call& call) {
 
 void runIdentify(Call& call) {
   Json::Value request;
-  request["identify-enable"] = parseSwitch(call.word("on|off"));
-  call.board().send("switch the identification LEDs", &SysMgrJsonClient::setIdentifyLeds, request);
+  request["identify-enable"] = parseSwitch(call.word("state"));
+  call.daemon().send("switch the identification LEDs", &SysMgrJsonClient::setIdentifyLeds, request);
   call.output.document(request);
 }
 
 void runGpioGet(Call& call) {
   Json::Value request(Json::objectValue);
-  for (const std::string& line : call.words("LINE")) request[line] = Json::Value();
+  for (const std::string& line : call.words("lines")) request[line] = Json::Value();
   call.output.document(unwrapped(
-      call.board().send("read the GPIO lines", &SysMgrJsonClient::getGpioConfiguration, request, Purpose::kToRead)));
+      call.daemon().send("read the GPIO lines", &SysMgrJsonClient::getGpioConfiguration, request, Purpose::kToRead)));
 }
 
 void runGpioSet(Call& call) {
-  const Json::Value request = describedObject(call.words("LINE/FIELD=VALUE"));
-  call.board().send("change the GPIO lines", &SysMgrJsonClient::setGpioConfiguration, request);
+  const Json::Value request = describedObject(call.words("changes"));
+  call.daemon().send("change the GPIO lines", &SysMgrJsonClient::setGpioConfiguration, request);
   Json::Value document;
   document["set"] = request;
   call.output.page(document, [&] { call.output.leaves(request); });

@@ -1,3 +1,4 @@
+#include <list>
 #include <map>
 #include <optional>
 #include <set>
@@ -23,7 +24,7 @@ struct Snapshot {
   Host host;
 };
 
-/// What the doctor has to say, in the order of the checks.
+/// The results of the checks, in their order.
 class Findings {
  public:
   void fine(const std::string& what) { add("ok", what, ""); }
@@ -52,11 +53,10 @@ class Findings {
 
 using Check = void (*)(const Snapshot& board, Findings& findings);
 
-bool hasInterface(const SysParametersDynamic& dynamic, const std::string& name) {
-  for (const EthBasicInfo& info : dynamic.ethBasics) {
-    if (info.name == name) return true;
-  }
-  return false;
+std::set<std::string> namesOf(const std::list<EthBasicInfo>& interfaces) {
+  std::set<std::string> names;
+  for (const EthBasicInfo& info : interfaces) names.insert(info.name);
+  return names;
 }
 
 void checkModel(const Snapshot& board, Findings& findings) {
@@ -85,14 +85,16 @@ void checkInterfaceNames(const Snapshot& board, Findings& findings) {
       {"rtsp/eth-port", board.stored.rtspEthPort},
       {"advert/eth-port", board.stored.advertEthPort},
       {"nmos/advertisement-interface", board.stored.nmos.advertisementInterface}};
+  const std::set<std::string> there = namesOf(board.dynamic.ethBasics);
   for (const auto& [key, name] : named) {
-    if (name == "all" || hasInterface(board.dynamic, name)) continue;
-    findings.problem(std::string(key) + " names '" + name + "', which is no interface of the board",
+    if (name == "all" || there.count(name) > 0) continue;
+    findings.problem(std::string(key) + " names '" + name + "', which is not an interface of the board",
                      std::string("set one of those in 'sysmgrctl status': sysmgrctl set ") + key + " NAME");
   }
 }
 
 void checkConfigurations(const Snapshot& board, Findings& findings) {
+  const std::set<std::string> there = namesOf(board.dynamic.ethBasics);
   std::map<uint32_t, std::string> owners;
   for (const EthIpV4Cfg& config : board.stored.ethIPv4Cfg) {
     ErrorAuxMsg::getInstance()->clear();
@@ -102,7 +104,7 @@ void checkConfigurations(const Snapshot& board, Findings& findings) {
                            " cannot be applied: " + (messages.empty() ? "it is not valid" : messages.back()),
                        "'sysmgrctl eth add " + config.eth + " ...' replaces it");
     }
-    if (!hasInterface(board.dynamic, config.eth)) {
+    if (there.count(config.eth) == 0) {
       findings.note("a configuration is stored for " + config.eth + ", which the board does not have",
                     "'sysmgrctl eth remove " + config.eth + "' removes it");
     }
@@ -162,7 +164,7 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
     entry.Deserialize(copy);
     const uint32_t firstOctet = entry.ip >> 24U;
     if (firstOctet < 224 || firstOctet > 239) {
-      findings.problem("the whitelist holds " + entry.getIpStr() + ", which is no multicast address",
+      findings.problem("the whitelist holds " + entry.getIpStr() + ", which is not a multicast address",
                        "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");
     }
   }
@@ -171,16 +173,16 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
 void checkHost(const Snapshot& board, Findings& findings) {
   if (!board.host.leasesAreKnown) {
     findings.note("the DHCP leases in " + board.host.leaseDirectory + " cannot be read",
-                  "whether this machine's addresses come from DHCP cannot be told; is a DHCP client installed?");
+                  "without them nothing shows which addresses come from DHCP; is a DHCP client installed?");
   }
   std::set<std::string> names;
   for (const Json::Value& interface : board.host.interfaces) names.insert(interface["name"].asString());
-  std::string strangers;
+  Words strangers;
   for (const EthBasicInfo& info : board.dynamic.ethBasics) {
-    if (names.count(info.name) == 0) strangers += (strangers.empty() ? "" : ", ") + info.name;
+    if (names.count(info.name) == 0) strangers.push_back(info.name);
   }
   if (strangers.empty()) return;
-  findings.note("the daemon speaks of " + strangers + ", which this machine does not have",
+  findings.note("the daemon reports " + joined(strangers) + ", which this machine does not have",
                 "'sysmgrctl host' shows what it has; does the daemon run in a container, or is it a stand-in?");
 }
 
@@ -191,12 +193,12 @@ constexpr Check kChecks[] = {checkModel, checkErrors, checkInterfaceNames, check
 std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   Snapshot board;
   try {
-    Board& daemon = call.board();
+    Daemon& daemon = call.daemon();
     board.stored = daemon.record<SysParameters>("stored");
     findings.fine("a daemon is there and answers");
     board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
     board.model = daemon.record<BoardModel>("model");
-    board.whitelist = daemon.get("whitelist");
+    board.whitelist = daemon.whitelist();
     for (const char* name : {"info", "network", "debug"}) daemon.get(name);
     findings.fine("it answers every question");
   } catch (const Failure& failure) {
@@ -205,7 +207,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
         status == Exit::kNoDaemon
             ? "start the daemon, and look into its log when it does not stay; 'sysmgrctl wait-ready' waits for it"
         : status == Exit::kTimeOut ? "it is there, but stuck or very busy: look into its log, and restart it"
-                                   : "is it of another version than this program? Its log may tell more";
+                                   : "is it of another version than this program? Its log may say more";
     findings.problem(failure.what(), advice);
     return std::nullopt;
   }
@@ -213,9 +215,9 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   return board;
 }
 
-void tellOfPublisher(bool accepts, Findings& findings) {
+void checkPublisher(bool accepts, Findings& findings) {
   if (accepts) return findings.fine("it takes subscribers for its notifications");
-  findings.problem("nobody takes subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
+  findings.problem("no program accepts subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
                    "programs that follow changes see none: restart the daemon, and look into its log");
 }
 
@@ -232,7 +234,7 @@ void runDoctor(Call& call) {
   Exit status = Exit::kOther;
   const bool publishes = publisherAccepts(call.deadline);  // first: a daemon that does not answer takes all the time
   const std::optional<Snapshot> board = examine(call, findings, status);
-  if (status != Exit::kNoDaemon) tellOfPublisher(publishes, findings);
+  if (status != Exit::kNoDaemon) checkPublisher(publishes, findings);
   if (board) {
     for (const Check check : kChecks) check(*board, findings);
   }

@@ -1,8 +1,9 @@
 #include "cli/command.h"
-#include "cli/json_paths.h"
-#include "cli/keys.h"
 #include "cli/notices.h"
+#include "cli/suggest.h"
+#include "cli/values.h"
 #include "common/error_aux_msg.h"
+#include "types/settings.h"
 #include "types/sysmgr_types.h"
 
 namespace zel::ctl {
@@ -30,61 +31,48 @@ Json::Value documentOfList(const std::list<EthIpV4Cfg>& configs) {
   return document;
 }
 
-/// The address and the mask, from "ADDRESS/PREFIX" or from two texts.
-std::pair<std::string, std::string> addressAndMask(const std::string& address, const std::string& mask) {
-  const std::size_t slash = address.find('/');
-  if (slash == std::string::npos) return {parseAddress(address), parseAddress(mask)};
-  if (!mask.empty()) throw usage("the mask is given twice, as /PREFIX and apart");
-  return {parseAddress(address.substr(0, slash)), maskOfPrefix(address.substr(slash + 1))};
-}
-
 /// The configuration that the options of `eth add` describe.
-Json::Value describedConfig(const Call& call) {
-  Json::Value config;
-  config["eth"] = call.word("NAME");
+EthIpV4Cfg describedConfig(const Call& call) {
+  EthIpV4Cfg config;
+  config.eth = call.word("name");
   if (call.has("--dhcp")) {
     if (call.has("--address") || call.has("--mask") || call.has("--gateway")) {
       throw usage("--dhcp goes without --address, --mask and --gateway");
     }
-    config["mode"] = EthMode::toText(EthMode::ETH_MODE_DHCP);
+    config.mode.mode = EthMode::ETH_MODE_DHCP;
     return config;
   }
   if (!call.has("--address")) throw usage("either --dhcp or --address is needed", "sysmgrctl eth add --help");
-  if (call.word("--address").find('/') == std::string::npos && !call.has("--mask")) {
-    throw usage("--address needs a /PREFIX, or --mask", "sysmgrctl eth add eth1 --address 192.168.0.100/24");
-  }
-  const auto [address, mask] = addressAndMask(call.word("--address"), call.word("--mask"));
-  config["mode"] = EthMode::toText(EthMode::ETH_MODE_STATIC);
-  config["static"]["ip"] = address;
-  config["static"]["mask"] = mask;
-  config["static"]["gw"] = call.has("--gateway") ? parseAddress(call.word("--gateway")) : IpAddress().toString();
+  const Network network = parseNetwork(call.word("--address"), call.word("--mask"));
+  config.mode.mode = EthMode::ETH_MODE_STATIC;
+  config.ip = network.address.getAddress();
+  config.mask = network.mask.getAddress();
+  if (call.has("--gateway")) config.gw = parseAddress(call.word("--gateway")).getAddress();
   return config;
 }
 
-void change(Call& call, const std::string& what, const char* key, const Json::Value& value) {
+void change(Call& call, const std::string& what, const SettingRow& row, const Json::Value& value) {
   Json::Value request;
-  request[key] = value;
-  call.board().send(what, &SysMgrJsonClient::setSysMgrParameter, request);
+  request[row.key] = value;
+  call.daemon().send(what, &SysMgrJsonClient::setSysMgrParameter, request);
 }
 
 }  // namespace
 
 void runEthList(Call& call) {
-  const auto stored = call.board().record<SysParameters>("stored");
+  const auto stored = call.daemon().record<SysParameters>("stored");
   call.output.list(documentOfList(stored.ethIPv4Cfg), "interfaces", kColumns);
 }
 
 void runEthAdd(Call& call) {
-  Json::Value config = describedConfig(call);
-  change(call, "configure " + call.word("NAME"), "add-eth-cfg", config);
-  EthIpV4Cfg record;
-  record.Deserialize(config);
-  call.output.list(documentOfList({record}), "interfaces", kColumns);
+  const EthIpV4Cfg config = describedConfig(call);
+  change(call, "configure " + config.eth, settings::kAddInterface, settings::kAddInterface.toJson(config));
+  call.output.list(documentOfList({config}), "interfaces", kColumns);
 }
 
 void runEthRemove(Call& call) {
-  const std::string name = call.word("NAME");
-  change(call, "remove the configuration of " + name, "rem-eth-cfg", name);
+  const std::string name = call.word("name");
+  change(call, "remove the configuration of " + name, settings::kRemoveInterface, name);
   Json::Value document;
   document["removed"] = name;
   call.output.document(document);
@@ -96,13 +84,13 @@ void runEthDefaults(Call& call) {
   if (given) {
     const auto known = BoardModelType::fromText(call.word("--model"));
     if (!known) {
-      const Argument& argument = commandOf("eth defaults")->arguments.front();
+      const Option& option = commandOf("eth defaults")->options.front();
       throw Failure(Exit::kNotFound, "there is no board model '" + call.word("--model") + "'",
-                    didYouMean(call.word("--model"), wordsOf(argument.values({}))));
+                    didYouMean(call.word("--model"), wordsOf(option.values({}))));
     }
     model.setModel(*known);
   } else {
-    model = call.board().record<BoardModel>("model");
+    model = call.daemon().record<BoardModel>("model");
   }
   std::list<EthIpV4Cfg> defaults;
   {
@@ -111,20 +99,21 @@ void runEthDefaults(Call& call) {
   }
   Json::Value document = documentOfList(defaults);
   document["model"] = BoardModelType::toText(model.model);
-  if (!given) document["in-force"] = call.board().record<SysParameters>("stored").isEthIPv4ConfigDefault(model);
+  if (!given) document["in-force"] = call.daemon().record<SysParameters>("stored").isEthIPv4ConfigDefault(model);
   call.output.page(document, [&] {
     call.output.table(document["interfaces"], kColumns);
     const std::string name = BoardModelType::displayName(model.model);
     if (!given) {
-      call.output.line("\nThe stored configurations are " + std::string(document["in-force"].asBool() ? "" : "not ") +
+      call.output.line("");
+      call.output.line("The stored configurations are " + std::string(document["in-force"].asBool() ? "" : "not ") +
                        "the factory's of the " + name + ".");
     }
   });
 }
 
 void runEthValidate(Call& call) {
-  const auto stored = call.board().record<SysParameters>("stored");
-  const std::string only = call.word("NAME");
+  const auto stored = call.daemon().record<SysParameters>("stored");
+  const std::string only = call.word("name");
   Json::Value document;
   Json::Value& list = document["interfaces"] = Json::Value(Json::arrayValue);
   Words names;

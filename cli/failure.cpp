@@ -6,11 +6,11 @@ namespace zel::ctl {
 
 namespace {
 
-/// What a code of the request client means to who typed the command. Every other code is the daemon's own: a refusal.
+/// The meaning of a code of the request client for the user. Every other code is the daemon's own: a refusal.
 struct Meaning {
   int code;
   Exit status;
-  const char* why;  ///< "%" stands for how long the command was allowed to wait; null: the client's own text
+  const char* why;  ///< "%" is replaced by the time that the command was allowed to wait; null: the client's own text
   bool mayHaveActed;
   const char* advice;
 };
@@ -27,7 +27,7 @@ constexpr Meaning kMeanings[] = {
     {status::kBadRequest, Exit::kUsage, nullptr, false, "texts have to be UTF-8, and a request at most 1 MiB"},
 };
 
-constexpr Meaning kRefused = {0, Exit::kRefused, nullptr, false, "the reason is the daemon's; its log may tell more"};
+constexpr Meaning kRefused = {0, Exit::kRefused, nullptr, false, "the reason is the daemon's; its log may say more"};
 
 const Meaning& meaningOf(int code) {
   for (const Meaning& meaning : kMeanings) {
@@ -44,6 +44,10 @@ std::string filledIn(std::string text, const std::string& seconds) {
 }  // namespace
 
 Failure usage(const std::string& why, std::string advice) { return {Exit::kUsage, why, std::move(advice)}; }
+
+Failure timeIsOver(const Deadline& deadline) {
+  return {Exit::kTimeOut, "the " + deadline.text() + " of this command are over"};
+}
 
 Failure requestFailed(Purpose purpose, const std::string& action, const ErrorReport& report,
                       const std::string& seconds) {

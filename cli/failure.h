@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cli/deadline.h"
 #include "cli/exit_status.h"
 #include "common/error_report.h"
 
@@ -26,6 +27,9 @@ class Failure : public std::runtime_error {
 
 /// Wrong usage; the advice is the help of the command.
 Failure usage(const std::string& why, std::string advice = {});
+
+/// A command whose time ended before its work.
+Failure timeIsOver(const Deadline& deadline);
 
 /// What a request is for.
 enum class Purpose { kToRead, kToChange };

@@ -1,5 +1,6 @@
 #include "cli/command.h"
 #include "cli/json_paths.h"
+#include "cli/suggest.h"
 #include "common/logger.h"
 #include "types/sysmgr_types.h"
 
@@ -18,34 +19,31 @@ Json::Value asObject(const std::string& name, const Json::Value& value) {
 }  // namespace
 
 void runGet(Call& call) {
-  const Document& document = documentOf(call.word("DOCUMENT"));
-  const Json::Value whole = call.board().get(document);
-  const std::string path = call.word("PATH");
-  const std::optional<Json::Value> value = valueAt(whole, path);
-  if (!value) {
+  const Document& document = documentOf(call.word("document"));
+  const Json::Value whole = call.daemon().get(document);
+  const std::string path = call.word("path");
+  const Json::Value* const value = valueAt(whole, path);
+  if (value == nullptr) {
     const std::string guess = didYouMean(path, pathsOf(whole));
     throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
                   guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess);
   }
-  if (!path.empty() && isSingle(*value)) {
-    return call.output.page(asObject(path, *value), [&] { call.output.line(cellOf(*value)); });
-  }
-  // One object a command: what is none by itself stands under its name.
-  const bool bare = path.empty() && !value->isArray();
-  const std::string name = path.empty() && document.member != nullptr ? document.member : path;
-  call.output.page(bare ? *value : asObject(name, *value), [&] { call.output.leaves(*value); });
+  if (!call.output.isJson()) return isSingle(*value) ? call.output.line(cellOf(*value)) : call.output.leaves(*value);
+  // The output is one object: any other value, and a part of a document, is a member with its name.
+  if (path.empty() && value->isObject()) return call.output.document(*value);
+  call.output.document(asObject(path.empty() ? document.payload() : path, *value));
 }
 
 void runDelta(Call& call) {
-  auto stored = call.board().record<SysParameters>("stored");
+  auto stored = call.daemon().record<SysParameters>("stored");
   Json::Value delta;
   stored.SerializeDelta(delta);
   call.output.document(delta);
 }
 
 void runDump(Call& call) {
-  const auto stored = call.board().record<SysParameters>("stored");
-  const auto model = call.board().record<BoardModel>("model");
+  const auto stored = call.daemon().record<SysParameters>("stored");
+  const auto model = call.daemon().record<BoardModel>("model");
   Json::Value lines(Json::arrayValue);
   Logger* const logger = Logger::getInstance();
   const Logger::logDebugLevel_t level = logger->getLevel();

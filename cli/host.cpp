@@ -1,5 +1,3 @@
-#include <cstdio>
-
 #include "cli/command.h"
 #include "cli/host_interfaces.h"
 
@@ -13,8 +11,7 @@ void runHost(Call& call) {
   call.output.list(document, "interfaces",
                    {{"name", "INTERFACE"}, {"address", "ADDRESS"}, {"mac", "MAC"}, {"mode", "MODE"}});
   if (!host.leasesAreKnown) {
-    std::fprintf(stderr, "sysmgrctl: the DHCP leases in %s cannot be read, so the modes are unknown\n",
-                 host.leaseDirectory.c_str());
+    note("the DHCP leases in " + host.leaseDirectory + " cannot be read, so the modes are unknown");
   }
 }
 

@@ -6,7 +6,7 @@
 
 namespace zel::ctl {
 
-/// What this machine tells about its interfaces.
+/// The interfaces of this machine.
 struct Host {
   Json::Value interfaces;      ///< of each: "name", "mac", "address" where there is one, and "mode" if leases are known
   std::string leaseDirectory;  ///< where the DHCP client keeps its leases

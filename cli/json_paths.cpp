@@ -1,23 +1,30 @@
 #include "cli/json_paths.h"
 
+#include <cstddef>
+#include <cstring>
 #include <map>
 #include <set>
+#include <utility>
+#include <vector>
 
 namespace zel::ctl {
 
 namespace {
 
+constexpr std::size_t kLongestTyped = 200;  ///< bytes of a path that is offered or suggested
+
 /// The members that name an element of the daemon's lists: of interface configurations, interfaces, whitelist entries.
 constexpr const char* kNameMembers[] = {"eth", "name", "ip"};
 
-/// The names of a list's elements by this member; empty when one of them has none or has another's.
+/// The names of a list's elements by this member; empty when an element has no name, or the name of another.
 Words namesBy(const char* member, const Json::Value& list) {
   Words names;
   std::set<std::string> seen;
   for (const Json::Value& element : list) {
-    const Json::Value name = element.isObject() ? element[member] : Json::Value();
-    if (!name.isString() || name.asString().empty() || !seen.insert(name.asString()).second) return {};
-    names.push_back(name.asString());
+    const Json::Value* const name = element.isObject() ? element.find(member, member + std::strlen(member)) : nullptr;
+    if (name == nullptr || !name->isString() || name->asString().empty()) return {};
+    if (!seen.insert(name->asString()).second) return {};
+    names.push_back(name->asString());
   }
   return names;
 }
@@ -31,69 +38,108 @@ Words namesOf(const Json::Value& list) {
   return names;
 }
 
-/// The steps that lead from a value to the values in it.
-std::vector<Leaf> childrenOf(const Json::Value& value) {
-  std::vector<Leaf> children;
+/// The steps that lead from a value to the values in it, in the document's order.
+using Steps = std::vector<std::pair<std::string, const Json::Value*>>;
+Steps stepsOf(const Json::Value& value) {
+  Steps steps;
   if (value.isObject()) {
-    for (const std::string& name : value.getMemberNames()) children.emplace_back(name, value[name]);
+    for (auto member = value.begin(); member != value.end(); ++member) steps.emplace_back(member.name(), &*member);
   }
   if (value.isArray()) {
-    const Words names = namesOf(value);
-    for (Json::ArrayIndex i = 0; i < value.size(); ++i) children.emplace_back(names[i], value[i]);
+    Words names = namesOf(value);
+    for (Json::ArrayIndex i = 0; i < value.size(); ++i) steps.emplace_back(std::move(names[i]), &value[i]);
   }
-  return children;
+  return steps;
 }
 
-std::string join(const std::string& path, const std::string& step) { return path.empty() ? step : path + "/" + step; }
+bool isLeaf(const Json::Value& value) { return value.empty() || !(value.isObject() || value.isArray()); }
 
+/// A path that grows by a step as long as this lives.
+class Longer {
+ public:
+  Longer(std::string& path, const std::string& step) : path_(path), size_(path.size()) {
+    if (!path.empty()) path += '/';
+    path += step;
+  }
+  ~Longer() { path_.resize(size_); }
+  Longer(const Longer&) = delete;
+  Longer& operator=(const Longer&) = delete;
+
+ private:
+  std::string& path_;
+  std::size_t size_;
+};
+
+/// Visits everything in the value; what is deeper only where the visitor returns true.
 template <class Visit>
-void walk(const std::string& path, const Json::Value& value, const Visit& visit) {
-  const std::vector<Leaf> children = childrenOf(value);
-  visit(path, value, children.empty());
-  for (const auto& [step, child] : children) walk(join(path, step), child, visit);
+void walk(std::string& path, const Json::Value& value, const Visit& visit) {
+  for (const auto& [step, child] : stepsOf(value)) {
+    const Longer longer(path, step);
+    if (visit(path, *child)) walk(path, *child, visit);
+  }
 }
 
 }  // namespace
 
-std::vector<Leaf> leavesOf(const Json::Value& document) {
-  std::vector<Leaf> leaves;
-  walk("", document, [&leaves](const std::string& path, const Json::Value& value, bool isLeaf) {
-    if (isLeaf && !path.empty()) leaves.emplace_back(path, value);
+void forEachLeaf(const Json::Value& document,
+                 const std::function<void(const std::string& path, const Json::Value& value)>& visit) {
+  std::string path;
+  walk(path, document, [&visit](const std::string& at, const Json::Value& value) {
+    if (!isLeaf(value)) return true;
+    visit(at, value);
+    return false;
   });
-  return leaves;
 }
 
 Words pathsOf(const Json::Value& document) {
   Words paths;
-  walk("", document, [&paths](const std::string& path, const Json::Value&, bool) {
-    if (!path.empty()) paths.push_back(path);
+  std::string path;
+  walk(path, document, [&paths](const std::string& at, const Json::Value&) {
+    if (at.size() > kLongestTyped) return false;
+    paths.push_back(at);
+    return true;
   });
   return paths;
 }
 
-std::optional<Json::Value> valueAt(const Json::Value& document, const std::string& path) {
-  if (path.empty()) return document;
+const Json::Value* valueAt(const Json::Value& document, const std::string& path) {
+  if (path.empty()) return &document;
   if (path.front() == '/') return valueAt(document, path.substr(1));
-  for (const auto& [step, child] : childrenOf(document)) {
+  for (const auto& [step, child] : stepsOf(document)) {
     if (path == step) return child;
     // A name may hold a slash itself, so the steps are tried and not cut out of the path.
-    if (path.compare(0, step.size() + 1, step + "/") != 0) continue;
-    if (std::optional<Json::Value> found = valueAt(child, path.substr(step.size() + 1))) return found;
+    if (path.compare(0, step.size(), step) != 0 || path[step.size()] != '/') continue;
+    if (const Json::Value* const found = valueAt(*child, path.substr(step.size() + 1))) return found;
   }
-  return std::nullopt;
+  return nullptr;
 }
 
-std::vector<Change> changesBetween(const Json::Value& before, const Json::Value& after) {
-  std::map<std::string, Change> changes;
-  for (auto& [path, value] : leavesOf(before)) changes[path].before = value;
-  for (auto& [path, value] : leavesOf(after)) changes[path].after = value;
+namespace {
 
-  std::vector<Change> differing;
-  for (auto& [path, change] : changes) {
-    change.path = path;
-    if (change.before != change.after) differing.push_back(change);
+template <class Visit>
+void compare(std::string& path, const Json::Value& before, const Json::Value& after, const Visit& visit) {
+  std::map<std::string, std::pair<const Json::Value*, const Json::Value*>> steps;
+  for (const auto& [step, child] : stepsOf(before)) steps[step].first = child;
+  for (const auto& [step, child] : stepsOf(after)) steps[step].second = child;
+  for (const auto& [step, children] : steps) {
+    const auto& [old, now] = children;
+    const Longer longer(path, step);
+    const Json::Value* const oldLeaf = old != nullptr && isLeaf(*old) ? old : nullptr;
+    const Json::Value* const newLeaf = now != nullptr && isLeaf(*now) ? now : nullptr;
+    const bool same = oldLeaf != nullptr && newLeaf != nullptr ? *oldLeaf == *newLeaf : oldLeaf == newLeaf;
+    if (!same) visit(path, oldLeaf, newLeaf);
+    const Json::Value& none = Json::Value::nullSingleton();
+    compare(path, old == nullptr ? none : *old, now == nullptr ? none : *now, visit);
   }
-  return differing;
+}
+
+}  // namespace
+
+void forEachChange(
+    const Json::Value& before, const Json::Value& after,
+    const std::function<void(const std::string& path, const Json::Value* before, const Json::Value* after)>& visit) {
+  std::string path;
+  compare(path, before, after, visit);
 }
 
 }  // namespace zel::ctl

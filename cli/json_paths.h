@@ -2,10 +2,8 @@
 
 #include <json/value.h>
 
-#include <optional>
+#include <functional>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "cli/suggest.h"
 
@@ -13,24 +11,24 @@ namespace zel::ctl {
 
 // A path names a place in a document: "rtsp/tcp-port". An element of a list goes by its name where all elements have
 // one ("ethipv4/eth1/mode"), and by its number from 0 on otherwise.
+//
+// Paths can be much longer than the document that they are in, when a long name stands above many values. So they are
+// shown to a function one after the other, and not kept.
 
-using Leaf = std::pair<std::string, Json::Value>;
+/// Visits the values of a document, with their paths, in the document's order; an empty list or object counts as a
+/// value. A document that is a single value has none.
+void forEachLeaf(const Json::Value& document,
+                 const std::function<void(const std::string& path, const Json::Value& value)>& visit);
 
-/// The document's values, with their paths, in the document's order; an empty list or object counts as a value.
-std::vector<Leaf> leavesOf(const Json::Value& document);
-
-/// The paths of everything in the document.
+/// The paths of everything in the document, without those that are too long to be typed.
 Words pathsOf(const Json::Value& document);
 
-/// The value at a path, which may begin with a slash; the empty path is the document itself.
-std::optional<Json::Value> valueAt(const Json::Value& document, const std::string& path);
+/// The value at a path, which may begin with a slash; the empty path is the document itself. Null: there is none.
+const Json::Value* valueAt(const Json::Value& document, const std::string& path);
 
-/// One value that is not what it was.
-struct Change {
-  std::string path;
-  std::optional<Json::Value> before;  ///< none: it was not there
-  std::optional<Json::Value> after;   ///< none: it is gone
-};
-std::vector<Change> changesBetween(const Json::Value& before, const Json::Value& after);
+/// Visits the values that differ between two documents. Null: the value is not there before, or not there after.
+void forEachChange(
+    const Json::Value& before, const Json::Value& after,
+    const std::function<void(const std::string& path, const Json::Value* before, const Json::Value* after)>& visit);
 
 }  // namespace zel::ctl

@@ -5,49 +5,27 @@
 #include <string>
 #include <vector>
 
-#include "cli/board.h"
-#include "cli/suggest.h"
+#include "cli/daemon.h"
+#include "cli/words.h"
+#include "types/settings.h"
 
 namespace zel::ctl {
 
-/// What a settable key takes.
-struct KeyType {
-  const char* name;  ///< as it is listed
-  /// The value that the request carries. @throws Failure when the text is no such value
-  Json::Value (*parse)(const std::string& text);
-  Words (*values)();  ///< the values to offer; null: any
-};
+/// The rows of the table of settings that `set` takes: each that a request can set and that is not a whole block.
+std::vector<const SettingRow*> settableRows();
 
-/// How the value travels.
-enum class KeyRoute {
-  kMember,    ///< as a member of the change request
-  kBlock,     ///< inside its block, which travels whole: what it holds besides is read from the daemon first
-  kIdentify,  ///< with a command of its own
-};
+/// What the values of a row look like: "1..65535", "on|off", "text".
+std::string typeOf(const SettingRow& row);
+/// The values of a row to offer; empty: any.
+Words offeredValues(const SettingRow& row);
 
-/// One thing that can be set. A new setter of the client is a new row.
-struct Key {
-  const char* path;     ///< as it is typed, and as the stored parameters and `watch` show it
-  const char* request;  ///< the member of the request
-  const KeyType& type;
-  const char* meaning;
-  KeyRoute route = KeyRoute::kMember;
-};
-const std::vector<Key>& settableKeys();
+/// The value of a row as a request carries it. The daemon checks its range.
+/// @throws Failure for a text that does not fit the row's type
+Json::Value parseSetting(const SettingRow& row, const std::string& text);
 
-/// @throws Failure with a suggestion when there is no such key
-const Key& keyOf(const std::string& path);
-
-/// Sets the keys, which come as KEY VALUE KEY VALUE ..., together or not at all.
+/// Sets keys together or not at all. @throws Failure, with a suggestion for a key that does not exist
+/// @param keysAndValues  KEY VALUE KEY VALUE ...; a key is the `path` of a row
 /// @return the values as the daemon got them, by key
-Json::Value setKeys(Board& board, const Words& keysAndValues);
-
-/// An interface configuration from "NAME,dhcp" or "NAME,ADDRESS/PREFIX[,GATEWAY]". @throws Failure
-Json::Value parseInterface(const std::string& text);
-/// The dotted text itself, once it is known to be an address. @throws Failure
-std::string parseAddress(const std::string& text);
-/// The mask of a prefix length: "255.255.255.0" of "24". @throws Failure
-std::string maskOfPrefix(const std::string& length);
-bool parseSwitch(const std::string& text);
+Json::Value setKeys(Daemon& daemon, const Words& keysAndValues);
 
 }  // namespace zel::ctl

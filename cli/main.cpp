@@ -1,10 +1,14 @@
+#include <fcntl.h>
+#include <json/value.h>
 #include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 #include <string>
 
 #include "cli/arguments.h"
 #include "cli/command.h"
+#include "cli/escape.h"
 #include "cli/failure.h"
 #include "common/logger.h"
 
@@ -12,48 +16,72 @@ namespace {
 
 using zel::ctl::Exit;
 
-/// What the library logs is for those who ask for it; a failure is told by the command itself.
-void directLog(int verbosity) {
+/// Shows the library's log only to users who ask for it; the command itself reports its failure.
+void directLog(std::size_t verbosity) {
   Logger* const logger = Logger::getInstance();
   if (verbosity == 0) return logger->setSink([](Logger::logDebugLevel_t, const std::string&) {});
   logger->setLevel(verbosity == 1 ? Logger::LEVEL_CONFIG : Logger::LEVEL_TRACE);
 }
 
+/// Takes the place of a standard descriptor that is closed, so that no socket gets its number. What is written to
+/// standard output then fails, as it does without this.
+void occupyStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 Exit report(Exit status, const std::string& why, const std::string& advice) {
   const bool colour = zel::ctl::mayColour(STDERR_FILENO);
   std::fprintf(stderr, "%ssysmgrctl:%s %s\n", colour ? "\033[31m" : "", colour ? "\033[0m" : "",
-               zel::ctl::cellOf(why).c_str());
-  if (!advice.empty()) std::fprintf(stderr, "  %s\n", zel::ctl::cellOf(advice).c_str());
+               zel::ctl::visible(why).c_str());
+  if (!advice.empty()) std::fprintf(stderr, "  %s\n", zel::ctl::visible(advice).c_str());
   return status;
 }
 
-Exit run(int argc, char** argv) {
-  // Asked by the shells' completion files; not an option for people, so it is not in the help.
-  if (argc > 1 && std::string(argv[1]) == "--complete") {
-    std::fputs(zel::ctl::completions({argv + 2, argv + argc}).c_str(), stdout);
-    return Exit::kOk;
+/// Writes a text of the program's own.
+Exit show(const std::string& text) {
+  zel::ctl::Output output(false);
+  output.text(text);
+  output.flush();
+  return Exit::kOk;
+}
+
+/// Runs a command; what it wrote comes out whether or not it fails later.
+Exit execute(zel::ctl::Call& call, const zel::ctl::Command& command) {
+  try {
+    command.run(call);
+  } catch (...) {
+    call.output.flush();
+    throw;
   }
-  const zel::ctl::Request request = zel::ctl::parseArguments(argc, argv);
-  if (request.command == nullptr) {
-    std::fputs(request.text.c_str(), stdout);
-    return Exit::kOk;
-  }
-  directLog(request.common.verbosity);
-  zel::ctl::Call call(*request.command, request.common, request.values);
-  request.command->run(call);
   call.output.flush();
   return Exit::kOk;
+}
+
+Exit run(const zel::ctl::Words& typed) {
+  // Asked by the shells' completion files; not an option for people, so it is not in the help.
+  if (!typed.empty() && typed.front() == "--complete")
+    return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
+  const zel::ctl::Request request = zel::ctl::parseArguments(typed);
+  if (request.command == nullptr) return show(request.text);
+  zel::ctl::Call call(*request.command, request.values);
+  directLog(call.words("--verbose").size());
+  return execute(call, *request.command);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupyStandardDescriptors();
   Exit status = Exit::kOther;
   try {
-    status = run(argc, argv);
+    status = run({argv + 1, argv + argc});
   } catch (const zel::ctl::Failure& failure) {
-    std::fflush(stdout);
     status = report(failure.status(), failure.what(), failure.advice());
+  } catch (const Json::Exception& mismatch) {
+    status = report(Exit::kBadAnswer, std::string("the answer has a value of the wrong type: ") + mismatch.what(),
+                    "'sysmgrctl get DOCUMENT' shows a document as the daemon sends it");
   } catch (const std::exception& error) {
     status = report(Exit::kOther, error.what(), "");
   }

@@ -2,8 +2,8 @@
 
 namespace zel::ctl {
 
-/// Sends what the library prints to standard output to standard error, while it lives: it tells there that the lease
-/// directory cannot be read, and the output of a command is for its data alone.
+/// Redirects standard output to standard error while it lives. The library reports on standard output that the lease
+/// directory cannot be read, and a command writes only its data there.
 class NoticesOnStandardError {
  public:
   NoticesOnStandardError();

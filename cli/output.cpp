@@ -1,14 +1,18 @@
 #include "cli/output.h"
 
 #include <json/writer.h>
+#include <limits.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <utility>
 
+#include "cli/escape.h"
 #include "cli/failure.h"
 #include "cli/json_paths.h"
 
@@ -16,26 +20,14 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr std::size_t kGap = 2;  ///< blanks between columns
+constexpr std::size_t kGap = 2;             ///< blanks between columns
+constexpr std::size_t kWidestAligned = 80;  ///< characters; a cell that is wider moves those behind it
+constexpr std::size_t kKibi = 1024;
+constexpr std::size_t kBuffer = 64 * kKibi;               ///< bytes
+constexpr std::size_t kMostOfPaths = 64 * kKibi * kKibi;  ///< bytes that the paths of one document may take
+constexpr std::size_t kPiece = PIPE_BUF;                  ///< bytes that a pipe takes at once when it takes any
 
-std::string withoutControls(const std::string& text) {
-  std::string safe;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0U;
-    const bool isC1 = byte == 0xC2U && next >= 0x80U && next < 0xA0U;  // U+0080 to U+009F, in UTF-8
-    const unsigned int control = isC1 ? next : byte;
-    if (isC1) ++i;
-    if (!isC1 && byte >= 0x20U && byte != 0x7FU) {
-      safe += text[i];
-      continue;
-    }
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, "\\x%02x", control);
-    safe += escaped;
-  }
-  return safe;
-}
+using Row = std::vector<std::string>;
 
 /// How many characters a UTF-8 text shows.
 std::size_t widthOf(const std::string& text) {
@@ -43,24 +35,30 @@ std::size_t widthOf(const std::string& text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
 }
 
-/// Rows of cells as lines in which the columns begin one below the other.
-std::vector<std::string> aligned(const std::vector<std::vector<std::string>>& cells) {
+void widen(std::size_t& column, const std::string& cell) {
+  const std::size_t width = widthOf(cell);
+  if (width <= kWidestAligned) column = std::max(column, width);
+}
+
+/// The widths of the columns over all rows.
+std::vector<std::size_t> widthsOf(const std::vector<Row>& rows) {
   std::vector<std::size_t> widths;
-  for (const auto& row : cells) {
+  for (const Row& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], widthOf(row[i]));
+    for (std::size_t i = 0; i < row.size(); ++i) widen(widths[i], row[i]);
   }
-  std::vector<std::string> lines;
-  for (const auto& row : cells) {
-    std::string text;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      text += row[i];
-      text.append(widths[i] - widthOf(row[i]) + kGap, ' ');
-    }
-    text.erase(text.find_last_not_of(' ') + 1);
-    lines.push_back(text);
+  return widths;
+}
+
+/// The cells of a row, each at the beginning of its column.
+std::string aligned(const Row& row, const std::vector<std::size_t>& widths) {
+  std::string line;
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    line += row[i];
+    line.append(widths[i] - std::min(widths[i], widthOf(row[i])) + kGap, ' ');
   }
-  return lines;
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line;
 }
 
 }  // namespace
@@ -71,12 +69,14 @@ bool mayColour(int descriptor) {
 }
 
 std::string cellOf(const Json::Value& value) {
-  if (value.isString()) return withoutControls(value.asString());
+  if (value.isString()) return visible(value.asString());
   if (value.type() != Json::realValue) return Output::asJson(value);
   char text[32];
   std::snprintf(text, sizeof text, "%.7g", value.asDouble());  // what a 32-bit float holds
   return text;
 }
+
+void note(const std::string& text) { std::fprintf(stderr, "sysmgrctl: %s\n", visible(text).c_str()); }
 
 Output::Output(bool json) : json_(json), colour_(!json && mayColour(STDOUT_FILENO)) {}
 
@@ -86,51 +86,94 @@ std::string Output::asJson(const Json::Value& value) {
   builder["commentStyle"] = "None";
   builder["emitUTF8"] = true;
   builder["precision"] = 15;  // a decimal number comes out as it came in
-  return Json::writeString(builder, value);
+  return visibleJson(Json::writeString(builder, value));
+}
+
+void Output::endBy(const Deadline& deadline) {
+  if (end_ == nullptr || deadline.left() < end_->left()) end_ = &deadline;
 }
 
 void Output::document(const Json::Value& value) {
   page(value, [&] { leaves(value); });
 }
 
-void Output::leaves(const Json::Value& value) {
-  std::vector<std::vector<std::string>> cells;
-  for (const auto& [path, leaf] : leavesOf(value)) cells.push_back({cellOf(path), cellOf(leaf)});
-  rows(cells);
-}
-
 void Output::list(const Json::Value& value, const char* member, const std::vector<Column>& columns) {
   page(value, [&] { table(value[member], columns); });
 }
 
-void Output::line(const std::string& text) { std::printf("%s\n", text.c_str()); }
+void Output::line(const std::string& text) { write(visible(text) + "\n"); }
 
-void Output::rows(const std::vector<std::vector<std::string>>& cells) {
-  for (const std::string& text : aligned(cells)) line(text);
+void Output::leaves(const Json::Value& value) {
+  std::vector<std::size_t> widths(2);
+  std::size_t bytes = 0;
+  forEachLeaf(value, [&](const std::string& path, const Json::Value&) {
+    const std::string cell = visible(path);
+    widen(widths[0], cell);
+    bytes += cell.size();
+    if (bytes > kBuffer) keepTime();
+    if (bytes <= kMostOfPaths) return;
+    throw Failure(Exit::kBadAnswer, "the names in this document are so long that a table of it would take over 64 MiB",
+                  "'--json' shows the document as the daemon sends it");
+  });
+  forEachLeaf(value, [&](const std::string& path, const Json::Value& leaf) {
+    write(aligned({visible(path), cellOf(leaf)}, widths) + "\n");
+  });
+}
+
+void Output::labelled(const std::vector<Row>& rows) {
+  const std::vector<std::size_t> widths = widthsOf(rows);
+  for (const Row& row : rows) {
+    const std::string& label = row.front();
+    write(bold(label) + aligned(row, widths).substr(label.size()) + "\n");
+  }
 }
 
 void Output::table(const Json::Value& list, const std::vector<Column>& columns) {
-  std::vector<std::vector<std::string>> cells(1);
-  for (const Column& column : columns) cells.front().emplace_back(column.heading);
+  std::vector<Row> rows(1);
+  for (const Column& column : columns) rows.front().emplace_back(column.heading);
   for (const Json::Value& element : list) {
-    std::vector<std::string> row;
+    Row row;
     for (const Column& column : columns) {
       const Json::Value& value = element[column.member];
       row.push_back(value.isNull() ? "-" : cellOf(value));
     }
-    cells.push_back(row);
+    rows.push_back(std::move(row));
   }
-  const std::vector<std::string> lines = aligned(cells);
-  line(bold(lines.front()));
-  for (std::size_t i = 1; i < lines.size(); ++i) line(lines[i]);
+  const std::vector<std::size_t> widths = widthsOf(rows);
+  write(bold(aligned(rows.front(), widths)) + "\n");
+  for (std::size_t i = 1; i < rows.size(); ++i) write(aligned(rows[i], widths) + "\n");
 }
 
 void Output::flush() {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    throw Failure(Exit::kOther, "cannot write to standard output", "is the disk full, or the other end closed?");
+  const std::string pending = std::exchange(buffer_, {});
+  for (std::size_t done = 0; done < pending.size();) {
+    waitUntilWritable();
+    const ssize_t written = ::write(STDOUT_FILENO, pending.data() + done, std::min(kPiece, pending.size() - done));
+    if (written >= 0) {
+      done += static_cast<std::size_t>(written);
+    } else if (errno != EINTR && errno != EAGAIN) {
+      throw Failure(Exit::kOther, "cannot write to standard output", "is the disk full, or the other end closed?");
+    }
   }
 }
 
 std::string Output::bold(const std::string& text) const { return colour_ ? "\033[1m" + text + "\033[0m" : text; }
+
+void Output::write(const std::string& raw) {
+  buffer_ += raw;
+  if (buffer_.size() < kBuffer) return;
+  keepTime();
+  flush();
+}
+
+void Output::keepTime() const {
+  if (end_ != nullptr && end_->isOver()) throw timeIsOver(*end_);
+}
+
+void Output::waitUntilWritable() const {
+  pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+  const int ready = poll(&output, 1, end_ == nullptr ? -1 : static_cast<int>(end_->left().count()));
+  if (ready == 0 && end_ != nullptr) throw timeIsOver(*end_);
+}
 
 }  // namespace zel::ctl

@@ -5,11 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "cli/deadline.h"
+
 namespace zel::ctl {
 
-/// The text of one value in a table: texts as they are, the rest as JSON. Control characters are escaped, so that no
-/// text from the daemon can steer the terminal.
+/// The text of one value in a table: texts as they are, the rest as JSON. Always `visible`.
 std::string cellOf(const Json::Value& value);
+
+/// Writes a line to standard error: "sysmgrctl: " and the text, made `visible`.
+void note(const std::string& text);
 
 /// A column of a table over a list of objects.
 struct Column {
@@ -26,6 +30,10 @@ class Output {
 
   bool isJson() const { return json_; }
 
+  /// Bounds the time of everything below, which throws `Failure` when it is over. Of several deadlines the first one
+  /// counts; each has to live as long as the output is used.
+  void endBy(const Deadline& deadline);
+
   /// A document as the values in it, a line each with the path, or as JSON.
   void document(const Json::Value& value);
   /// The list that the document holds under `member` as a table, or the document as JSON.
@@ -33,26 +41,35 @@ class Output {
   /// A page that the command lays out itself, or the document as JSON. `layOut` is called for people only.
   template <class LayOut>
   void page(const Json::Value& value, const LayOut& layOut) {
-    if (json_) return line(asJson(value));
+    if (json_) return write(asJson(value) + "\n");
     layOut();
   }
 
   // The pieces of pages.
+  /// A line, made `visible`.
   void line(const std::string& text);
-  /// The values in a document, a line each with the path.
+  /// The program's own text of several lines, as it is.
+  void text(const std::string& lines) { write(lines); }
+  /// The values in a document, a line each with the path. @throws Failure when that is many times the document's size
   void leaves(const Json::Value& value);
-  void rows(const std::vector<std::vector<std::string>>& cells);
+  /// Rows of cells that are `visible` already; the first cell of each is its label.
+  void labelled(const std::vector<std::vector<std::string>>& rows);
   void table(const Json::Value& list, const std::vector<Column>& columns);
   /// Hands what was written so far to whoever reads it. @throws Failure when it cannot be written
   void flush();
 
-  std::string bold(const std::string& text) const;
-
   static std::string asJson(const Json::Value& value);
 
  private:
+  std::string bold(const std::string& text) const;
+  void write(const std::string& raw);
+  void keepTime() const;
+  void waitUntilWritable() const;
+
   bool json_;
   bool colour_;
+  const Deadline* end_ = nullptr;
+  std::string buffer_;
 };
 
 /// Whether texts for people may be coloured on this descriptor: on a terminal, unless NO_COLOR is set.

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "cli/board.h"
+#include "cli/deadline.h"
 
 namespace zel::ctl {
 
-/// Whether a publisher is there and shakes hands with a subscriber. Waits half a second for it, or half the time that
-/// is left.
+/// Whether a publisher completes the handshake with a subscriber within half a second, or within half of the time that
+/// is left when that is less.
 bool publisherAccepts(const Deadline& deadline);
 
 }  // namespace zel::ctl

@@ -1,29 +1,29 @@
 #include "cli/command.h"
 #include "cli/keys.h"
+#include "cli/values.h"
 
 namespace zel::ctl {
 
 namespace {
 
-/// What a key means, with its values where the name of its type does not tell them.
-std::string meaningOf(const Key& key, const Words& values) {
-  const bool typeTells = values.empty() || std::string(key.type.name).find(values.front()) != std::string::npos;
-  std::string text = key.meaning;
-  if (typeTells) return text;
-  for (const std::string& value : values) text += (&value == &values.front() ? ": " : ", ") + value;
+/// What a key means, with what there is to know about its values.
+std::string meaningOf(const SettingRow& row) {
+  std::string text = row.meaning;
+  if (row.kind == SettingRow::Kind::kChoice) text += ": " + joined(offeredValues(row));
+  if (row.kind == SettingRow::Kind::kInterface) text += std::string(": ") + kInterfaceForm;
+  if (row.route == SettingRow::Route::kIdentify) text += "; to be set alone";
   return text;
 }
 
 Json::Value listOfKeys() {
   Json::Value list(Json::arrayValue);
-  for (const Key& key : settableKeys()) {
-    Json::Value row;
-    row["key"] = key.path;
-    row["type"] = key.type.name;
-    const Words values = key.type.values == nullptr ? Words() : key.type.values();
-    row["meaning"] = meaningOf(key, values);
-    for (const std::string& value : values) row["values"].append(value);
-    list.append(row);
+  for (const SettingRow* const row : settableRows()) {
+    Json::Value entry;
+    entry["key"] = row->path;
+    entry["type"] = typeOf(*row);
+    entry["meaning"] = meaningOf(*row);
+    for (const std::string& value : offeredValues(*row)) entry["values"].append(value);
+    list.append(entry);
   }
   Json::Value document;
   document["keys"] = list;
@@ -36,11 +36,12 @@ void runSet(Call& call) {
   if (call.has("--list")) {
     return call.output.list(listOfKeys(), "keys", {{"key", "KEY"}, {"type", "TYPE"}, {"meaning", "MEANING"}});
   }
-  const Words& words = call.words("KEY");
-  if (words.empty())
+  const Words& words = call.words("keys");
+  if (words.empty()) {
     throw usage("there is nothing to set", "sysmgrctl set KEY VALUE; 'sysmgrctl set --list' lists the keys");
+  }
   Json::Value document;
-  document["set"] = setKeys(call.board(), words);
+  document["set"] = setKeys(call.daemon(), words);
   call.output.page(document, [&] { call.output.leaves(document["set"]); });
 }
 

@@ -72,11 +72,11 @@ Json::Value whitelistOf(const Json::Value& entries) {
 }
 
 std::string namesOf(const Json::Value& services, bool on) {
-  std::string names;
+  Words names;
   for (const std::string& name : services.getMemberNames()) {
-    if (services[name].asBool() == on) names += (names.empty() ? "" : ", ") + name;
+    if (services[name].asBool() == on) names.push_back(name);
   }
-  return names.empty() ? "none" : names;
+  return names.empty() ? "none" : joined(names);
 }
 
 std::string cellOrUnknown(const Json::Value& value) { return value.isNull() ? "unknown" : cellOf(value); }
@@ -87,24 +87,24 @@ void layOut(Output& output, const Json::Value& page) {
   const std::string running = cellOf(page["bitstream"]);
   const std::string bitstream = running == configured ? running : running + " (configured: " + configured + ")";
   const std::size_t errors = page["errors"].size();
-  output.rows({{output.bold("Model"), cellOf(page["model-name"])},
-               {output.bold("Bitstream"), bitstream},
-               {output.bold("Serial number"), cellOf(page["serial-number"])},
-               {output.bold("FPGA"), cellOf(page["fpga"]["name"]) + " " + cellOf(page["fpga"]["version"])},
-               {output.bold("Temperature"), cellOrUnknown(page["fpga"]["temperature"])},
-               {output.bold("Fan"), cellOrUnknown(page["fan-speed"])},
-               {output.bold("MADI lock"), page["madi-lock"].asBool() ? "yes" : "no"},
-               {output.bold("PTP threshold"), cellOf(page["ptp-offset-threshold"])},
-               {output.bold("Services on"), namesOf(page["services"], true)},
-               {output.bold("Services off"), namesOf(page["services"], false)},
-               {output.bold("Whitelist"),
-                cellOf(whitelist["entries"]) + " ranges, " + cellOf(whitelist["enabled"]) + " in force"},
-               {output.bold("Errors"), errors == 0 ? "none" : std::to_string(errors)}});
+  output.labelled(
+      {{"Model", cellOf(page["model-name"])},
+       {"Bitstream", bitstream},
+       {"Serial number", cellOf(page["serial-number"])},
+       {"FPGA", cellOf(page["fpga"]["name"]) + " " + cellOf(page["fpga"]["version"])},
+       {"Temperature", cellOrUnknown(page["fpga"]["temperature"])},
+       {"Fan", cellOrUnknown(page["fan-speed"])},
+       {"MADI lock", page["madi-lock"].asBool() ? "yes" : "no"},
+       {"PTP threshold", cellOf(page["ptp-offset-threshold"])},
+       {"Services on", namesOf(page["services"], true)},
+       {"Services off", namesOf(page["services"], false)},
+       {"Whitelist", cellOf(whitelist["entries"]) + " ranges, " + cellOf(whitelist["enabled"]) + " in force"},
+       {"Errors", errors == 0 ? "none" : std::to_string(errors)}});
   std::vector<std::vector<std::string>> errorRows;
   for (const Json::Value& error : page["errors"]) {
     errorRows.push_back({"", cellOf(error["code"]), cellOf(error["description"])});
   }
-  output.rows(errorRows);
+  output.labelled(errorRows);
   output.line("");
   output.table(page["interfaces"], {{"name", "INTERFACE"}, {"address", "ADDRESS"}, {"mac", "MAC"}, {"mode", "MODE"}});
 }
@@ -112,11 +112,11 @@ void layOut(Output& output, const Json::Value& page) {
 }  // namespace
 
 void runStatus(Call& call) {
-  Board& board = call.board();
-  const auto stored = board.record<SysParameters>("stored");
-  const auto dynamic = board.record<SysParametersDynamic>("dynamic");
-  const auto model = board.record<BoardModel>("model");
-  const Json::Value whitelist = board.get("whitelist");
+  Daemon& daemon = call.daemon();
+  const auto stored = daemon.record<SysParameters>("stored");
+  const auto dynamic = daemon.record<SysParametersDynamic>("dynamic");
+  const auto model = daemon.record<BoardModel>("model");
+  const Json::Value whitelist = daemon.whitelist();
 
   Json::Value page;
   page["model"] = BoardModelType::toText(model.model);

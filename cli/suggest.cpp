@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <numeric>
 #include <utility>
+#include <vector>
 
 namespace zel::ctl {
 
@@ -29,23 +30,13 @@ std::size_t distance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-Offers offersOf(const Words& words) {
-  Offers offers;
-  for (const std::string& word : words) offers.push_back({word});
-  return offers;
-}
-
-Words wordsOf(const Offers& offers) {
-  Words words;
-  for (const Offer& offer : offers) words.push_back(offer.word);
-  return words;
-}
-
 Words nearest(const std::string& typed, const Words& candidates) {
   const std::size_t limit = std::max<std::size_t>(1, typed.size() / 3);
   std::vector<std::pair<std::size_t, std::string>> found;
   for (const std::string& candidate : candidates) {
     const bool isPart = typed.size() >= 3 && candidate.find(typed) != std::string::npos;
+    const bool isFar = candidate.size() > typed.size() + limit || typed.size() > candidate.size() + limit;
+    if (isFar && !isPart) continue;
     const std::size_t howFar = isPart ? limit : distance(typed, candidate);
     if (howFar <= limit) found.emplace_back(howFar, candidate);
   }
@@ -59,9 +50,8 @@ Words nearest(const std::string& typed, const Words& candidates) {
 }
 
 std::string didYouMean(const std::string& typed, const Words& candidates) {
-  std::string text;
-  for (const std::string& word : nearest(typed, candidates)) text += (text.empty() ? "'" : " or '") + word + "'";
-  return text.empty() ? text : "did you mean " + text + "?";
+  const Words near = nearest(typed, candidates);
+  return near.empty() ? "" : "did you mean '" + joined(near, "' or '") + "'?";
 }
 
 }  // namespace zel::ctl

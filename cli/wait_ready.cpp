@@ -1,5 +1,4 @@
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
 #include "cli/command.h"
@@ -8,36 +7,35 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr double kSilentSeconds = 1;              ///< so long nothing is said about waiting
-constexpr std::chrono::milliseconds kPause{200};  ///< between two questions to a daemon that refuses to answer
+constexpr double kSilentSeconds = 1;              ///< of waiting before it is announced
+constexpr std::chrono::milliseconds kPause{200};  ///< between two requests
 
-bool mayComeRight(Exit status) {
-  return status == Exit::kNoDaemon || status == Exit::kTimeOut || status == Exit::kRefused;
-}
+bool mayPass(Exit status) { return status == Exit::kNoDaemon || status == Exit::kTimeOut || status == Exit::kRefused; }
 
 }  // namespace
 
 void runWaitReady(Call& call) {
-  const auto tellThatItIsReady = [&call] {
+  const auto reportReady = [&call] {
     Json::Value document;
     document["ready"] = true;
     call.output.page(document, [&] { call.output.line("The daemon is ready."); });
   };
 
   const Deadline silent(kSilentSeconds);
-  bool told = call.deadline.left() <= silent.left();  // a short wait needs no words
+  bool announced = call.deadline.left() <= silent.left();  // a short wait is not announced
   while (true) {
     try {
-      Board(told ? call.deadline : silent).get("stored");
-      return tellThatItIsReady();
+      Daemon(announced ? call.deadline : silent).get("stored");
+      return reportReady();
     } catch (const Failure& failure) {
-      if (!mayComeRight(failure.status()) || call.deadline.left() <= 2 * kPause) {  // a shorter question tells nothing
+      if (!mayPass(failure.status()) ||
+          call.deadline.left() <= 2 * kPause) {  // a shorter request would fail in any case
         throw Failure(failure.status(), "the daemon is not ready after " + call.deadline.text() + ": " + failure.what(),
                       failure.advice());
       }
     }
-    if (!told) std::fprintf(stderr, "sysmgrctl: waiting for the daemon, %s at most\n", call.deadline.text().c_str());
-    told = true;
+    if (!announced) note("waiting for the daemon, " + call.deadline.text() + " at most");
+    announced = true;
     std::this_thread::sleep_for(kPause);
   }
 }

@@ -1,14 +1,15 @@
 #include <zmq.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <optional>
 
 #include "cli/command.h"
 #include "cli/json_paths.h"
+#include "cli/suggest.h"
+#include "cli/values.h"
 #include "client/zmq_utils.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "types/whitelist.h"
@@ -20,7 +21,7 @@ namespace {
 /// Follows the notifications and prints how each differs from what was known before.
 class ChangePrinter final : public SysmgrSubscriber {
  public:
-  ChangePrinter(Output& output, long limit) : output_(output), limit_(limit) {}
+  ChangePrinter(Output& output, std::int64_t limit) : output_(output), limit_(limit) {}
 
   /// Takes a document as the one to compare with.
   void know(const std::string& event, const Json::Value& document) { known_[event] = document; }
@@ -45,21 +46,21 @@ class ChangePrinter final : public SysmgrSubscriber {
   int compare(const std::string& event, const IJsonSerializable& record) {
     Json::Value document;
     record.Serialize(document);
-    for (const Change& change : changesBetween(known_[event], document)) {
-      Json::Value line;
-      line["event"] = event;
-      line["key"] = change.path;
-      if (change.before) line["old"] = *change.before;
-      if (change.after) line["new"] = *change.after;
-      print(line, event + "  " + cellOf(change.path) + "  " + cellOf(change.before) + " -> " + cellOf(change.after));
-    }
-    known_[event] = document;
+    forEachChange(known_[event], document,
+                  [&](const std::string& path, const Json::Value* before, const Json::Value* after) {
+                    Json::Value line;
+                    line["event"] = event;
+                    line["key"] = path;
+                    if (before != nullptr) line["old"] = *before;
+                    if (after != nullptr) line["new"] = *after;
+                    print(line, event + "  " + path + "  " + cellOrDash(before) + " -> " + cellOrDash(after));
+                  });
+    known_[event] = std::move(document);
     output_.flush();
     return 0;
   }
 
-  static std::string cellOf(const std::optional<Json::Value>& value) { return value ? zel::ctl::cellOf(*value) : "-"; }
-  static std::string cellOf(const std::string& text) { return zel::ctl::cellOf(text); }
+  static std::string cellOrDash(const Json::Value* value) { return value == nullptr ? "-" : cellOf(*value); }
 
   void print(const Json::Value& line, const std::string& text) {
     if (isDone()) return;
@@ -68,8 +69,8 @@ class ChangePrinter final : public SysmgrSubscriber {
   }
 
   Output& output_;
-  long limit_;
-  long printed_ = 0;
+  std::int64_t limit_;
+  std::int64_t printed_ = 0;
   std::map<std::string, Json::Value> known_;
 };
 
@@ -78,24 +79,33 @@ class ChangePrinter final : public SysmgrSubscriber {
 struct Watched {
   const char* name;
   SysmgrPublisher::sysmgr_notifications_t notification;
-  void (*learn)(Board& board, ChangePrinter& printer);
+  void (*learn)(Daemon& daemon, ChangePrinter& printer);
 };
 
-template <class Record>
-void learn(Board& board, ChangePrinter& printer, const char* name) {
+void know(ChangePrinter& printer, const char* name, const IJsonSerializable& record) {
   Json::Value document;
-  board.record<Record>(name).Serialize(document);
+  record.Serialize(document);
   printer.know(name, document);
+}
+
+template <class Record>
+void learn(Daemon& daemon, ChangePrinter& printer, const char* name) {
+  know(printer, name, daemon.record<Record>(name));
 }
 
 constexpr Watched kWatched[] = {
     {"stored", SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<SysParameters>(board, printer, "stored"); }},
+     [](Daemon& daemon, ChangePrinter& printer) { learn<SysParameters>(daemon, printer, "stored"); }},
     {"dynamic", SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<SysParametersDynamic>(board, printer, "dynamic"); }},
+     [](Daemon& daemon, ChangePrinter& printer) { learn<SysParametersDynamic>(daemon, printer, "dynamic"); }},
     {"whitelist", SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE,
-     [](Board& board, ChangePrinter& printer) { learn<WhiteListDb>(board, printer, "whitelist"); }},
-    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Board&, ChangePrinter&) {}},
+     [](Daemon& daemon, ChangePrinter& printer) {
+       Json::Value list = daemon.whitelist();
+       WhiteListDb entries;
+       entries.Deserialize(list);
+       know(printer, "whitelist", entries);
+     }},
+    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, [](Daemon&, ChangePrinter&) {}},
 };
 
 /// The ones that were asked for, or all.
@@ -115,29 +125,26 @@ std::vector<Watched> chosen(const Words& names) {
   return watched;
 }
 
-long countOf(const Call& call) {
-  if (!call.has("--count")) return std::numeric_limits<long>::max();
-  const std::string text = call.word("--count");
-  long count = 0;
-  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  const bool fits = error == std::errc() && rest == text.data() + text.size() && count > 0;
-  if (!fits) throw usage("--count: '" + text + "' is not a number above 0");
-  return count;
+/// How many changes are printed at most.
+std::int64_t countOf(const Call& call) {
+  constexpr std::int64_t kMost = 1000000000;
+  if (!call.has("--count")) return std::numeric_limits<std::int64_t>::max();
+  return valueFor("--count", [&call] { return parseNumber(call.word("--count"), 1, kMost); });
 }
 
 /// When watching ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
 class End {
  public:
-  explicit End(const Call& call) : call_(call) {
-    if (call.has("--timeout")) timeOut_.emplace(parseSeconds("--timeout", call.word("--timeout")));
+  explicit End(Call& call) : call_(call) {
+    if (!call.has("--timeout")) return;
+    timeOut_.emplace(valueFor("--timeout", [&call] { return parseSeconds(call.word("--timeout")); }));
+    call.output.endBy(*timeOut_);
   }
 
   /// @return whether the time-out is over
   /// @throws Failure when that is too early
   bool hasCome() const {
-    if (call_.common.wait && call_.deadline.isOver()) {
-      throw Failure(Exit::kTimeOut, "the " + call_.deadline.text() + " of this command are over");
-    }
+    if (call_.has("--wait") && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
     if (!timeOut_ || !timeOut_->isOver()) return false;
     if (!call_.has("--count")) return true;
     throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call_.word("--count") + " changes have come");
@@ -146,7 +153,7 @@ class End {
   /// ms; -1: for ever
   long left() const {
     long left = timeOut_ ? static_cast<long>(timeOut_->left().count()) : -1;
-    if (!call_.common.wait) return left;
+    if (!call_.has("--wait")) return left;
     const auto whole = static_cast<long>(call_.deadline.left().count());
     return left < 0 ? whole : std::min(left, whole);
   }
@@ -156,12 +163,35 @@ class End {
   std::optional<Deadline> timeOut_;
 };
 
-/// Takes one notification, if there is one. One that cannot be read is reported, and the next may be better.
-bool takeOne(ChangePrinter& printer, const zmq_pollitem_t& item) {
+/// Reports the notifications that cannot be read: the first one at once, later ones together, once a second.
+class Unreadable {
+ public:
+  ~Unreadable() { report(); }
+  void add(const std::string& why) {
+    ++count_;
+    last_ = why;
+    if (pause_.isOver()) report();
+  }
+
+ private:
+  void report() {
+    if (count_ == 0) return;
+    note((count_ == 1 ? "a notification" : std::to_string(count_) + " notifications") + " cannot be read: " + last_);
+    count_ = 0;
+    pause_ = Deadline(1);
+  }
+
+  unsigned long count_ = 0;  ///< of those that are not reported yet
+  std::string last_;
+  Deadline pause_{0};
+};
+
+/// Takes one notification. One that cannot be read is reported, and the next may be better. @return whether one came
+bool takeOne(ChangePrinter& printer, const zmq_pollitem_t& item, Unreadable& unreadable) {
   try {
     return printer.processEvent(item) != 0;
   } catch (const Json::Exception& mismatch) {
-    std::fprintf(stderr, "sysmgrctl: a notification cannot be read: a value has the wrong type: %s\n", mismatch.what());
+    unreadable.add(std::string("a value has the wrong type: ") + mismatch.what());
     return true;
   }
 }
@@ -175,7 +205,7 @@ Words watchableDocuments() {
 }
 
 void runWatch(Call& call) {
-  const std::vector<Watched> watched = chosen(call.words("DOCUMENT"));
+  const std::vector<Watched> watched = chosen(call.words("documents"));
   const End end(call);
   ChangePrinter printer(call.output, countOf(call));
   int result = printer.init(ZmqUtils::getInstance().getContext());
@@ -185,14 +215,14 @@ void runWatch(Call& call) {
   if (result < 0) throw Failure(Exit::kNoDaemon, "cannot subscribe to notifications (" + std::to_string(result) + ")");
 
   // Subscribed first and read then: no change falls between the two.
-  for (const Watched& one : watched) one.learn(call.board(), printer);
-  std::fprintf(stderr, "sysmgrctl: watching; Ctrl-C ends it\n");
+  for (const Watched& one : watched) one.learn(call.daemon(), printer);
+  note("watching; Ctrl-C ends it");
 
+  Unreadable unreadable;
   while (!printer.isDone() && !end.hasCome()) {
+    if (takeOne(printer, items[0], unreadable)) continue;
     if (items.poll(end.left()) < 0) {
       throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
-    }
-    while (!printer.isDone() && takeOne(printer, items[0])) {
     }
   }
 }

@@ -1,38 +1,30 @@
 #include "types/whitelist.h"
 
 #include "cli/command.h"
-#include "cli/keys.h"
+#include "cli/values.h"
 
 namespace zel::ctl {
 
 namespace {
 
-/// The entry that ADDRESS and MASK describe, checked: the library would send an address that is none as 0.0.0.0.
-Json::Value describedEntry(const Call& call, bool enabled) {
-  const std::string range = call.word("ADDRESS");
-  const std::size_t slash = range.find('/');
-  Json::Value entry;
-  if (slash == std::string::npos) {
-    if (!call.has("MASK")) throw usage("the mask is missing", "ADDRESS/PREFIX or ADDRESS MASK: 239.1.0.0/16");
-    entry["ip"] = parseAddress(range);
-    entry["mask"] = parseAddress(call.word("MASK"));
-  } else {
-    if (call.has("MASK")) throw usage("the mask is given twice, as /PREFIX and apart");
-    entry["ip"] = parseAddress(range.substr(0, slash));
-    entry["mask"] = maskOfPrefix(range.substr(slash + 1));
-  }
-  entry["enabled"] = enabled;
+/// The entry that the words describe.
+WhiteListEntry describedEntry(const Call& call, bool enabled) {
+  const Network network = parseNetwork(call.word("address"), call.word("mask"));
+  WhiteListEntry entry;
+  entry.ip = network.address.getAddress();
+  entry.mask = network.mask.getAddress();
+  entry.enabled = enabled;
   return entry;
 }
 
-void change(Call& call, const std::string& verb, const Board::Command& command, bool enabled, const char* done) {
-  const Json::Value entry = describedEntry(call, enabled);
-  Json::Value request;
-  request["white-list"].append(entry);
-  const std::string range = entry["ip"].asString() + " " + entry["mask"].asString();
-  call.board().send(verb + " the range " + range, command, request);
+void change(Call& call, const std::string& verb, const Operation& operation, bool enabled, const char* done) {
+  const WhiteListEntry entry = describedEntry(call, enabled);
   Json::Value document;
-  document[done] = entry;
+  entry.Serialize(document[done]);
+  Json::Value request;
+  request[kWhitelistMember].append(document[done]);
+  const std::string range = entry.getIpStr() + " " + entry.getMaskStr();
+  call.daemon().send(verb + " the range " + range, operation, request);
   if (std::string(done) == "removed") document[done].removeMember("enabled");
   call.output.page(document, [&] { call.output.line(std::string(done) + " " + range); });
 }
@@ -41,9 +33,8 @@ void change(Call& call, const std::string& verb, const Board::Command& command, 
 
 void runWhitelistList(Call& call) {
   Json::Value document;
-  const Json::Value list = call.board().get("whitelist");
-  document["white-list"] = list.isNull() ? Json::Value(Json::arrayValue) : list;
-  call.output.list(document, "white-list", {{"ip", "ADDRESS"}, {"mask", "MASK"}, {"enabled", "ENABLED"}});
+  document[kWhitelistMember] = call.daemon().whitelist();
+  call.output.list(document, kWhitelistMember, {{"ip", "ADDRESS"}, {"mask", "MASK"}, {"enabled", "ENABLED"}});
 }
 
 void runWhitelistAdd(Call& call) {

@@ -1,16 +1,16 @@
-// sysmgrctl's command lines: what is typed, a word a line, is understood, refused with a message or completed, and
-// nothing else. No command is run.
+// sysmgrctl's command lines, a word a line: parsing returns or throws a Failure with a message, for the line, its
+// completions and the values of options and keys. No command is run.
 
 #include <cstdint>
 #include <cstdlib>
-#include <set>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "cli/arguments.h"
+#include "cli/escape.h"
 #include "cli/failure.h"
 #include "cli/keys.h"
+#include "cli/values.h"
 
 namespace {
 
@@ -25,32 +25,23 @@ void refusable(Action action) {
   }
 }
 
-const std::set<const zel::ctl::KeyType*>& keyTypes() {
-  static const std::set<const zel::ctl::KeyType*> types = [] {
-    std::set<const zel::ctl::KeyType*> found;
-    for (const zel::ctl::Key& key : zel::ctl::settableKeys()) found.insert(&key.type);
-    return found;
-  }();
-  return types;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::vector<std::string> words = {"sysmgrctl"};
+  zel::ctl::Words words = {""};
   std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
   for (std::string line; std::getline(lines, line) && words.size() < 20;) words.push_back(line);
-
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  refusable([&] { zel::ctl::parseArguments(static_cast<int>(words.size()), argv.data()); });
-  refusable([&] { zel::ctl::completions({words.begin() + 1, words.end()}); });
+  const zel::ctl::Words typed(words.begin() + 1, words.end());
+  refusable([&] { zel::ctl::parseArguments(typed); });
+  refusable([&] { zel::ctl::completions(typed); });
 
   const std::string& last = words.back();
-  refusable([&] { zel::ctl::parseInterface(last); });
-  for (const zel::ctl::KeyType* const type : keyTypes()) {
-    refusable([&] { type->parse(last); });
+  for (const zel::SettingRow* const row : zel::ctl::settableRows()) {
+    refusable([&] { zel::ctl::parseSetting(*row, last); });
   }
+  refusable([&] { zel::ctl::parseNetwork(last, words.front()); });
+  refusable([&] { zel::ctl::parseSeconds(last); });
+  const std::string shown = zel::ctl::visible(last);
+  if (zel::ctl::visible(shown) != shown) std::abort();  // nothing is left to be escaped
   return 0;
 }

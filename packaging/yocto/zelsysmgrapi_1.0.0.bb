@@ -19,7 +19,7 @@ EXTRA_OECMAKE = " \
 "
 
 PACKAGECONFIG ??= "cli"
-PACKAGECONFIG[cli] = "-DZEL_BUILD_CLI=ON,-DZEL_BUILD_CLI=OFF,cli11"
+PACKAGECONFIG[cli] = "-DZEL_BUILD_CLI=ON,-DZEL_BUILD_CLI=OFF"
 
 PACKAGES =+ "libzelcommontypes sysmgr-tools"
 FILES:libzelcommontypes = "${libdir}/libzelCommonTypes.so.*"

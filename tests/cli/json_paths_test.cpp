@@ -4,7 +4,10 @@
 #include <json/reader.h>
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace zel::ctl {
 namespace {
@@ -14,12 +17,37 @@ using testing::FieldsAre;
 using testing::IsEmpty;
 using testing::Optional;
 using testing::Pair;
+using testing::Pointee;
 
 Json::Value json(const std::string& text) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   Json::Value value;
   if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) throw std::invalid_argument(text);
   return value;
+}
+
+std::vector<std::pair<std::string, Json::Value>> leavesOf(const Json::Value& document) {
+  std::vector<std::pair<std::string, Json::Value>> leaves;
+  forEachLeaf(document,
+              [&leaves](const std::string& path, const Json::Value& value) { leaves.emplace_back(path, value); });
+  return leaves;
+}
+
+struct Change {
+  std::string path;
+  std::optional<Json::Value> before;
+  std::optional<Json::Value> after;
+};
+
+std::vector<Change> changesBetween(const Json::Value& before, const Json::Value& after) {
+  const auto copied = [](const Json::Value* value) {
+    return value == nullptr ? std::nullopt : std::optional<Json::Value>(*value);
+  };
+  std::vector<Change> changes;
+  forEachChange(before, after, [&](const std::string& path, const Json::Value* old, const Json::Value* now) {
+    changes.push_back({path, copied(old), copied(now)});
+  });
+  return changes;
 }
 
 TEST(Leaves, AreTheValuesWithTheirPaths) {
@@ -42,19 +70,26 @@ TEST(Leaves, GoByNumbersWhereTheNamesDoNotTell) {
   EXPECT_THAT(pathsOf(json(R"([{"name": "a"}, {}])")), ElementsAre("0", "0/name", "1"));
 }
 
+TEST(Leaves, AreNotNamedByPathsThatNobodyTypes) {
+  Json::Value document;
+  document[std::string(201, 'k')]["inside"] = 1;
+  document["short"] = 2;
+  EXPECT_THAT(pathsOf(document), ElementsAre("short"));
+}
+
 TEST(ValueAt, FindsWhatThePathNames) {
   const Json::Value document = json(R"({"a": {"b": 1}, "x/y": {"z": 2}, "list": [{"eth": "eth0.10", "n": 3}]})");
-  EXPECT_THAT(valueAt(document, ""), Optional(document));
-  EXPECT_THAT(valueAt(document, "a/b"), Optional(Json::Value(1)));
-  EXPECT_THAT(valueAt(document, "/a/b"), Optional(Json::Value(1)));
-  EXPECT_THAT(valueAt(document, "a/"), Optional(json(R"({"b": 1})")));
-  EXPECT_THAT(valueAt(document, "x/y/z"), Optional(Json::Value(2)));
-  EXPECT_THAT(valueAt(document, "list/eth0.10/n"), Optional(Json::Value(3)));
+  EXPECT_THAT(valueAt(document, ""), Pointee(document));
+  EXPECT_THAT(valueAt(document, "a/b"), Pointee(Json::Value(1)));
+  EXPECT_THAT(valueAt(document, "/a/b"), Pointee(Json::Value(1)));
+  EXPECT_THAT(valueAt(document, "a/"), Pointee(json(R"({"b": 1})")));
+  EXPECT_THAT(valueAt(document, "x/y/z"), Pointee(Json::Value(2)));
+  EXPECT_THAT(valueAt(document, "list/eth0.10/n"), Pointee(Json::Value(3)));
 }
 
 TEST(ValueAt, FindsNothingElse) {
   const Json::Value document = json(R"({"a": {"b": 1}})");
-  for (const char* path : {"b", "a/c", "a/b/c", "ab"}) EXPECT_EQ(valueAt(document, path), std::nullopt) << path;
+  for (const char* path : {"b", "a/c", "a/b/c", "ab"}) EXPECT_EQ(valueAt(document, path), nullptr) << path;
 }
 
 TEST(Changes, AreWhatDiffersWhatIsNewAndWhatIsGone) {
@@ -65,6 +100,15 @@ TEST(Changes, AreWhatDiffersWhatIsNewAndWhatIsGone) {
                           FieldsAre("new", std::nullopt, Optional(Json::Value())),
                           FieldsAre("other", Optional(Json::Value(1)), Optional(Json::Value("1")))));
   EXPECT_THAT(changesBetween(before, before), IsEmpty());
+}
+
+TEST(Changes, OfAPlaceThatGetsOrLosesItsInsideAreBoth) {
+  EXPECT_THAT(changesBetween(json(R"({"a": {}})"), json(R"({"a": {"b": 1}})")),
+              ElementsAre(FieldsAre("a", Optional(Json::Value(Json::objectValue)), std::nullopt),
+                          FieldsAre("a/b", std::nullopt, Optional(Json::Value(1)))));
+  EXPECT_THAT(changesBetween(json(R"({"a": [7]})"), json(R"({"a": "x"})")),
+              ElementsAre(FieldsAre("a", std::nullopt, Optional(Json::Value("x"))),
+                          FieldsAre("a/0", Optional(Json::Value(7)), std::nullopt)));
 }
 
 TEST(Changes, OfAListFollowTheNamesNotThePlaces) {

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <set>
 
-#include "cli/board.h"
+#include "cli/daemon.h"
 #include "client/sysmgr_client.h"
 #include "client/zmq_utils.h"
 #include "tests/support/scripted_daemon.h"
@@ -134,19 +134,19 @@ std::vector<test::Answer> answer(const Request& request) {
 class SettableKey : public testing::TestWithParam<Row> {};
 
 TEST_P(SettableKey, SendsTheRequestOfItsSetter) {
-  ScriptedDaemon daemon;
-  daemon.onRequest(answer);
+  ScriptedDaemon peer;
+  peer.onRequest(answer);
   SysMgrClient client;
   ASSERT_EQ(client.init(ZmqUtils::getInstance().getContext()), 0);
   ASSERT_EQ(GetParam().setter(client), 0);
-  const Request wanted = daemon.lastRequest();
+  const Request wanted = peer.lastRequest();
 
   const Deadline deadline(5);
-  Board board(deadline);
-  setKeys(board, {GetParam().key, GetParam().value});
+  Daemon daemon(deadline);
+  setKeys(daemon, {GetParam().key, GetParam().value});
 
-  EXPECT_THAT(daemon.lastRequest().id, StrEq(wanted.id));
-  EXPECT_THAT(daemon.lastRequest().body, StrEq(wanted.body));
+  EXPECT_THAT(peer.lastRequest().id, StrEq(wanted.id));
+  EXPECT_THAT(peer.lastRequest().body, StrEq(wanted.body));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, SettableKey, testing::ValuesIn(kRows), [](const auto& row) {
@@ -159,20 +159,20 @@ TEST(SettableKeys, AreAllCompared) {
   std::set<std::string> compared;
   for (const Row& row : kRows) compared.insert(row.key);
   std::set<std::string> settable;
-  for (const Key& key : settableKeys()) settable.insert(key.path);
+  for (const SettingRow* const row : settableRows()) settable.insert(row->path);
   EXPECT_EQ(compared, settable);
 }
 
 TEST(SettableKeys, TravelTogetherInOneRequest) {
-  ScriptedDaemon daemon;
-  daemon.onRequest(answer);
+  ScriptedDaemon peer;
+  peer.onRequest(answer);
   const Deadline deadline(5);
-  Board board(deadline);
+  Daemon daemon(deadline);
 
-  setKeys(board, {"nmos/node-port", "2", "rtsp/tcp-port", "5004", "nmos/slot-id", "5"});
+  setKeys(daemon, {"nmos/node-port", "2", "rtsp/tcp-port", "5004", "nmos/slot-id", "5"});
 
-  ASSERT_THAT(daemon.requests(), SizeIs(2));  // the stored parameters, and the change
-  const Json::Value& body = daemon.lastRequest().json;
+  ASSERT_THAT(peer.requests(), SizeIs(2));  // the stored parameters, and the change
+  const Json::Value& body = peer.lastRequest().json;
   EXPECT_EQ(body["rtsp-tcp-port"].asInt(), 5004);
   EXPECT_EQ(body["nmos"]["node-port"].asInt(), 2);
   EXPECT_EQ(body["nmos"]["slot-id"].asInt(), 5);
@@ -180,11 +180,11 @@ TEST(SettableKeys, TravelTogetherInOneRequest) {
 }
 
 TEST(SettableKeys, AreReadBeforeAnythingIsSent) {
-  ScriptedDaemon daemon;
+  ScriptedDaemon peer;
   const Deadline deadline(5);
-  Board board(deadline);
-  EXPECT_THROW(setKeys(board, {"nmos/node-port", "2", "sap/enable", "perhaps"}), Failure);
-  EXPECT_EQ(daemon.requestCount(), 0U);
+  Daemon daemon(deadline);
+  EXPECT_THROW(setKeys(daemon, {"nmos/node-port", "2", "sap/enable", "perhaps"}), Failure);
+  EXPECT_EQ(peer.requestCount(), 0U);
 }
 
 }  // namespace

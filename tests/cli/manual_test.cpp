@@ -30,7 +30,8 @@ TEST(Manual, NamesEveryCommandWithItsArguments) {
   for (const Command& command : commands()) {
     if (command.run == nullptr) continue;
     EXPECT_THAT(page, HasSubstr("\nsysmgrctl " + command.name)) << command.name;
-    for (const Argument& argument : command.arguments) EXPECT_THAT(page, HasSubstr(argument.key())) << command.name;
+    for (const Argument& argument : command.arguments) EXPECT_THAT(page, HasSubstr(argument.shown)) << command.name;
+    for (const Option& option : command.options) EXPECT_THAT(page, HasSubstr(option.name)) << command.name;
   }
 }
 

@@ -22,7 +22,7 @@ seen = b""
 while True:
     try:
         seen += os.read(terminal, 4096)
-    except OSError:  # Linux tells the end of a terminal so
+    except OSError:  # so Linux reports the end of a terminal
         break
     if answer and seen.endswith(b"] "):
         os.write(terminal, answer.encode() + b"\n")

@@ -98,7 +98,7 @@ class Session:
 
         for line in self.text(name, "out").splitlines():
             if not isinstance(json.loads(line, parse_constant=refuse), dict):
-                sys.exit(f"this is no JSON object: {line}")
+                sys.exit(f"this is not a JSON object: {line}")
 
     def run(self, command):
         lines = self.result("command", self.begin("command", command))
@@ -147,7 +147,7 @@ def play(lines, session):
         elif line == "" or line.startswith("#"):
             actual.append(line)
         elif not line.startswith((">", "!", "[")):
-            sys.exit(f"this line is nothing that a transcript holds: {line}")
+            sys.exit(f"a transcript does not have such lines: {line}")
     return actual
 
 

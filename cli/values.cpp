@@ -1,0 +1,114 @@
+#include "cli/values.h"
+
+#include <charconv>
+#include <system_error>
+
+#include "cli/suggest.h"
+
+namespace zel::ctl {
+
+namespace {
+
+const Words& onWords() {
+  static const Words kWords = {"on", "true", "yes", "1"};
+  return kWords;
+}
+
+const Words& offWords() {
+  static const Words kWords = {"off", "false", "no", "0"};
+  return kWords;
+}
+
+/// Whether the whole text is a number, which is stored then.
+template <class Number>
+bool readNumber(const std::string& text, Number& number) {
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && rest == end;
+}
+
+/// The parts between commas.
+Words parted(const std::string& text) {
+  Words parts(1);
+  for (const char c : text) {
+    if (c == ',') {
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
+IpAddress maskOfPrefix(const std::string& length) {
+  constexpr int kAllBits = 32;
+  const auto bits = static_cast<unsigned int>(parseNumber(length, 0, kAllBits));
+  return IpAddress(bits == 0 ? 0 : ~std::uint32_t{0} << (kAllBits - bits));
+}
+
+}  // namespace
+
+std::int64_t parseNumber(const std::string& text, std::int64_t least, std::int64_t most) {
+  std::int64_t number = 0;
+  if (readNumber(text, number) && number >= least && number <= most) return number;
+  throw usage("'" + text + "' is not a number from " + std::to_string(least) + " to " + std::to_string(most));
+}
+
+double parseSeconds(const std::string& text) {
+  constexpr double kShortest = 0.001;
+  constexpr double kLongest = 1000000;  // in milliseconds it still is an int
+  double seconds = 0;
+  if (readNumber(text, seconds) && seconds >= kShortest && seconds <= kLongest) return seconds;
+  throw usage("'" + text + "' is not a number of seconds from 0.001 to 1000000");
+}
+
+bool parseSwitch(const std::string& text) {
+  if (contains(onWords(), text)) return true;
+  if (contains(offWords(), text)) return false;
+  throw usage("'" + text + "' is neither on nor off");
+}
+
+Words switchWords() { return {onWords().front(), offWords().front()}; }
+
+std::string parseChoice(const std::string& text, const Words& choices) {
+  if (contains(choices, text)) return text;
+  throw usage("'" + text + "' is not one of: " + joined(choices), didYouMean(text, choices));
+}
+
+IpAddress parseAddress(const std::string& text) {
+  IpAddress address;
+  if (text.empty() || address.setAddress(text) < 0) {
+    throw usage("'" + text + "' is not an IPv4 address", "an address is four numbers from 0 to 255: 192.168.0.100");
+  }
+  return address;
+}
+
+Network parseNetwork(const std::string& address, const std::string& mask) {
+  const std::size_t slash = address.find('/');
+  const bool hasPrefix = slash != std::string::npos;
+  if (hasPrefix && !mask.empty()) throw usage("the mask is given twice: as /PREFIX and by itself");
+  const IpAddress parsed = parseAddress(address.substr(0, slash));
+  if (hasPrefix) return {parsed, maskOfPrefix(address.substr(slash + 1))};
+  if (mask.empty()) throw usage("the mask of " + address + " is missing", "write it as /PREFIX: " + address + "/24");
+  return {parsed, parseAddress(mask)};
+}
+
+EthIpV4Cfg parseInterface(const std::string& text) {
+  const Words parts = parted(text);
+  const bool isDhcp = parts.size() == 2 && (parts[1] == "dhcp" || parts[1] == "DHCP");
+  const bool isStatic = (parts.size() == 2 || parts.size() == 3) && parts[1].find('/') != std::string::npos;
+  if (parts.front().empty() || !(isDhcp || isStatic)) {
+    throw usage("'" + text + "' is not an interface configuration", kInterfaceForm);
+  }
+  EthIpV4Cfg config;
+  config.eth = parts.front();
+  config.mode.mode = isDhcp ? EthMode::ETH_MODE_DHCP : EthMode::ETH_MODE_STATIC;
+  if (isDhcp) return config;
+  const Network network = parseNetwork(parts[1]);
+  config.ip = network.address.getAddress();
+  config.mask = network.mask.getAddress();
+  if (parts.size() == 3) config.gw = parseAddress(parts[2]).getAddress();
+  return config;
+}
+
+}  // namespace zel::ctl

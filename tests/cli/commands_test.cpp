@@ -1,0 +1,107 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "cli/command.h"
+#include "tests/support/scripted_daemon.h"
+#include "tests/support/stopwatch.h"
+
+// What the virtual board does not do; what it does is in the transcripts.
+
+namespace zel::ctl {
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+TEST(Watch, ReportsANotificationThatCannotBeReadAndGoesOn) {
+  test::ScriptedDaemon daemon;
+  daemon.answer(R"({"stored": {"rtsp": {"tcp-port": 1}}})");
+  test::PublisherFake publisher;
+  CaptureStdout();
+  CaptureStderr();
+
+  std::thread daemonsSide([&] {
+    publisher.waitForSubscription("1000");
+    daemon.waitForRequests(1);
+    publisher.publish("1000", R"({"rtsp": {"tcp-port": ["many"]}})");
+    publisher.publish("1000", R"({"rtsp": {"tcp-port": 2}})");
+  });
+  Call call(*commandOf("watch"), {{"documents", {"stored"}}, {"--count", {"1"}}});
+  runWatch(call);
+  daemonsSide.join();
+
+  EXPECT_THAT(GetCapturedStdout(), "stored  rtsp/tcp-port  1 -> 2\n");
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("a notification cannot be read: a value has the wrong type"));
+}
+
+TEST(Watch, EndsInTimeUnderNotificationsThatDoNotStop) {
+  test::ScriptedDaemon daemon;
+  daemon.answer(R"({"stored": {}})");
+  test::PublisherFake publisher;
+  std::atomic<bool> ended{false};
+  CaptureStderr();
+
+  std::thread flood([&] {
+    publisher.waitForSubscription("1000");
+    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!ended && std::chrono::steady_clock::now() < latest) {
+      for (int i = 0; i < 100; ++i) publisher.publish("1000", R"({"rtsp": {"tcp-port": ["many"]}})");
+    }
+  });
+  const test::Stopwatch watch;
+  Call call(*commandOf("watch"), {{"documents", {"stored"}}, {"--timeout", {"2"}}});
+  runWatch(call);
+  const std::chrono::microseconds took = watch.elapsed().own;
+  ended = true;
+  flood.join();
+
+  EXPECT_LT(took, std::chrono::seconds(4));
+  const std::string errors = GetCapturedStderr();
+  EXPECT_THAT(errors, HasSubstr("\nsysmgrctl: a notification cannot be read: a value has the wrong type: "));
+  EXPECT_THAT(errors, ContainsRegex("\nsysmgrctl: [0-9]+ notifications cannot be read: a value has the wrong type: "));
+  EXPECT_LE(std::count(errors.begin(), errors.end(), '\n'), 2 + 4);
+}
+
+class WrongWhitelist : public testing::TestWithParam<const char*> {};
+
+TEST_P(WrongWhitelist, IsAnUnusableAnswerToEveryCommand) {
+  test::ScriptedDaemon daemon;
+  daemon.onRequest([](const test::Request& request) -> std::vector<test::Answer> {
+    if (request.id == "16") return {std::string(R"({"white-list": )") + GetParam() + "}"};
+    return {R"({"stored": {}, "dynamic": {}, "board-model": {}})"};
+  });
+  const test::PublisherFake publisher;
+  for (const char* name : {"whitelist list", "status", "watch"}) {
+    Call call(*commandOf(name), {{"--timeout", {"0.1"}}});
+    try {
+      commandOf(name)->run(call);
+      ADD_FAILURE() << name;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.status(), Exit::kBadAnswer) << name;
+      EXPECT_THAT(failure.advice(), HasSubstr("sysmgrctl get whitelist")) << name;
+    }
+  }
+  Call call(*commandOf("doctor"), {});
+  try {
+    runDoctor(call);
+    ADD_FAILURE();
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.status(), Exit::kBadAnswer);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WrongWhitelist,
+                         testing::Values("5", "true", R"("text")", "{}", R"({"ip": "239.0.0.1"})", "[5]", R"(["x"])",
+                                         "[[]]", R"([{"enabled": "yes"}])", R"([{"ip": []}])",
+                                         R"([{"mask": {"a": 1}}])"));
+
+}  // namespace
+}  // namespace zel::ctl

@@ -1,0 +1,34 @@
+#include "cli/output.h"
+
+#include <gmock/gmock.h>
+
+namespace zel::ctl {
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+TEST(Cell, EscapesWhatCouldSteerATerminal) {
+  EXPECT_EQ(cellOf("a\tb\x7f\xc2\x9b"
+                   "1mÜ"),
+            "a\\x09b\\x7f\\xc2\\x9b1mÜ");
+}
+
+TEST(Cell, ShowsADecimalNumberAsItCame) {
+  EXPECT_EQ(cellOf(41.2F), "41.2");
+  EXPECT_EQ(Output::asJson(41.2), "41.2");
+}
+
+TEST(Table, IsNotWidenedByOneLongCell) {
+  Json::Value list;
+  for (int i = 0; i < 1000; ++i) list[i]["name"] = i;
+  list[0]["name"] = std::string(100000, 'x');
+  CaptureStdout();
+  Output output(false);
+  output.table(list, {{"name", "NAME"}, {"other", "OTHER"}});
+  output.flush();
+  EXPECT_LT(GetCapturedStdout().size(), 200000U);
+}
+
+}  // namespace
+}  // namespace zel::ctl
