@@ -234,6 +234,7 @@ TEST(SubscribeJsonClient, ReceivesNothingFromBeforeItConnectedAgain) {
   // More than wait here: the rest is in the connection and in the publisher.
   for (int i = 0; i < 5000; ++i) publisher.publish("1000", "1");
   ASSERT_TRUE(application.next().has_value());
+  ASSERT_EQ(application.fds.poll(kSoon.count()), 1);
 
   EXPECT_EQ(application.client.connect(kAddress), 0);
   EXPECT_THAT(log.texts(Logger::LEVEL_PROGRESS),
