@@ -1,6 +1,8 @@
 #include "config/system_default_cfg.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -126,6 +128,24 @@ TEST(SystemDefaultCfg, IsMadeWithoutADaemonToo) {
   EXPECT_EQ(cache().init(), 0);
   EXPECT_TRUE(cache().isInitialized());
   EXPECT_EQ(rtspPort(), 5004u);
+}
+
+TEST(SystemDefaultCfg, IsMadeInAForkedChildWhoseParentWasMakingIt) {
+  if (zel::test::kSanitized) GTEST_SKIP() << "a sanitizer's own locks may be held at a fork";
+  std::thread maker([] { cache(); });  // waits for a daemon
+  std::this_thread::sleep_for(50ms);
+  const pid_t child = fork();
+  if (child == 0) {
+    ZmqUtils::getInstance().resetContext();
+    _exit(cache().isInitialized() ? 0 : 3);
+  }
+  const FakeBoard board;
+  int status = 0;
+  EXPECT_TRUE(waitUntil([&] { return waitpid(child, &status, WNOHANG) == child; }, 10s));
+  kill(child, SIGKILL);
+  EXPECT_EQ(status, 0);
+  maker.join();
+  EXPECT_TRUE(cache().isInitialized());
 }
 
 TEST(SystemDefaultCfg, IsMadeWithoutAUsableContextToo) {
