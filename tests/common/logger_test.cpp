@@ -169,7 +169,8 @@ TEST(Logger, EscapesWhatCouldForgeALineOrSteerATerminal) {
        "31m"},  // the control sequence introducer of the second control set
       {"\xc2\x80\xc2\x9f\xc2\xa0", "\\xc2\\x80\\xc2\\x9f\xc2\xa0"},
       {"\xd8\x9c \xe2\x80\x8e \xe2\x80\x8f", "\\xd8\\x9c \\xe2\\x80\\x8e \\xe2\\x80\\x8f"},  // marks of direction
-      {"\xe2\x80\xa8 \xe2\x80\xae", "\\xe2\\x80\\xa8 \\xe2\\x80\\xae"},  // a line separator, an override
+      {"\xe2\x80\xa8 \xe2\x80\xae \xe2\x80\xac",
+       "\\xe2\\x80\\xa8 \\xe2\\x80\\xae \\xe2\\x80\\xac"},               // a line separator, an override, its end
       {"\xe2\x81\xa6 \xe2\x81\xa9", "\\xe2\\x81\\xa6 \\xe2\\x81\\xa9"},  // isolates
       {"\xe2\x80\xa7 \xe2\x80\xaf", "\xe2\x80\xa7 \xe2\x80\xaf"},        // their neighbours
       {"\xff\xc3\xbc", "\\xff\\xc3\\xbc"},                               // not UTF-8
