@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "config/system_default_cfg.h"
 
 extern "C" void* __libc_malloc(std::size_t);  // NOLINT(bugprone-reserved-identifier): the C library's own name
@@ -108,7 +108,7 @@ std::string document(std::int64_t interfaces) {
   Json::Value json;
   parameters.Serialize(json);
   std::string text;
-  zel::WireJsonWriter().write(json, text);
+  zel::writeWireJson(json, text);
   return text;
 }
 

@@ -22,11 +22,14 @@ function(zel_compile_for_library target)
   endif()
 endfunction()
 
-# zel_add_objects(NAME): code that several targets hold, each on its own.
-function(zel_add_objects name)
-  add_library(${name} OBJECT)
+# zel_add_parts(NAME OBJECT|STATIC): code that several targets hold, each on its own; of STATIC only what they use.
+function(zel_add_parts name kind)
+  add_library(${name} ${kind})
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
   zel_compile_for_library(${name})
+  if(ZEL_COVERAGE)
+    target_link_options(${name} INTERFACE --coverage)
+  endif()
 endfunction()
 
 # zel_add_library(NAME): one of the two shared libraries; its rooms add the sources.

@@ -6,12 +6,12 @@
 #include <string_view>
 
 #include "common/envelope.h"
-#include "common/format_text.h"
 #include "common/internal/socket_owner.h"
+#include "common/shared/format_text.h"
 #include "common/shared/recycled.h"
+#include "common/shared/wire_json.h"
 #include "common/socket_parts.h"
 #include "common/status.h"
-#include "common/wire_json.h"
 
 using zel::Clock;
 using zel::Frame;
@@ -130,7 +130,7 @@ class ClientJsonApi::Connection final : public zel::SocketOwner {
   /// Writes a request's body; null is no body, an empty frame.
   /// @return empty, or why it cannot be written
   std::string write(const Json::Value& body, std::string& text) {
-    return body.isNull() ? std::string() : writer_.write(body, text);
+    return body.isNull() ? std::string() : zel::writeWireJson(body, text);
   }
 
   /// Waits in the call itself: a poll before it would cost more system calls.
@@ -198,7 +198,6 @@ class ClientJsonApi::Connection final : public zel::SocketOwner {
   int receiveLimit_ = kNoLimit;  // ms; what the socket is set to
   std::string address_;
   zel::WireJsonReader reader_;
-  zel::WireJsonWriter writer_;
 };
 
 ClientJsonApi::ClientJsonApi() : connection_(new Connection) {}

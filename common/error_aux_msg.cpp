@@ -1,6 +1,6 @@
 #include "common/error_aux_msg.h"
 
-#include "common/format_text.h"
+#include "common/shared/format_text.h"
 #include "common/shared/no_destructor.h"
 #include "common/shared/process_mutex.h"
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/ip_address.h"
+#include "common/shared/singleton.h"
 
 // The JSON form of the records. Header-only, so that the API's library needs nothing of libzelCommonTypes for it.
 //
@@ -61,8 +62,8 @@ void appendRecords(Json::Value& array, List& list) {
 /// otherwise by a specialisation.
 template <class Record>
 const Record& factory() {
-  static const Record* const record = new Record;  // never destroyed: records are read while the process ends, too
-  return *record;
+  static Singleton<const Record> record;
+  return record.get([] { return new Record; });
 }
 
 // Codecs: how a member stands in JSON. Conversions are JsonCpp's own, with its own exceptions.

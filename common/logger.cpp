@@ -6,8 +6,8 @@
 #include <memory>
 #include <utility>
 
-#include "common/escape.h"
-#include "common/format_text.h"
+#include "common/shared/escape.h"
+#include "common/shared/format_text.h"
 #include "common/shared/no_destructor.h"
 #include "common/shared/process_mutex.h"
 

@@ -11,9 +11,9 @@
 #include "common/internal/socket_owner.h"
 #include "common/logger.h"
 #include "common/shared/recycled.h"
+#include "common/shared/wire_json.h"
 #include "common/socket_parts.h"
 #include "common/status.h"
-#include "common/wire_json.h"
 
 using zel::Clock;
 using zel::Frame;
@@ -59,7 +59,7 @@ constexpr zel::SocketOption kMonitorOptions[] = {
     {ZMQ_RCVHWM, 0},  // no limit: at a limit libzmq's I/O thread would wait for us, and with it every other socket
 };
 
-/// Numbers the endpoints of the monitors.
+/// Numbers the endpoints of the monitors. Not inside the class: the library exports what its public classes hold.
 std::atomic<unsigned int> monitorsOpened{0};
 
 /// Only the events of an existing connection. Attempts that are refused raise no event: an application that

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "common/logger.h"
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "simulator/board.h"
 
 namespace {

@@ -10,9 +10,9 @@
 #include "common/error_aux_msg.h"
 #include "common/eth_basic_info.h"
 #include "common/logger.h"
+#include "common/shared/wire_json.h"
 #include "common/status.h"
 #include "common/video_format.h"
-#include "common/wire_json.h"
 #include "types/sysmgr_types.h"
 
 namespace {
@@ -115,7 +115,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static zel::WireJsonReader reader;
-  static zel::WireJsonWriter writer;
   Json::Value document;
   if (!reader.read({reinterpret_cast<const char*>(data), size}, document).empty()) {
     if (!document.isNull()) std::abort();  // a refused text leaves the value alone
@@ -130,7 +129,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // What was read can be written, and reads back as the same.
   std::string text;
   Json::Value back;
-  if (writer.write(document, text).empty() && (!reader.read(text, back).empty() || back != document)) std::abort();
+  if (zel::writeWireJson(document, text).empty() && (!reader.read(text, back).empty() || back != document))
+    std::abort();
 
   readEveryRecord(document);
   judge(document);

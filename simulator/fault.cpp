@@ -7,7 +7,7 @@
 #include <sstream>
 #include <utility>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "simulator/refusal.h"
 
 namespace zel::sim {

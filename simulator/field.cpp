@@ -1,6 +1,6 @@
 #include "simulator/field.h"
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 namespace zel::sim {
 
@@ -20,9 +20,8 @@ std::string is(const std::string& name, const Json::Value& value) { return "\"" 
 }  // namespace
 
 std::string shown(const Json::Value& value) {
-  WireJsonWriter writer;
   std::string text;
-  const std::string why = writer.write(value, text);
+  const std::string why = writeWireJson(value, text);
   return why.empty() ? cut(std::move(text)) : "a value that cannot be shown: " + why;
 }
 

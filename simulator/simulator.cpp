@@ -256,8 +256,8 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
 
   if (exchange.editReply) exchange.editReply(outcome.reply);
   std::string text;
-  if (const std::string why = writer_.write(outcome.reply, text); !why.empty()) {
-    writer_.write(refusalReply({refusal::kMalformedRequest, "The answer cannot be written: " + why + "."}), text);
+  if (const std::string why = writeWireJson(outcome.reply, text); !why.empty()) {
+    writeWireJson(refusalReply({refusal::kMalformedRequest, "The answer cannot be written: " + why + "."}), text);
   }
   if (exchange.editText) exchange.editText(text);
   trace(request, exchange, text);
@@ -320,14 +320,14 @@ void Simulator::answer(const Request& request, const std::string& text) {
 
 void Simulator::refuse(const Request& request, const Refusal& why) {
   std::string text;
-  writer_.write(refusalReply(why), text);
+  writeWireJson(refusalReply(why), text);
   trace(request, Exchange(), text);
   answer(request, text);
 }
 
 void Simulator::publish(const Notification& notification) {
   std::string payload;
-  if (!notification.payload.isNull() && !writer_.write(notification.payload, payload).empty()) return;
+  if (!notification.payload.isNull() && !writeWireJson(notification.payload, payload).empty()) return;
   // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
   // the request that is served now gets its notification.
   eventsOf(publisher_.handle());

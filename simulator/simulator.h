@@ -11,7 +11,7 @@
 #include <vector>
 #include <zmq.hpp>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "simulator/board.h"
 #include "simulator/fault.h"
 #include "simulator/store.h"
@@ -93,7 +93,6 @@ class Simulator {
   zmq::socket_t requests_;
   zmq::socket_t publisher_;
   WireJsonReader reader_;
-  WireJsonWriter writer_;
   std::multimap<Clock::time_point, std::function<void()>> timers_;
 };
 

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 namespace zel::sim {
 
@@ -159,7 +159,7 @@ std::string Store::load(Json::Value& document, bool& found, std::string& damage)
 
 std::string Store::save(const Json::Value& document, std::string& warning) const {
   std::string text;
-  if (const std::string why = WireJsonWriter().write(document, text); !why.empty()) return "the document is " + why;
+  if (const std::string why = writeWireJson(document, text); !why.empty()) return "the document is " + why;
   text += '\n';
   warning.clear();
   std::optional<struct stat> present;

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "common/shared/wire_json.h"
 #include "common/status.h"
-#include "common/wire_json.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
 #include "tests/support/interrupted_calls.h"

@@ -1,4 +1,4 @@
-#include "common/utf8.h"
+#include "common/shared/utf8.h"
 
 #include <gmock/gmock.h>
 #include <simdjson.h>

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 using testing::ElementsAre;
 using zel::kMaxFrameBytes;

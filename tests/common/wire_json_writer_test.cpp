@@ -10,38 +10,33 @@
 #include <string>
 #include <utility>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 using testing::HasSubstr;
 using zel::kMaxFrameBytes;
 using zel::WireJsonReader;
-using zel::WireJsonWriter;
+using zel::writeWireJson;
 
 namespace {
 
 using namespace std::string_literals;
 
-class WireJsonWriterTest : public testing::Test {
- protected:
-  std::string written(const Json::Value& value) {
+std::string written(const Json::Value& value) {
+  std::string text = "before";
+  EXPECT_EQ(writeWireJson(value, text), "");
+  return text;
+}
+
+void expectRefused(const Json::Value& value, const std::string& why) {
+  for (int place = 0; place < 3; ++place) {
+    Json::Value around = value;
+    if (place == 1) (around = Json::Value())["a"] = value;
+    if (place == 2) (around = Json::Value()).append(value);
     std::string text = "before";
-    EXPECT_EQ(writer_.write(value, text), "");
-    return text;
+    EXPECT_THAT(writeWireJson(around, text), HasSubstr(why));
+    EXPECT_EQ(text, "");
   }
-
-  void expectRefused(const Json::Value& value, const std::string& why) {
-    for (int place = 0; place < 3; ++place) {
-      Json::Value around = value;
-      if (place == 1) (around = Json::Value())["a"] = value;
-      if (place == 2) (around = Json::Value()).append(value);
-      std::string text = "before";
-      EXPECT_THAT(writer_.write(around, text), HasSubstr(why));
-      EXPECT_EQ(text, "");
-    }
-  }
-
-  WireJsonWriter writer_;
-};
+}
 
 Json::Value nested(unsigned int depth) {
   Json::Value value = 1;
@@ -107,7 +102,7 @@ class RandomDocuments {
 
 }  // namespace
 
-TEST_F(WireJsonWriterTest, WritesCompactText) {
+TEST(WriteWireJson, WritesCompactText) {
   Json::Value value;
   value["b"]["list"].append(1);
   value["b"]["list"].append("two");
@@ -117,7 +112,7 @@ TEST_F(WireJsonWriterTest, WritesCompactText) {
   EXPECT_EQ(written(value), R"({"a":true,"b":{"list":[1,"two",null]},"c":{}})");
 }
 
-TEST_F(WireJsonWriterTest, WritesEveryKindOfValue) {
+TEST(WriteWireJson, WritesEveryKindOfValue) {
   const std::pair<Json::Value, const char*> rows[] = {
       {Json::Value(), "null"},
       {Json::Value(Json::arrayValue), "[]"},
@@ -138,20 +133,20 @@ TEST_F(WireJsonWriterTest, WritesEveryKindOfValue) {
   for (const auto& [value, text] : rows) EXPECT_EQ(written(value), text);
 }
 
-TEST_F(WireJsonWriterTest, WritesTheGapsOfAnArrayAsNull) {
+TEST(WriteWireJson, WritesTheGapsOfAnArrayAsNull) {
   Json::Value value(Json::arrayValue);
   value[2] = 1;
   EXPECT_EQ(written(value), "[null,null,1]");
 }
 
-TEST_F(WireJsonWriterTest, EscapesNames) {
+TEST(WriteWireJson, EscapesNames) {
   Json::Value value;
   value["a\"\n"s] = 1;
   value["x\0y"s] = 2;
   EXPECT_EQ(written(value), R"({"a\"\n":1,"x\u0000y":2})");
 }
 
-TEST_F(WireJsonWriterTest, WritesWhatJsonCppsOwnWriterWrites) {
+TEST(WriteWireJson, WritesWhatJsonCppsOwnWriterWrites) {
   Json::StreamWriterBuilder settings;
   settings["indentation"] = "";
   settings["emitUTF8"] = true;
@@ -161,20 +156,20 @@ TEST_F(WireJsonWriterTest, WritesWhatJsonCppsOwnWriterWrites) {
   }
 }
 
-TEST_F(WireJsonWriterTest, WritesNoComments) {
+TEST(WriteWireJson, WritesNoComments) {
   Json::Value value(1);
   value.setComment("// a remark"s, Json::commentBefore);
   EXPECT_EQ(written(value), "1");
 }
 
-TEST_F(WireJsonWriterTest, RefusesNumbersThatAreNotFinite) {
+TEST(WriteWireJson, RefusesNumbersThatAreNotFinite) {
   for (const double number :
        {std::nan(""), std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
     expectRefused(number, "a number is not finite");
   }
 }
 
-TEST_F(WireJsonWriterTest, RefusesTextsThatAreNotUtf8) {
+TEST(WriteWireJson, RefusesTextsThatAreNotUtf8) {
   for (const char* text : {"\xff", "a\x80", "\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
     expectRefused(text, "a text is not UTF-8");
     Json::Value value;
@@ -183,41 +178,41 @@ TEST_F(WireJsonWriterTest, RefusesTextsThatAreNotUtf8) {
   }
 }
 
-TEST_F(WireJsonWriterTest, WritesSixtyFourLevelsAndNoMore) {
+TEST(WriteWireJson, WritesSixtyFourLevelsAndNoMore) {
   EXPECT_EQ(written(nested(64)).substr(0, 10), "[{\"a\":[{\"a");
   std::string text = "before";
   for (const unsigned int depth : {65u, 66u, 1000u}) {
-    EXPECT_EQ(writer_.write(nested(depth), text), "nested more than 64 deep");
+    EXPECT_EQ(writeWireJson(nested(depth), text), "nested more than 64 deep");
     EXPECT_EQ(text, "");
   }
 }
 
-TEST_F(WireJsonWriterTest, WritesSixtyFiveThousandValuesAndNoMore) {
+TEST(WriteWireJson, WritesSixtyFiveThousandValuesAndNoMore) {
   Json::Value list(Json::arrayValue);
   while (list.size() < 65535) list.append(0);
   EXPECT_EQ(written(list).size(), 2 * 65535U + 1);
   list.append(0);
   std::string text = "before";
-  EXPECT_EQ(writer_.write(list, text), "more than 65536 values");
+  EXPECT_EQ(writeWireJson(list, text), "more than 65536 values");
   EXPECT_EQ(text, "");
 }
 
-TEST_F(WireJsonWriterTest, WritesOneMebibyteAndNoMore) {
+TEST(WriteWireJson, WritesOneMebibyteAndNoMore) {
   const std::string most(kMaxFrameBytes - 2, 'x');
   EXPECT_EQ(written(most).size(), kMaxFrameBytes);
   std::string text = "before";
-  EXPECT_EQ(writer_.write(most + "x", text), "longer than 1048576 bytes");
+  EXPECT_EQ(writeWireJson(most + "x", text), "longer than 1048576 bytes");
   EXPECT_EQ(text, "");
   EXPECT_EQ(written(1), "1") << "the next value is written alone";
 }
 
-TEST_F(WireJsonWriterTest, WritesOnAfterWhatItRefused) {
+TEST(WriteWireJson, WritesOnAfterWhatItRefused) {
   expectRefused(std::nan(""), "not finite");
   expectRefused("\xff", "not UTF-8");
   EXPECT_EQ(written("x"), "\"x\"");
 }
 
-TEST_F(WireJsonWriterTest, WritesWhatTheReaderReadsBackEqual) {
+TEST(WriteWireJson, WritesWhatTheReaderReadsBackEqual) {
   WireJsonReader reader;
   for (unsigned int seed = 0; seed < 2000; ++seed) {
     const Json::Value value = RandomDocuments(seed).next();

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "tests/support/scripted_daemon.h"
 
 namespace zel::test {

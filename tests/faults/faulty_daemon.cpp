@@ -8,7 +8,7 @@
 #include <zmq.hpp>
 
 #include "client/sysmgr_jsonApi.h"
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/faults/journal.h"
 
@@ -84,7 +84,7 @@ class FaultyDaemon {
     Json::Value reply = answerTo(id, body);
     std::this_thread::sleep_for(milliseconds(manners_.delayMs));
     frames.resize(frames.size() - 2);  // the envelope
-    writer_.write(reply, frames.emplace_back());
+    writeWireJson(reply, frames.emplace_back());
     waiting_.push_back(std::move(frames));
     due_ = Clock::now() + milliseconds(manners_.shuffled ? 20 : 0);
   }
@@ -111,7 +111,7 @@ class FaultyDaemon {
     const std::uint32_t number = journal_.publish();
     const Subject subject = subjectOf(number);
     Message frames{topicOf(subject), ""};
-    writer_.write(documentOf(subject, number), frames.back());
+    writeWireJson(documentOf(subject, number), frames.back());
     send(documents_, frames);
     nextTick_ = Clock::now() + kTick;
   }
@@ -129,7 +129,6 @@ class FaultyDaemon {
   zmq::socket_t requests_{context_, zmq::socket_type::router};
   zmq::socket_t documents_{context_, zmq::socket_type::pub};
   WireJsonReader reader_;
-  WireJsonWriter writer_;
   std::vector<Message> waiting_;
   Clock::time_point due_{};
   Clock::time_point nextTick_{};

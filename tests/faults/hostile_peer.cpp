@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "tests/support/zmtp.h"
 
 namespace zel::test {

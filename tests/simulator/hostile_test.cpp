@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "simulator/refusal.h"
 #include "tests/common/test_client.h"
 #include "tests/simulator/board_process.h"

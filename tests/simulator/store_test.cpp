@@ -11,7 +11,7 @@
 #include <iterator>
 #include <vector>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/temporary_folder.h"
 

@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "common/shared/wire_json.h"
 #include "common/status.h"
-#include "common/wire_json.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/leaks.h"
 #include "tests/support/scripted_daemon.h"

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 namespace zel::test {
 

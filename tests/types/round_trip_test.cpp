@@ -14,8 +14,7 @@ void expectRoundTrip(const Record& record, const Record& other) {
   EXPECT_EQ(written(over(other, document)), written(record));
 
   std::string text;
-  WireJsonWriter writer;
-  ASSERT_EQ(writer.write(document, text), "");
+  ASSERT_EQ(writeWireJson(document, text), "");
   EXPECT_EQ(written(over(other, text)), written(record)) << text;
 }
 

@@ -26,8 +26,7 @@ const char* const kFull = R"({"chipid-version":"1.2","chipid-name":"chip","tempe
 /// The document with its numbers as the wire brings them: signed where they fit.
 Json::Value onTheWire(const SysParametersDynamic& parameters) {
   std::string text;
-  WireJsonWriter writer;
-  EXPECT_EQ(writer.write(written(parameters), text), "");
+  EXPECT_EQ(writeWireJson(written(parameters), text), "");
   return json(text);
 }
 

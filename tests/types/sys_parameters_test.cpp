@@ -150,8 +150,7 @@ const char* const kFactory = R"({"advert":{"board-name-prefix":"Velmar ORVEN","e
 template <class Record>
 Json::Value onTheWire(const Record& record) {
   std::string text;
-  WireJsonWriter writer;
-  EXPECT_EQ(writer.write(written(record), text), "");
+  EXPECT_EQ(writeWireJson(written(record), text), "");
   return json(text);
 }
 

@@ -46,7 +46,8 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
 /// Not a new record: what a board has when nobody has configured it.
 template <>
 const SysParameters& factory<SysParameters>() {
-  static const SysParameters* const record = [] {
+  static Singleton<const SysParameters> record;
+  return record.get([] {
     auto* const made = new SysParameters;
     made->ptpPath = "/etc/ptp/";
     made->rtspEthPort = made->advertEthPort = "all";
@@ -54,8 +55,7 @@ const SysParameters& factory<SysParameters>() {
     made->cfgFilePath = "/etc/aes67/";
     made->videoTiming.timingMode = VideoTimingParameters::TIMING_MODE_LOW_LATENCY;
     return made;
-  }();
-  return *record;
+  });
 }
 
 /// VLAN ids are written signed and read unsigned, of which they keep the low bits.

@@ -3,6 +3,7 @@
 #include "common/error_aux_msg.h"
 #include "common/json_form.h"
 #include "common/logger.h"
+#include "common/shared/ipv4.h"
 #include "common/status.h"
 #include "types/internal/enum_texts.h"
 
@@ -71,19 +72,15 @@ int EthIpV4Cfg::Deserialize(Json::Value& root) { return zel::readRecord(*this, r
 
 namespace {
 
-uint32_t firstOctet(uint32_t address) { return address >> 24; }
-
-bool isMulticast(uint32_t address) { return firstOctet(address) >= 224 && firstOctet(address) <= 239; }
-
 /// Why a configuration may not be applied; null when it may.
 const char* fault(const EthIpV4Cfg& cfg) {
   constexpr uint32_t kLocalHost = 0x7F000001;
   if (cfg.mode.mode != EthMode::ETH_MODE_STATIC) return nullptr;
-  if (firstOctet(cfg.ip) == 0) return "Interface IP cannot start with 0";
+  if (zel::firstOctet(cfg.ip) == 0) return "Interface IP cannot start with 0";
   if (cfg.ip == kLocalHost) return "Interface IP cannot be set as the local host 127.0.0.1";
-  if (isMulticast(cfg.ip)) return "Interface IP cannot be multicast";
-  if (cfg.gw != 0 && firstOctet(cfg.gw) == 0) return "Interface gateway cannot start with 0";
-  if (isMulticast(cfg.gw)) return "Interface gateway cannot be multicast";
+  if (zel::isMulticast(cfg.ip)) return "Interface IP cannot be multicast";
+  if (cfg.gw != 0 && zel::firstOctet(cfg.gw) == 0) return "Interface gateway cannot start with 0";
+  if (zel::isMulticast(cfg.gw)) return "Interface gateway cannot be multicast";
   if (cfg.mask == 0) return "Interface mask cannot be 0.0.0.0";
   return nullptr;
 }

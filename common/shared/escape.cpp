@@ -1,8 +1,8 @@
-#include "common/escape.h"
+#include "common/shared/escape.h"
 
 #include <string_view>
 
-#include "common/utf8.h"
+#include "common/shared/utf8.h"
 
 namespace zel {
 

@@ -1,4 +1,4 @@
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 
 #include <json/writer.h>
 #include <simdjson.h>
@@ -12,8 +12,8 @@
 #include <thread>
 #include <utility>
 
-#include "common/format_text.h"
-#include "common/utf8.h"
+#include "common/shared/format_text.h"
+#include "common/shared/utf8.h"
 
 namespace zel {
 
@@ -263,13 +263,7 @@ WireJsonReader::~WireJsonReader() = default;
 
 std::string WireJsonReader::read(std::string_view text, Json::Value& value) { return state_->read(text, value); }
 
-/// A writer keeps nothing between two documents. That it could is part of the binary interface.
-struct WireJsonWriter::State {};
-
-WireJsonWriter::WireJsonWriter() = default;
-WireJsonWriter::~WireJsonWriter() = default;
-
-std::string WireJsonWriter::write(const Json::Value& value, std::string& text) {
+std::string writeWireJson(const Json::Value& value, std::string& text) {
   text.clear();
   std::string why = TextWriter(text).write(value, 0);
   if (why.empty() && text.size() > kMaxFrameBytes) why = tooLong();

@@ -1,4 +1,4 @@
-#include "common/format_text.h"
+#include "common/shared/format_text.h"
 
 #include <cstdio>
 
@@ -8,6 +8,15 @@ std::string joined(std::initializer_list<std::string_view> parts) {
   std::string text;
   for (const std::string_view part : parts) text += part;
   return text;
+}
+
+std::string listed(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) {
+    if (&text != &texts.front()) list += ", ";
+    list += text;
+  }
+  return list;
 }
 
 std::string formatText(const char* format, va_list arguments) {

@@ -7,8 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "export.h"
-
 namespace zel {
 
 /// The most bytes that one frame of the wire holds, either way.
@@ -26,7 +24,7 @@ constexpr std::size_t kMaxJsonValues = 65536;
 /// that stands twice in one object, more than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`. The escape
 /// "\u0000" is legal and kept.
 /// Threads: one caller at a time per reader.
-class ZEL_EXPORT WireJsonReader {
+class WireJsonReader {
  public:
   WireJsonReader();
   ~WireJsonReader();
@@ -43,23 +41,11 @@ class ZEL_EXPORT WireJsonReader {
   std::unique_ptr<State> state_;
 };
 
-/// Writes values as compact JSON text: UTF-8, no blanks, no line breaks.
-/// Threads: one caller at a time per writer.
-class ZEL_EXPORT WireJsonWriter {
- public:
-  WireJsonWriter();
-  ~WireJsonWriter();
-  WireJsonWriter(const WireJsonWriter&) = delete;
-  WireJsonWriter& operator=(const WireJsonWriter&) = delete;
-
-  /// @param text  receives the text; empty when the value is refused.
-  /// @return empty, or why the value cannot be written: a number that is not finite, a text that is not UTF-8, more
-  ///         than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`.
-  std::string write(const Json::Value& value, std::string& text);
-
- private:
-  struct State;
-  std::unique_ptr<State> state_;
-};
+/// Writes a value as compact JSON text: UTF-8, no blanks, no line breaks.
+///
+/// @param text  receives the text; empty when the value is refused.
+/// @return empty, or why the value cannot be written: a number that is not finite, a text that is not UTF-8, more than
+///         `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`.
+std::string writeWireJson(const Json::Value& value, std::string& text);
 
 }  // namespace zel
