@@ -8,7 +8,7 @@
 
 namespace zel {
 
-/// Where a check stands: the function's signature as the compiler writes it, and the line.
+/// The place of a check: the function's signature as the compiler writes it, and the line.
 struct CodeLocation {
   const char* signature;
   int line;

@@ -19,7 +19,7 @@ class ZEL_EXPORT IpAddress {
   /// Takes the address from its dotted text, as inet_pton(3) reads AF_INET.
   ///
   /// @param dotted  four decimal octets; an empty text is not parsed and leaves the value.
-  /// @return 0, or -27 (`zel::status::kInvalidAddress`) for a text that is no address: the old value stays, and
+  /// @return 0, or -27 (`zel::status::kInvalidAddress`) for a text that is not an address: the old value stays, and
   ///         "Error parsing IP [%s]: invalid IP address" is logged at level 2.
   int setAddress(const std::string& dotted);
 

@@ -66,7 +66,7 @@ const Record& factory() {
   return record.get([] { return new Record; });
 }
 
-// Codecs: how a member stands in JSON. Conversions are JsonCpp's own, with its own exceptions.
+// Codecs: how a member is written in JSON. Conversions are JsonCpp's own, with its own exceptions.
 
 /// By the type of the member.
 template <class T>
@@ -181,7 +181,7 @@ class Reader {
   template <class T>
   void constant(Key, const T&) {}
 
-  /// A record that stands in an object of its own; a missing object counts as an empty one.
+  /// A record in an object of its own; a missing object counts as an empty one.
   template <class T>
   void object(Key key, T Record::*member) {
     Json::Value nothing;
@@ -196,7 +196,7 @@ class Reader {
     if (Json::Value* const found = find(key)) appendRecords(*found, records);
   }
 
-  /// A member that is a record and stands in the same object.
+  /// A member that is a record in the same object.
   template <class T>
   void in(T Record::*member) {
     Reader<T> io(record_.*member, object_);
@@ -213,12 +213,12 @@ class Reader {
     Reader io(record_, found.empty() ? nullptr : &found);
     rows(io);
   }
-  /// A missing block becomes a null member and leaves what it stands for.
+  /// A missing block becomes a null member, and the members of its rows keep their values.
   template <class Rows>
   void keepBlock(Key key, Rows rows) {
     readIfPresent(&insert(key), rows);
   }
-  /// A missing block leaves what it stands for, and the object as it is.
+  /// A missing block leaves the object as it is, and the members of its rows keep their values.
   template <class Rows>
   void optionalBlock(Key key, Rows rows) {
     readIfPresent(find(key), rows);
@@ -351,7 +351,7 @@ class Writer {
   Place place_;
 };
 
-/// What `Deserialize` does.
+/// The body of `Deserialize`.
 template <class Record>
 int readRecord(Record& record, Json::Value& root) {
   Reader<Record> io(record, &root);
@@ -359,14 +359,14 @@ int readRecord(Record& record, Json::Value& root) {
   return 0;
 }
 
-/// What `Serialize` does.
+/// The body of `Serialize`.
 template <class Record>
 void writeRecord(const Record& record, Json::Value& root) {
   Writer<Record, false> io(record, record, Place(root));
   walk(io, record);
 }
 
-/// What `SerializeDelta` does.
+/// The body of `SerializeDelta`.
 template <class Record>
 void writeDelta(const Record& record, Json::Value& root) {
   Writer<Record, true> io(record, factory<Record>(), Place(root));

@@ -14,7 +14,7 @@ std::string joined(std::initializer_list<std::string_view> parts);
 /// The texts one after the other, with ", " between them.
 std::string listed(const std::vector<std::string>& texts);
 
-/// What vprintf(3) would print.
+/// The text that vprintf(3) would print.
 __attribute__((format(printf, 1, 0))) std::string formatText(const char* format, va_list arguments);
 
 /// Ends the walk over a function's variable arguments on every path out of it.

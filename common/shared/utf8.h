@@ -9,7 +9,7 @@ namespace zel {
 
 struct CodePoint {
   char32_t value;
-  std::size_t length;  ///< in bytes; 0: what stands there is not UTF-8
+  std::size_t length;  ///< in bytes; 0: the text does not begin with UTF-8
 };
 
 /// The code point at the start of the text, which is not empty.

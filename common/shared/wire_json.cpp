@@ -103,7 +103,7 @@ std::string prepare(simdjson::dom::parser& parser, std::size_t size) {
 /// Builds the tree of a document.
 class Builder {
  public:
-  /// @param depth  how many objects and arrays stand around the element
+  /// @param depth  how many objects and arrays contain the element
   /// @return empty, or why the document is refused
   std::string build(const element& from, unsigned int depth, Json::Value& value) {
     if (++values_ > kMaxJsonValues) return tooMany();
@@ -131,7 +131,7 @@ class Builder {
     Json::ArrayIndex members = 0;
     for (const simdjson::dom::key_value_pair& member : from) {
       Json::Value* const place = value.demand(member.key.data(), member.key.data() + member.key.size());
-      if (value.size() != ++members) return joined({"the name \"", member.key, "\" stands twice in an object"});
+      if (value.size() != ++members) return joined({"the name \"", member.key, "\" occurs twice in an object"});
       if (std::string why = build(member.value, depth, *place); !why.empty()) return why;
     }
     return {};
@@ -145,8 +145,8 @@ class TextWriter {
  public:
   explicit TextWriter(std::string& text) : text_(text) {}
 
-  /// @param depth  how many objects and arrays stand around the value
-  /// @return empty, or why the value cannot travel, but for its length and its encoding, which the text tells
+  /// @param depth  how many objects and arrays contain the value
+  /// @return empty, or why the value is refused. The length and the encoding are checked on the finished text.
   std::string write(const Json::Value& value, unsigned int depth) {
     if (++values_ > kMaxJsonValues) return tooMany();
     switch (value.type()) {

@@ -19,9 +19,9 @@ constexpr std::size_t kMaxJsonValues = 65536;
 
 /// Reads the JSON text of one frame, strictly as RFC 8259 has it.
 ///
-/// Refused besides what is no JSON at all: bytes behind the document, a raw NUL, a byte order mark, comments, trailing
+/// Refused besides text that is not JSON: bytes behind the document, a raw NUL, a byte order mark, comments, trailing
 /// commas, special floats, numbers beyond a double or integers beyond 64 bits, invalid UTF-8, lone surrogates, a name
-/// that stands twice in one object, more than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`. The escape
+/// that occurs twice in one object, more than `kMaxJsonDepth` levels, `kMaxJsonValues` or `kMaxFrameBytes`. The escape
 /// "\u0000" is legal and kept.
 /// Threads: one caller at a time per reader.
 class WireJsonReader {

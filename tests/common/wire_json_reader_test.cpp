@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-/// What JsonCpp's own reader makes of a text that both take.
+/// The value that JsonCpp's own reader builds from a text that both readers accept.
 Json::Value asJsonCppReads(const std::string& text) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   Json::Value value;
@@ -228,10 +228,10 @@ TEST_F(WireJsonReaderTest, RefusesANameThatStandsTwice) {
   for (const char* text :
        {R"({"a":1,"a":2})", R"({"a":1,"b":2,"a":1})", R"({"a":1,"\u0061":2})", R"({"x":[{"a":{},"a":{}}]})"}) {
     expectRefused(text);
-    EXPECT_EQ(read(text), "the name \"a\" stands twice in an object") << text;
+    EXPECT_EQ(read(text), "the name \"a\" occurs twice in an object") << text;
   }
   expectRefused(R"({"":1,"":2})");
-  EXPECT_EQ(read(R"({"":1,"":2})"), "the name \"\" stands twice in an object");
+  EXPECT_EQ(read(R"({"":1,"":2})"), "the name \"\" occurs twice in an object");
   EXPECT_EQ(read(R"({"a":{"a":1},"b":{"a":1}})"), "");
 }
 
