@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "client/zmq_utils.h"
-#include "common/failed_check.h"
+#include "common/shared/failed_check.h"
 #include "common/shared/singleton.h"
 #include "common/status.h"
 #include "types/shared/board_models.h"

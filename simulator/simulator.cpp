@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "client/sysmgr_jsonApi.h"
-#include "common/socket_parts.h"
+#include "common/shared/socket_parts.h"
 #include "simulator/field.h"
 
 namespace zel::sim {

@@ -2,8 +2,8 @@
 
 #include <new>
 
-#include "common/failed_check.h"
-#include "common/json_form.h"
+#include "common/shared/failed_check.h"
+#include "common/shared/json_form.h"
 #include "common/shared/recycled.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "client/commands.h"
-#include "common/failed_check.h"
-#include "common/json_form.h"
+#include "common/shared/failed_check.h"
+#include "common/shared/json_form.h"
 #include "types/settings.h"
 
 namespace settings = zel::settings;

@@ -3,8 +3,8 @@
 #include <iterator>
 
 #include "client/commands.h"
-#include "common/failed_check.h"
 #include "common/ipc_msg.h"
+#include "common/shared/failed_check.h"
 
 using zel::checked;
 

@@ -8,7 +8,7 @@
 #include <zmq.hpp>
 
 #include "common/shared/process_mutex.h"
-#include "common/socket_parts.h"
+#include "common/shared/socket_parts.h"
 
 namespace zel {
 

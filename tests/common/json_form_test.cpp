@@ -1,4 +1,4 @@
-#include "common/json_form.h"
+#include "common/shared/json_form.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>

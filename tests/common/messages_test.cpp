@@ -8,8 +8,8 @@
 
 #include "common/error_aux_msg.h"
 #include "common/error_report.h"
-#include "common/failed_check.h"
 #include "common/ipc_msg.h"
+#include "common/shared/failed_check.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
 

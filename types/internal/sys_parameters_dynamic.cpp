@@ -1,6 +1,6 @@
 #include "types/sys_parameters_dynamic.h"
 
-#include "common/json_form.h"
+#include "common/shared/json_form.h"
 
 namespace zel {
 

@@ -1,9 +1,9 @@
 #include "types/sysmgr_eth_types.h"
 
 #include "common/error_aux_msg.h"
-#include "common/json_form.h"
 #include "common/logger.h"
 #include "common/shared/ipv4.h"
+#include "common/shared/json_form.h"
 #include "common/status.h"
 #include "types/internal/enum_texts.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/json_form.h"
+#include "common/shared/json_form.h"
 #include "types/bitstream_type.h"
 #include "types/nmos_parameters.h"
 #include "types/video_timing.h"

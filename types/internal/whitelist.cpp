@@ -1,7 +1,7 @@
 #include "types/whitelist.h"
 
-#include "common/json_form.h"
 #include "common/logger.h"
+#include "common/shared/json_form.h"
 #include "common/status.h"
 
 namespace zel {

@@ -11,8 +11,8 @@
 #include "common/internal/socket_owner.h"
 #include "common/logger.h"
 #include "common/shared/recycled.h"
+#include "common/shared/socket_parts.h"
 #include "common/shared/wire_json.h"
-#include "common/socket_parts.h"
 #include "common/status.h"
 
 using zel::Clock;

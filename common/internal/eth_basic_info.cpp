@@ -1,6 +1,6 @@
 #include "common/eth_basic_info.h"
 
-#include "common/json_form.h"
+#include "common/shared/json_form.h"
 
 namespace zel {
 

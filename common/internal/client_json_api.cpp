@@ -9,8 +9,8 @@
 #include "common/internal/socket_owner.h"
 #include "common/shared/format_text.h"
 #include "common/shared/recycled.h"
+#include "common/shared/socket_parts.h"
 #include "common/shared/wire_json.h"
-#include "common/socket_parts.h"
 #include "common/status.h"
 
 using zel::Clock;

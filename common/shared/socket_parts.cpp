@@ -1,4 +1,4 @@
-#include "common/socket_parts.h"
+#include "common/shared/socket_parts.h"
 
 #include <algorithm>
 #include <cerrno>
