@@ -1,5 +1,6 @@
 #include "subscriber/sysmgr_subscriber.h"
 
+#include <memory>
 #include <new>
 
 #include "common/shared/failed_check.h"
@@ -15,10 +16,18 @@ namespace {
 /// A static subscriber may be destroyed while another thread calls it.
 using ClientMemory = zel::Recycled<SubscribeJsonClient>;
 
-SubscribeJsonClient* makeClient(zmq::context_t& context) {
+struct DestroyClient {
+  void operator()(SubscribeJsonClient* client) const {
+    client->~SubscribeJsonClient();
+    ClientMemory::giveBack(client);
+  }
+};
+using Client = std::unique_ptr<SubscribeJsonClient, DestroyClient>;
+
+Client makeClient(zmq::context_t& context) {
   void* const memory = ClientMemory::take();
   try {
-    return new (memory) SubscribeJsonClient(context);
+    return Client(new (memory) SubscribeJsonClient(context));
   } catch (...) {
     ClientMemory::giveBack(memory);
     throw;
@@ -42,11 +51,7 @@ std::string SysmgrPublisher::topicOf(sysmgr_notifications_t notification) { retu
 
 SysmgrSubscriber::SysmgrSubscriber() = default;
 
-SysmgrSubscriber::~SysmgrSubscriber() {
-  if (client_ == nullptr) return;
-  client_->~SubscribeJsonClient();
-  ClientMemory::giveBack(client_);
-}
+SysmgrSubscriber::~SysmgrSubscriber() { const Client destroyed(client_); }
 
 int SysmgrSubscriber::notifyStoredParametersUpdate(SysParameters&) { return notOverridden(__func__); }
 int SysmgrSubscriber::notifyDynamicInfoUpdate(SysParametersDynamic&) { return notOverridden(__func__); }
@@ -54,8 +59,10 @@ int SysmgrSubscriber::notifyRebootRequest() { return notOverridden(__func__); }
 int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { return notOverridden(__func__); }
 
 int SysmgrSubscriber::init(zmq::context_t& context) {
-  client_ = makeClient(context);  // an earlier one stays as it is
-  return checked(ZEL_HERE, client_->connect(SysmgrPublisher::kEndpoint));
+  Client client = makeClient(context);
+  const int result = client->connect(SysmgrPublisher::kEndpoint);
+  client_ = client.release();  // an earlier one stays as it is
+  return checked(ZEL_HERE, result);
 }
 
 int SysmgrSubscriber::renewConnection() { return client_->connect(SysmgrPublisher::kEndpoint); }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <new>
 #include <utility>
 
 #include "common/shared/process_mutex.h"
@@ -20,23 +19,23 @@ class Recycled {
   static void* take() {
     {
       const ProcessLock lock(processMutex());
-      if (free_ != nullptr) return std::exchange(free_, free_->next);
+      if (free_ != nullptr) return std::exchange(free_, free_->next)->object;
     }
-    return ::operator new(sizeof(T));
+    return (new Block)->object;
   }
   static void giveBack(void* memory) noexcept {
     const ProcessLock lock(processMutex());
-    free_ = new (memory) Link{free_};
+    Block* const block = reinterpret_cast<Block*>(memory);  // the object is its first member
+    block->next = free_;
+    free_ = block;
   }
 
  private:
-  /// What lies in the first bytes of the memory while it is free. The others stay as the object has left them.
-  struct Link {
-    Link* next;
+  struct Block {
+    alignas(T) unsigned char object[sizeof(T)];  ///< stays as the object has left it while the memory is free
+    Block* next;
   };
-  static_assert(sizeof(T) >= sizeof(Link) && alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-
-  inline static Link* free_ = nullptr;
+  inline static Block* free_ = nullptr;
 };
 
 }  // namespace zel

@@ -236,6 +236,8 @@ TEST(Descriptors, AClientConnectsWhereThereIsNoFileToOpen) {
     zmq::context_t context;
     TestClient client(context);
     EXPECT_EQ(client.ask(3).code, 0) << client.lastError().text;
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);  // the search for leaks would open files
     return 0;
   });
   const std::optional<int> status = child.wait();
