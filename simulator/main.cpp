@@ -1,8 +1,13 @@
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <future>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +22,8 @@ using zel::sim::Simulator;
 
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
+constexpr std::size_t kMostGrowth = std::size_t{64} << 20U;
+constexpr std::chrono::milliseconds kLongestEnd{500};
 
 Simulator* running = nullptr;
 
@@ -27,6 +34,10 @@ void obeySignals(Simulator& simulator) {
   struct sigaction action = {};
   action.sa_handler = onSignal;
   for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+}
+
+void ignoreSignals() {
+  for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) std::signal(signal, SIG_IGN);
 }
 
 void say(const std::string& text) { std::fprintf(stderr, "sysmgr-sim: %s\n", text.c_str()); }
@@ -108,22 +119,29 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
   options.storeFile = arguments.storeFile;
   options.faultFile = arguments.faultFile;
   if (arguments.live) options.liveInterval = std::chrono::milliseconds(arguments.liveMs);
+  options.mostGrowth = kMostGrowth;
   options.tell = say;
   if (arguments.verbose) options.trace = say;
   return 0;
 }
 
 int serve(zel::sim::SimulatorOptions options) {
+  mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // stays so: large frames leave no gaps in the heap behind
   const std::string model = BoardModelType::toText(options.board.model().model);
-  Simulator simulator(std::move(options));
-  obeySignals(simulator);
-  if (const std::string why = simulator.open(); !why.empty()) return fail(kFailure, why);
+  std::optional<Simulator> simulator(std::in_place, std::move(options));
+  obeySignals(*simulator);
+  if (const std::string why = simulator->open(); !why.empty()) return fail(kFailure, why);
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
   std::fflush(stdout);
   tellServiceManager("READY=1");
-  simulator.run();
+  simulator->run();
   tellServiceManager("STOPPING=1");
+  // ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing else is left to do then: the
+  // store was written with each change.
+  ignoreSignals();
+  const auto ended = std::async(std::launch::async, [&] { simulator.reset(); });
+  if (ended.wait_for(kLongestEnd) != std::future_status::ready) std::_Exit(0);
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <iterator>
 #include <utility>
 
 #include "client/sysmgr_jsonApi.h"
@@ -19,20 +20,28 @@ namespace {
 
 // A client has one request out at a time. What more it sends waits in its own socket, not in the memory of the board,
 // and answers that it does not fetch are dropped.
-constexpr int kQueuedRequests = 32;
-constexpr int kQueuedAnswers = 32;
+constexpr int kQueuedRequests = 1;
+constexpr int kQueuedAnswers = 32;  // with very few, answers are lost: libzmq learns late that those before have left
 constexpr int kQueuedNotifications = 1000;
+constexpr int kQueuedSubscriptions = 64;               // of a client, until the board publishes
+constexpr std::int64_t kMostSubscriptionBytes = 1024;  // and those of a handshake
 constexpr int kWaitingConnections = 512;
 
 constexpr int kShutdownMs = 200;  // for the answers that are on their way
 constexpr int kFlushMs = 5000;    // for those that have to arrive
 constexpr std::size_t kMostFrames = 16;
-constexpr int kRequestsATurn = 64;  // then timers and the end of the program have their turn
+constexpr std::size_t kMostWaitingRequests = 64;
+constexpr std::size_t kMostWaitingBytes = std::size_t{16} << 20U;
+constexpr std::chrono::milliseconds kTurn{10};  // then come new requests, timers and the end of the program
 
 std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
   std::string text = "cannot listen on " + endpoint + ": " + error.what();
   if (error.num() == EADDRINUSE) text += ". Is the system manager or another simulator running?";
   return text;
+}
+
+std::uint16_t portOf(const std::string& endpoint) {
+  return static_cast<std::uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
 }
 
 bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
@@ -41,13 +50,6 @@ bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
 }
 
 }  // namespace
-
-/// A request as it came.
-struct Simulator::Request {
-  std::vector<std::string> envelope;  ///< returned with the answer: identity, request number, empty frame
-  unsigned int id = 0;
-  std::string body;
-};
 
 Simulator::Simulator(SimulatorOptions options)
     : options_(std::move(options)), wakeUp_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
@@ -67,6 +69,10 @@ std::string Simulator::open() {
   if (std::string why = readFaultFile(options_.faults); !why.empty()) return why;
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
+  if (options_.mostGrowth > 0) {
+    guard_.emplace(
+        MemoryGuard::Options{portOf(requestEndpoint()), portOf(publishEndpoint()), options_.mostGrowth, options_.tell});
+  }
   return openStore();
 }
 
@@ -103,7 +109,9 @@ std::string Simulator::listen() {
 
   publisher_ = zmq::socket_t(context_, zmq::socket_type::pub);
   publisher_.set(zmq::sockopt::linger, kShutdownMs);
-  publisher_.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(kMaxFrameBytes));
+  publisher_.set(zmq::sockopt::maxmsgsize, kMostSubscriptionBytes);
+  publisher_.set(zmq::sockopt::rcvhwm, kQueuedSubscriptions);
+  publisher_.set(zmq::sockopt::rcvbuf, static_cast<int>(kMostSubscriptionBytes));
   publisher_.set(zmq::sockopt::sndhwm, kQueuedNotifications);
   publisher_.set(zmq::sockopt::backlog, kWaitingConnections);
 
@@ -140,13 +148,14 @@ void Simulator::run() {
   if (options_.liveInterval.count() > 0) at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
   for (;;) {
     zmq_pollitem_t items[] = {{requests_.handle(), 0, ZMQ_POLLIN, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
-    const int ready = zmq_poll(items, 2, untilNextTimer());
+    const int ready = zmq_poll(items, 2, waiting_.empty() ? untilNextTimer() : 0);
     if (ready < 0) {
       if (zmq_errno() == EINTR) continue;
       return;
     }
     if (items[1].revents != 0 && !goesOn()) return;
     if (items[0].revents != 0) receiveAll();
+    serveWaiting();
     runTimers();
   }
 }
@@ -199,7 +208,38 @@ void Simulator::moveOn() {
 
 void Simulator::receiveAll() {
   std::vector<std::string> frames;
-  for (int count = 0; count < kRequestsATurn && receive(frames); ++count) take(std::move(frames));
+  for (std::size_t count = 0; count < kMostWaitingRequests && waiting_.size() < kMostWaitingRequests && receive(frames);
+       ++count) {
+    take(std::move(frames));
+  }
+}
+
+/// The small requests come first, so that they do not wait for all large ones; those of one connection keep their
+/// order. When too many bytes wait, the largest request is refused.
+void Simulator::wait(Request request) {
+  std::size_t rank = request.body.size();
+  for (const auto& [earlierRank, earlier] : waiting_) {
+    if (earlier.envelope.front() == request.envelope.front()) rank = std::max(rank, earlierRank);
+  }
+  waitingBytes_ += request.body.size();
+  waiting_.emplace(rank, std::move(request));
+  while (waitingBytes_ > kMostWaitingBytes) {
+    refuse(takeWaiting(std::prev(waiting_.end())),
+           {refusal::kBusy, "The board is busy: too many large requests wait. This one was not carried out."});
+  }
+}
+
+Simulator::Request Simulator::takeWaiting(Waiting::iterator which) {
+  Request request = std::move(which->second);
+  waiting_.erase(which);
+  waitingBytes_ -= request.body.size();
+  return request;
+}
+
+void Simulator::serveWaiting() {
+  for (const auto end = Clock::now() + kTurn; !waiting_.empty() && Clock::now() < end;) {
+    serve(takeWaiting(waiting_.begin()));
+  }
 }
 
 /// @param frames  receives the frames of one message; of one that has far too many only the first
@@ -209,7 +249,9 @@ bool Simulator::receive(std::vector<std::string>& frames) {
     zmq::message_t frame;
     if (zmq_msg_recv(frame.handle(), requests_.handle(), ZMQ_DONTWAIT) < 0) return false;
     if (frames.size() <= kMostFrames) frames.push_back(frame.to_string());
-    if (!frame.more()) return true;
+    if (frame.more()) continue;
+    if (guard_) guard_->taken(zmq_msg_get(frame.handle(), ZMQ_SRCFD));
+    return true;
   }
 }
 
@@ -236,7 +278,10 @@ void Simulator::take(std::vector<std::string> frames) {
                             "The command id \"" + shownBytes(id) + "\" is not a decimal number of 32 bits."});
   }
   request.body = std::move(*(delimiter + 2));
+  wait(std::move(request));
+}
 
+void Simulator::serve(const Request& request) {
   const Exchange exchange = faults_.next(request.id);
   if (exchange.actAfter.count() > 0) {
     at(Clock::now() + exchange.actAfter, [this, request, exchange] { carryOut(request, exchange); });

@@ -14,17 +14,20 @@
 #include "common/shared/wire_json.h"
 #include "simulator/board.h"
 #include "simulator/fault.h"
+#include "simulator/memory_guard.h"
 #include "simulator/store.h"
 
 namespace zel::sim {
 
 struct SimulatorOptions {
-  Board board;                                   ///< as it is when the simulator starts
-  std::string storeFile;                         ///< keeps the board's state across restarts; empty: nothing is kept
-  std::chrono::milliseconds liveInterval{0};     ///< how often the board moves on by itself; 0: never
-  std::vector<FaultRule> faults;                 ///< how it misbehaves
-  std::string faultFile;                         ///< more of that, read at the start and by `reloadFaults`; empty: none
-  std::function<void(const std::string&)> tell;  ///< receives the messages for people that the start has
+  Board board;                                ///< as it is when the simulator starts
+  std::string storeFile;                      ///< keeps the board's state across restarts; empty: nothing is kept
+  std::chrono::milliseconds liveInterval{0};  ///< how often the board moves on by itself; 0: never
+  std::vector<FaultRule> faults;              ///< how it misbehaves
+  std::string faultFile;                      ///< more of that, read at the start and by `reloadFaults`; empty: none
+  std::size_t mostGrowth = 0;  ///< bytes that the process may grow by before connections end; 0: no limit
+  /// Receives messages for people: at the start, and from another thread when connections were ended.
+  std::function<void(const std::string&)> tell;
   std::function<void(const std::string&)> trace;  ///< receives a line for each request; empty: none
 };
 
@@ -58,7 +61,13 @@ class Simulator {
 
  private:
   using Clock = std::chrono::steady_clock;
-  struct Request;
+  /// A request as it came.
+  struct Request {
+    std::vector<std::string> envelope;  ///< returned with the answer: identity, request number, empty frame
+    unsigned int id = 0;
+    std::string body;
+  };
+  using Waiting = std::multimap<std::size_t, Request>;  ///< by size
 
   std::string openStore();
   std::string listen();
@@ -68,6 +77,10 @@ class Simulator {
   void receiveAll();
   bool receive(std::vector<std::string>& frames);
   void take(std::vector<std::string> frames);
+  void wait(Request request);
+  Request takeWaiting(Waiting::iterator which);
+  void serveWaiting();
+  void serve(const Request& request);
   void carryOut(const Request& request, const Exchange& exchange);
   Outcome act(const Request& request);
   Outcome change(unsigned int id, const Json::Value& body);
@@ -92,8 +105,11 @@ class Simulator {
   zmq::context_t context_;
   zmq::socket_t requests_;
   zmq::socket_t publisher_;
+  Waiting waiting_;
+  std::size_t waitingBytes_ = 0;
   WireJsonReader reader_;
   std::multimap<Clock::time_point, std::function<void()>> timers_;
+  std::optional<MemoryGuard> guard_;
 };
 
 /// A simulator in a thread of its own, which ends with this object.

@@ -21,15 +21,20 @@ inline ChildProcess startBoard(std::vector<std::string> arguments) {
 /// What sysmgr-sim prints when it can be reached.
 constexpr const char* kReady = " ready, requests on tcp://127.0.0.1:5556, notifications on tcp://127.0.0.1:5575\n";
 
-/// The memory that a process has in use, in KiB; 0 when it cannot be told.
-inline long residentKiB(pid_t pid) {
+/// A line of /proc/PID/status that counts memory in KiB; 0 when it cannot be read.
+inline long memoryKiB(pid_t pid, const char* line) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   for (std::string word; status >> word;) {
     long size = 0;
-    if (word == "VmRSS:" && status >> size) return size;
+    if (word == line && status >> size) return size;
   }
   return 0;
 }
+
+/// The memory that a process has in use, in KiB; 0 when it cannot be told.
+inline long residentKiB(pid_t pid) { return memoryKiB(pid, "VmRSS:"); }
+/// The most that it has had in use.
+inline long peakKiB(pid_t pid) { return memoryKiB(pid, "VmHWM:"); }
 
 /// Expects that a process has not grown by more than this. Sanitizers hold freed memory back and emulators
 /// keep what they have translated, so there is nothing to judge then.

@@ -1,13 +1,11 @@
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "common/shared/wire_json.h"
 #include "simulator/refusal.h"
 #include "tests/common/test_client.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/json_text.h"
+#include "tests/simulator/raw_connection.h"
 #include "tests/support/zmtp.h"
 
 namespace {
@@ -17,6 +15,7 @@ using zel::test::ChildProcess;
 using zel::test::json;
 using zel::test::kReady;
 using zel::test::kSoon;
+using zel::test::RawConnection;
 using zel::test::startBoard;
 using zel::test::TestClient;
 namespace refusal = zel::sim::refusal;
@@ -130,30 +129,8 @@ TEST_F(RunningBoard, DropsARequestWithoutAnEnvelope) {
   EXPECT_EQ(json(client.receive().at(1))["status"], 0);  // the answer to the second
 }
 
-/// A connection of bytes, to one of the board's ports.
-class Connection {
- public:
-  explicit Connection(std::uint16_t port) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const timeval limit{1, 0};
-    setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  }
-  ~Connection() { close(descriptor_); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  zmtp::Stream stream() const { return zmtp::Stream(descriptor_); }
-
- private:
-  int descriptor_;
-};
-
 void sendOversizeFrame(std::uint16_t port, std::uint64_t size) {
-  const Connection connection(port);
+  const RawConnection connection(port);
   if (!zmtp::shakeHands(connection.stream(), port == 5556 ? "DEALER" : "SUB")) return;
   if (!connection.stream().write(zmtp::longFrameHeader(0, size))) return;
   const std::string piece(65536, 'x');
@@ -166,7 +143,7 @@ TEST_F(RunningBoard, OutlivesPeersThatAreNoClients) {
     for (const std::string& bytes :
          {std::string("GET / HTTP/1.1\r\nHost: board\r\n\r\n"), std::string(100000, '\0'), std::string(100000, '\xff'),
           zmtp::greeting(), zmtp::greeting() + std::string(1000, '\x7f')}) {
-      const Connection connection(port);
+      const RawConnection connection(port);
       connection.stream().write(bytes);
     }
     sendOversizeFrame(port, zel::kMaxFrameBytes + 1);
