@@ -54,3 +54,13 @@ function(zel_add_library name)
     target_link_options(${name} PRIVATE --coverage)
   endif()
 endfunction()
+
+# zel_add_room(LIBRARY [SOURCES file...] [HEADERS file...]): what the current folder adds to a library; the headers are
+# public.
+function(zel_add_room library)
+  cmake_parse_arguments(PARSE_ARGV 1 room "" "" "SOURCES;HEADERS")
+  target_sources(
+    ${library}
+    PRIVATE ${room_SOURCES}
+    PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${room_HEADERS})
+endfunction()

@@ -15,6 +15,7 @@
 #include "net/eth_ip_utils.h"
 #include "tests/net/host.h"
 #include "tests/support/private_network.h"
+#include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 
 namespace {
