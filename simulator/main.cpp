@@ -22,7 +22,7 @@ using zel::sim::Simulator;
 
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
-constexpr std::size_t kMostGrowth = std::size_t{64} << 20U;
+constexpr std::size_t kMostGrowth = std::size_t{32} << 20U;
 constexpr std::chrono::milliseconds kLongestEnd{500};
 
 Simulator* running = nullptr;

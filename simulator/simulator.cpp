@@ -31,7 +31,7 @@ constexpr int kShutdownMs = 200;  // for the answers that are on their way
 constexpr int kFlushMs = 5000;    // for those that have to arrive
 constexpr std::size_t kMostFrames = 16;
 constexpr std::size_t kMostWaitingRequests = 64;
-constexpr std::size_t kMostWaitingBytes = std::size_t{16} << 20U;
+constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
 constexpr std::chrono::milliseconds kTurn{10};  // then come new requests, timers and the end of the program
 
 std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
