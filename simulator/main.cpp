@@ -5,9 +5,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
-#include <future>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,15 +22,29 @@ using zel::sim::Simulator;
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 constexpr std::size_t kMostGrowth = std::size_t{32} << 20U;
-constexpr std::chrono::milliseconds kLongestEnd{500};
+constexpr long kLongestEndNs = 600'000'000;
 
 Simulator* running = nullptr;
 
-extern "C" void onSignal(int signal) { signal == SIGUSR1 ? running->reloadFaults() : running->stop(); }
+timer_t deadline;
+
+extern "C" void onSignal(int signal) {
+  if (signal == SIGUSR1) return running->reloadFaults();
+  const itimerspec end{{}, {0, kLongestEndNs}};
+  timer_settime(deadline, 0, &end, nullptr);
+  running->stop();
+}
+
+// ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing is lost with it: the store is
+// written before each answer.
+extern "C" void onDeadline(int) { std::_Exit(0); }
 
 void obeySignals(Simulator& simulator) {
   running = &simulator;
   struct sigaction action = {};
+  action.sa_handler = onDeadline;
+  sigaction(SIGALRM, &action, nullptr);
+  timer_create(CLOCK_MONOTONIC, nullptr, &deadline);  // sends SIGALRM
   action.sa_handler = onSignal;
   for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
 }
@@ -128,20 +141,16 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
 int serve(zel::sim::SimulatorOptions options) {
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // stays so: large frames leave no gaps in the heap behind
   const std::string model = BoardModelType::toText(options.board.model().model);
-  std::optional<Simulator> simulator(std::in_place, std::move(options));
-  obeySignals(*simulator);
-  if (const std::string why = simulator->open(); !why.empty()) return fail(kFailure, why);
+  Simulator simulator(std::move(options));
+  obeySignals(simulator);
+  if (const std::string why = simulator.open(); !why.empty()) return fail(kFailure, why);
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
   std::fflush(stdout);
   tellServiceManager("READY=1");
-  simulator->run();
+  simulator.run();
   tellServiceManager("STOPPING=1");
-  // ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing else is left to do then: the
-  // store was written with each change.
-  ignoreSignals();
-  const auto ended = std::async(std::launch::async, [&] { simulator.reset(); });
-  if (ended.wait_for(kLongestEnd) != std::future_status::ready) std::_Exit(0);
+  ignoreSignals();  // from here on there is nothing to stop
   return 0;
 }
 

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "common/wire_json.h"
+#include "common/shared/wire_json.h"
 #include "tests/common/test_client.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/json_text.h"
@@ -52,17 +52,6 @@ std::string manyMembers() {
   for (int number = 0; number < 60000; ++number) body += "\"" + std::to_string(1000000 + number) + "\":1,";
   body.back() = '}';
   return body;
-}
-
-std::string subscriptions(unsigned int connection, unsigned int turn) {
-  constexpr unsigned int kCount = 1000;
-  std::string frames;
-  for (unsigned int number = 0; number < kCount; ++number) {
-    const std::size_t hash =
-        std::hash<std::string>()(std::to_string(connection) + "/" + std::to_string(turn * kCount + number));
-    frames += zmtp::frame(0, "\1" + std::string(reinterpret_cast<const char*>(&hash), sizeof hash));
-  }
-  return frames;
 }
 
 struct FloodRow {
@@ -174,7 +163,6 @@ INSTANTIATE_TEST_SUITE_P(
                    for (int count = 0; count < 10000; ++count) bytes += zmtp::frame(zmtp::kMore, "x");
                    return bytes;
                  }},
-        FloodRow{"Subscriptions", kNotifications, subscriptions},
         FloodRow{"EndlessSubscription", kNotifications,
                  [](unsigned int, unsigned int) { return longFrame(zmtp::kMore, "\1" + std::string(1000000, 'x')); }},
         FloodRow{"LongTopics", kNotifications,
