@@ -19,7 +19,8 @@
 ///     }
 ///
 /// An item must not stay in the set when its socket is closed. A subscriber closes its socket when it is destroyed.
-/// Threads: one at a time, that of the subscribers whose items the set holds.
+/// Threads: one at a time, that of the subscribers whose items the set holds. A set that another thread polls while the
+/// process ends must not be in static storage, where it would be destroyed during the poll.
 class ZEL_EXPORT PollFds {
  public:
   /// Appends an item; the same socket may be there already.
