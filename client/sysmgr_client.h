@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include <chrono>
 #include <cstdint>
 #include <list>
 #include <string>
@@ -16,7 +17,9 @@
 
 namespace zel {
 struct CodeLocation;
-}
+template <class Value>
+struct Request;
+}  // namespace zel
 
 /// The request client of the system manager daemon in the API's own types: setters, device actions, queries and the
 /// multicast whitelist.
@@ -36,6 +39,10 @@ class ZEL_EXPORT SysMgrClient {
 
   /// As `ClientJsonApi::init`; the context is that of `ZmqUtils` as a rule.
   int init(zmq::context_t& context);
+
+  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and
+  /// negative values mean 5 s again.
+  void setTimeout(std::chrono::milliseconds timeout);
 
   /// As `ClientJsonApi::getLastErrorMessage`.
   int getLastErrorMessage(ErrorReport& report);
@@ -136,14 +143,12 @@ class ZEL_EXPORT SysMgrClient {
 
  private:
   using Query = int (SysMgrJsonClient::*)(Json::Value& reply);
-  using Command = int (SysMgrJsonClient::*)(Json::Value& request, Json::Value& reply);
 
-  int send(const zel::CodeLocation& here, Command command, Json::Value request);
-  int sendMember(const zel::CodeLocation& here, Command command, const char* key, Json::Value value);
+  int send(const zel::CodeLocation& here, zel::Request<void> request);
   template <class Row>
   int set(const zel::CodeLocation& here, const Row& row, const typename Row::Type& value);
-  int fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record);
-  int changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry);
+  template <class Value>
+  int fetch(const zel::CodeLocation& here, Query query, const zel::Request<Value>& request, Value& value);
 
   SysMgrJsonClient json_;
 };

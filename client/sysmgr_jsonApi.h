@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include <chrono>
 #include <string>
 
 #include "../common/client_json_api.h"
@@ -54,10 +55,16 @@ class ZEL_EXPORT SysMgrJsonClient : public ClientJsonApi {
   SysMgrJsonClient();
   ~SysMgrJsonClient() override;
 
-  /// The daemon's request endpoint: "tcp://127.0.0.1:5556".
+  /// The daemon's request endpoint: "tcp://127.0.0.1:5556", unless the program says otherwise (client/endpoints.h).
   std::string getIpcConnectAddress() override;
   /// As `SysMgrCommands::getCommandNameStr`.
   int getCommandDescription(unsigned int id, std::string& description) override;
+
+  /// The time-out of `setTimeout`. A derived class may say otherwise.
+  int getClientTimeout() override;
+  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and negative
+  /// values mean 5 s again.
+  void setTimeout(std::chrono::milliseconds timeout);
 
   int getStoredParameters(Json::Value& reply);
   int getDynamicParameters(Json::Value& reply);
@@ -83,6 +90,8 @@ class ZEL_EXPORT SysMgrJsonClient : public ClientJsonApi {
   int setIdentifyLeds(Json::Value& request, Json::Value& reply);
 
  private:
+  int timeout_ = 0;  ///< ms; 0: the default
+
   int exchange(SysMgrCommands::sysmgr_msg_t id, Json::Value& reply);
   int exchange(SysMgrCommands::sysmgr_msg_t id, const Json::Value& request, Json::Value& reply);
 };

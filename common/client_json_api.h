@@ -75,8 +75,7 @@ class ZEL_EXPORT ClientJsonApi {
 
  private:
   class Connection;
-  int fail(int code, unsigned int id, const std::string& what);
-  int refused(int status, unsigned int id, const Json::Value& reply);
+  std::string nameOf(unsigned int id);
 
   Connection* const connection_;
   ErrorReport lastError_;

@@ -31,6 +31,8 @@ constexpr int kNoAnswer = -103;
 constexpr int kBadAnswer = -104;
 /// The request cannot be written as JSON text within the limits: nothing was sent.
 constexpr int kBadRequest = -105;
+/// The request of an asynchronous client was cancelled before it was sent: it was not sent and never will be.
+constexpr int kCancelled = -106;
 
 /// A notification has not exactly two frames.
 constexpr int kBadNotificationFrames = -110;

@@ -102,20 +102,32 @@ SystemDefaultCfg::~SystemDefaultCfg() = default;
 int SystemDefaultCfg::init() {
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   if (const int failure = step(ZEL_HERE, client_.init(context), "zmq context initialized")) return failure;
-  if (const int failure = checked(ZEL_HERE, takeOffWaiting())) return failure;
+  const int waited = takeOffWaiting();
+  if (waited > 0) {
+    if (const int failure = checked(ZEL_HERE, renewConnection())) return failure;
+  }
+  if (const int failure = fetchAll(ZEL_HERE.signature)) return failure;
+  // A notification that has come since then may be older than what was fetched, and may be the first of many.
+  if (waited > 0 || !subscribersInitialized_ || !takeOne()) return kOk;
+  if (const int failure = checked(ZEL_HERE, renewConnection())) return failure;
+  return fetchAll(ZEL_HERE.signature);
+}
+
+/// @param init  the signature that the log lines show
+int SystemDefaultCfg::fetchAll(const char* init) {
   const int stored = converted([this] { return fetch(client_, &SysMgrClient::getStoredParameters, stored_); });
-  if (const int failure = step(ZEL_HERE, stored, "stored parameters retrieved")) return failure;
+  if (const int failure = step({init, __LINE__}, stored, "stored parameters retrieved")) return failure;
   const int dynamic = converted([this] { return fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_); });
-  if (const int failure = step(ZEL_HERE, dynamic, "dynamic parameters retrieved")) return failure;
+  if (const int failure = step({init, __LINE__}, dynamic, "dynamic parameters retrieved")) return failure;
   const int model = converted([this] { return fetch(client_, &SysMgrClient::getBoardModel, boardModel_); });
-  if (const int failure = step(ZEL_HERE, model, "board model retrieved")) return failure;
+  if (const int failure = step({init, __LINE__}, model, "board model retrieved")) return failure;
 
   Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg INITIALIZATION SUCCESS");
   initialized_ = true;
 
   std::list<WhiteListEntry> fetched;  // the client appends
   const int whitelist = converted([&] { return client_.getMcastWhitelist(fetched); });
-  if (const int failure = step(ZEL_HERE, whitelist, "whitelist entry retrieved")) return failure;
+  if (const int failure = step({init, __LINE__}, whitelist, "whitelist entry retrieved")) return failure;
   whitelist_.swap(fetched);
   return kOk;
 }
@@ -123,8 +135,9 @@ int SystemDefaultCfg::init() {
 /// Takes off the notifications that are older than what is fetched next. Where some wait, more of them may be on the
 /// way, in the publisher's queue and in the connection, and behind a full queue the newest are lost. Only a new
 /// connection is free of them.
+/// @return how many waited
 int SystemDefaultCfg::takeOffWaiting() {
-  if (!subscribersInitialized_) return kOk;
+  if (!subscribersInitialized_) return 0;
   constexpr int kQueue = 1000;  // what waits here at most
   int taken = 0;
   while (taken < kQueue && takeOne()) ++taken;
@@ -134,7 +147,7 @@ int SystemDefaultCfg::takeOffWaiting() {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     taken += takeOne();
   }
-  return taken > 0 ? renewConnection() : kOk;
+  return taken;
 }
 
 /// @return whether a notification waited

@@ -71,8 +71,9 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   /// After `initSubscribers` the notifications that wait are taken off first, so that none of them replaces what is
   /// fetched: up to 1000 as `processEvent` does. Where some waited, older ones may be on the way and newer ones lost:
   /// then the connection to the publisher is renewed, which takes some 30 ms and drops what is on the way (one line at
-  /// level 6). The subscriptions and the poll item stay. A notification that does not convert is logged at level 6 and
-  /// dropped.
+  /// level 6). Where the first one comes during the fetch, the connection is renewed behind it and everything is
+  /// fetched once more. The subscriptions and the poll item stay. A notification that does not convert is logged at
+  /// level 6 and dropped.
   ///
   /// JsonCpp's exceptions (a value that does not convert) leave this call: what was fetched before is kept.
   ///
@@ -178,6 +179,7 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   SystemDefaultCfg();
   static SystemDefaultCfg* make();
   int takeOffWaiting();
+  int fetchAll(const char* init);
   bool takeOne();
   template <class Fetch>
   int converted(Fetch fetch);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 
+#include "client/endpoints.h"
 #include "common/shared/failed_check.h"
 #include "common/shared/json_form.h"
 #include "common/shared/recycled.h"
@@ -60,12 +61,12 @@ int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { r
 
 int SysmgrSubscriber::init(zmq::context_t& context) {
   Client client = makeClient(context);
-  const int result = client->connect(SysmgrPublisher::kEndpoint);
+  const int result = client->connect(zel::notificationEndpoint());
   client_ = client.release();  // an earlier one stays as it is
   return checked(ZEL_HERE, result);
 }
 
-int SysmgrSubscriber::renewConnection() { return client_->connect(SysmgrPublisher::kEndpoint); }
+int SysmgrSubscriber::renewConnection() { return client_->connect(zel::notificationEndpoint()); }
 
 int SysmgrSubscriber::subscribe(SysmgrPublisher::sysmgr_notifications_t notification) {
   if (client_ == nullptr) return notInitialized(zel::status::kSubscriberNotInitialized);

@@ -16,7 +16,7 @@ class SubscribeJsonClient;
 /// The daemon's notifications, as it publishes them.
 class ZEL_EXPORT SysmgrPublisher {
  public:
-  /// The daemon's publish endpoint.
+  /// The daemon's publish endpoint, unless the program says otherwise (client/endpoints.h).
   static constexpr const char* kEndpoint = "tcp://127.0.0.1:5575";
 
   /// The kinds of notifications. The daemon's protocol fixes the values.

@@ -1,23 +1,26 @@
 #include "client/sysmgr_client.h"
 
-#include <utility>
-
-#include "client/commands.h"
+#include "client/requests.h"
 #include "common/shared/failed_check.h"
-#include "common/shared/json_form.h"
 #include "types/settings.h"
 
+namespace requests = zel::requests;
 namespace settings = zel::settings;
 using zel::checked;
 
 namespace {
 
-/// JsonCpp keeps a pointer to such a key instead of a copy; ours are all literals.
-Json::StaticString literal(const char* key) { return Json::StaticString(key); }
-
-/// The member of a query's answer that its record is read from.
-template <SysMgrCommands::sysmgr_msg_t id>
-constexpr const char* payload = zel::findCommand(id)->payload;
+/// The JSON operation of a command that changes something.
+auto operationOf(SysMgrCommands::sysmgr_msg_t command) {
+  using Operation = int (SysMgrJsonClient::*)(Json::Value & request, Json::Value & reply);
+  switch (command) {
+    case SysMgrCommands::SYSMGR_SET_IDENTIFY_LEDS: return Operation{&SysMgrJsonClient::setIdentifyLeds};
+    case SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST: return Operation{&SysMgrJsonClient::addMcastWhitelist};
+    case SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST: return Operation{&SysMgrJsonClient::removeMcastWhitelist};
+    case SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST: return Operation{&SysMgrJsonClient::enableMcastWhitelist};
+    default: return Operation{&SysMgrJsonClient::setSysMgrParameter};
+  }
+}
 
 /// The text up to its first NUL.
 const char* untilNul(const std::string& text) { return text.c_str(); }
@@ -38,32 +41,26 @@ SysMgrClient::~SysMgrClient() = default;
 
 int SysMgrClient::init(zmq::context_t& context) { return json_.init(context); }
 
+void SysMgrClient::setTimeout(std::chrono::milliseconds timeout) { json_.setTimeout(timeout); }
+
 int SysMgrClient::getLastErrorMessage(ErrorReport& report) { return json_.getLastErrorMessage(report); }
 
-int SysMgrClient::send(const zel::CodeLocation& here, Command command, Json::Value request) {
+int SysMgrClient::send(const zel::CodeLocation& here, zel::Request<void> request) {
   Json::Value reply;
-  return checked(here, (json_.*command)(request, reply));
-}
-
-int SysMgrClient::sendMember(const zel::CodeLocation& here, Command command, const char* key, Json::Value value) {
-  Json::Value request;
-  request[literal(key)] = std::move(value);
-  return send(here, command, std::move(request));
+  return checked(here, (json_.*operationOf(request.command))(request.body, reply));
 }
 
 template <class Row>
 int SysMgrClient::set(const zel::CodeLocation& here, const Row& row, const typename Row::Type& value) {
-  const bool identify = row.route == zel::SettingRow::Route::kIdentify;
-  const Command command = identify ? &SysMgrJsonClient::setIdentifyLeds : &SysMgrJsonClient::setSysMgrParameter;
-  return sendMember(here, command, row.key, row.toJson(value));
+  return send(here, requests::set(row, value));
 }
 
-int SysMgrClient::fetch(const zel::CodeLocation& here, Query query, const char* member, IJsonSerializable& record) {
+template <class Value>
+int SysMgrClient::fetch(const zel::CodeLocation& here, Query query, const zel::Request<Value>& request, Value& value) {
   Json::Value reply;
   const int result = checked(here, (json_.*query)(reply));
-  if (result < 0) return result;
-  record.Deserialize(reply[literal(member)]);
-  return 0;
+  if (result >= 0) request.read(reply, value);
+  return result;
 }
 
 // Setters: the rows of the table of settings have the keys and the JSON types.
@@ -110,16 +107,14 @@ int SysMgrClient::setPauseStreamsPtpFail(bool enable) { return set(ZEL_HERE, set
 
 int SysMgrClient::setIdentifyLeds(bool enable) { return set(ZEL_HERE, settings::kIdentifyEnable, enable); }
 
-int SysMgrClient::addEthIPv4Cfg(EthIpV4Cfg& config) { return set(ZEL_HERE, settings::kAddInterface, config); }
+int SysMgrClient::addEthIPv4Cfg(EthIpV4Cfg& config) { return send(ZEL_HERE, requests::addInterface(config)); }
 
 int SysMgrClient::remEthIPv4Cfg(const std::string& name) {
-  return set(ZEL_HERE, settings::kRemoveInterface, untilNul(name));
+  return send(ZEL_HERE, requests::removeInterface(untilNul(name)));
 }
 
 int SysMgrClient::setNmosParameters(const NmosParameters& parameters) {
-  Json::Value request;
-  parameters.Serialize(request);  // writes its own key at the top level
-  return send(ZEL_HERE, &SysMgrJsonClient::setSysMgrParameter, std::move(request));
+  return set(ZEL_HERE, settings::kNmos, parameters);
 }
 
 int SysMgrClient::setVideoTiming(VideoTimingParameters& timing) {
@@ -143,47 +138,36 @@ int SysMgrClient::rebootDevice() {
 }
 
 int SysMgrClient::setModuleState(const std::string& module, bool error, bool warn) {
-  Json::Value request;
-  Json::Value& state = request[module];
-  state["error"] = error;
-  state["warn"] = warn;
-  return checked(ZEL_HERE, json_.setModuleState(request));
+  zel::Request<void> request = requests::setModuleState(module, error, warn);
+  return checked(ZEL_HERE, json_.setModuleState(request.body));
 }
 
 // Queries
 
 int SysMgrClient::getStoredParameters(SysParameters& parameters) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getStoredParameters, payload<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS>,
-               parameters);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getStoredParameters, requests::storedParameters(), parameters);
 }
 
 int SysMgrClient::getDynamicParameters(SysParametersDynamic& parameters) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getDynamicParameters,
-               payload<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS>, parameters);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getDynamicParameters, requests::dynamicParameters(), parameters);
 }
 
 int SysMgrClient::getSystemInfo(SystemBasicInfo& info) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getSystemInfo, payload<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO>, info);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getSystemInfo, requests::systemInfo(), info);
 }
 
 int SysMgrClient::getBoardModel(BoardModel& model) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getBoardModel, payload<SysMgrCommands::SYSMGR_GET_BOARD_MODEL>, model);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getBoardModel, requests::boardModel(), model);
 }
 
 int SysMgrClient::getNetworkStackStatus(NetworkStackStatus& status) {
-  return fetch(ZEL_HERE, &SysMgrJsonClient::getNetworkStackStatus,
-               payload<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS>, status);
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getNetworkStackStatus, requests::networkStackStatus(), status);
 }
 
 // Multicast whitelist
 
 int SysMgrClient::getMcastWhitelist(std::list<WhiteListEntry>& entries) {
-  Json::Value reply;
-  const int result = checked(ZEL_HERE, json_.getMcastWhitelist(reply));
-  if (result < 0) return result;
-
-  zel::appendRecords(reply[literal(payload<SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST>)], entries);
-  return 0;
+  return fetch(ZEL_HERE, &SysMgrJsonClient::getMcastWhitelist, requests::mcastWhitelist(), entries);
 }
 
 int SysMgrClient::addMcastWhitelist(std::string ip, std::string mask, bool enable) {
@@ -191,23 +175,17 @@ int SysMgrClient::addMcastWhitelist(std::string ip, std::string mask, bool enabl
               zel::plainSignature(ZEL_HERE.signature).c_str(), ip.c_str(), mask.c_str());
   WhiteListEntry entry = whiteListEntry(ip, mask);
   entry.enable(enable);
-  return changeWhitelist(ZEL_HERE, &SysMgrJsonClient::addMcastWhitelist, entry);
+  return send(ZEL_HERE, requests::addMcastWhitelist(entry));
 }
 
 int SysMgrClient::removeMcastWhitelist(std::string ip, std::string mask) {
-  return changeWhitelist(ZEL_HERE, &SysMgrJsonClient::removeMcastWhitelist, whiteListEntry(ip, mask));
+  return send(ZEL_HERE, requests::removeMcastWhitelist(whiteListEntry(ip, mask)));
 }
 
 int SysMgrClient::enableMcastWhitelist(std::string ip, std::string mask, bool enable) {
   WhiteListEntry entry = whiteListEntry(ip, mask);
   entry.enable(enable);
-  return changeWhitelist(ZEL_HERE, &SysMgrJsonClient::enableMcastWhitelist, entry);
-}
-
-int SysMgrClient::changeWhitelist(const zel::CodeLocation& here, Command command, const WhiteListEntry& entry) {
-  Json::Value request;
-  entry.Serialize(request[zel::kWhitelistMember][0]);
-  return send(here, command, std::move(request));
+  return send(ZEL_HERE, requests::enableMcastWhitelist(entry));
 }
 
 // NOLINTEND(performance-unnecessary-value-param)

@@ -1,8 +1,11 @@
 #include "client/sysmgr_jsonApi.h"
 
+#include <algorithm>
 #include <iterator>
+#include <limits>
 
 #include "client/commands.h"
+#include "client/endpoints.h"
 #include "common/ipc_msg.h"
 #include "common/shared/failed_check.h"
 
@@ -21,10 +24,17 @@ int SysMgrCommands::getCommandNameStr(sysmgr_msg_t id, std::string& name) {
 SysMgrJsonClient::SysMgrJsonClient() = default;
 SysMgrJsonClient::~SysMgrJsonClient() = default;
 
-std::string SysMgrJsonClient::getIpcConnectAddress() { return "tcp://127.0.0.1:5556"; }
+std::string SysMgrJsonClient::getIpcConnectAddress() { return zel::requestEndpoint(); }
 
 int SysMgrJsonClient::getCommandDescription(unsigned int id, std::string& description) {
   return SysMgrCommands::getCommandNameStr(static_cast<SysMgrCommands::sysmgr_msg_t>(id), description);
+}
+
+int SysMgrJsonClient::getClientTimeout() { return timeout_ > 0 ? timeout_ : ClientJsonApi::getClientTimeout(); }
+
+void SysMgrJsonClient::setTimeout(std::chrono::milliseconds timeout) {
+  constexpr std::chrono::milliseconds kLongest{std::numeric_limits<int>::max()};
+  timeout_ = static_cast<int>(std::clamp(timeout, std::chrono::milliseconds(0), kLongest).count());
 }
 
 int SysMgrJsonClient::exchange(SysMgrCommands::sysmgr_msg_t id, Json::Value& reply) {

@@ -12,6 +12,7 @@
 #include "common/logger.h"
 #include "common/shared/context_mark.h"
 #include "common/shared/singleton.h"
+#include "common/shared/socket_owner.h"
 
 namespace {
 
@@ -37,8 +38,8 @@ void destroyContext(zmq::context_t& context) {
   }
 }
 
-/// A client without a daemon. Its `init` registers the exit handler that closes the sockets of all clients and
-/// subscribers of the context, and then fails, since the address is not valid.
+/// A client without a daemon. Its `init` registers the exit handler of libzelCommonTypes, which closes the sockets of
+/// all its clients and subscribers on the context, and then fails, since the address is not valid.
 class NobodysClient final : public ClientJsonApi {
   std::string getIpcConnectAddress() override { return ""; }
 };
@@ -51,12 +52,14 @@ std::atomic<ZmqUtils*> instance{nullptr};
 
 ZmqUtils& ZmqUtils::getInstance() { return singleton.get(make); }
 
-// Exit handlers run in the reverse order of their registration: the one that closes the sockets is registered behind
-// the one that destroys the context, and both before the destructor of any static object that is made later.
+// Exit handlers run in the reverse order of their registration: the two that close the sockets, one of each library,
+// are registered behind the one that destroys the context, and both before the destructor of any static object that is
+// made later.
 ZmqUtils* ZmqUtils::make() {
   std::unique_ptr<ZmqUtils> made(new ZmqUtils);
   std::atexit(closeAtExit);
   NobodysClient().init(made->context_);
+  zel::SocketOwner::closeAtExit(made->context_);
   instance = made.get();
   return made.release();
 }
@@ -76,7 +79,7 @@ void ZmqUtils::resetContext() {
   Logger::log(Logger::LEVEL_LIFECYCLE, "ZmqUtils: reseting ZMQ Context ...");
   destroyContext(context_);
   context_ = makeContext();
-  zel::mark(context_);  // the exit handler of the context before it serves this one, too
+  zel::markForAll(context_);  // the exit handlers of the context before it serve this one, too
   contextOwner = getpid();
 }
 

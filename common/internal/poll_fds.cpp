@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "common/internal/socket_owner.h"
+#include "common/shared/socket_owner.h"
 
 namespace {
 

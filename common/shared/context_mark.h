@@ -3,20 +3,25 @@
 #include <climits>
 #include <zmq.hpp>
 
-// Header-only, so that the API's library needs nothing of libzelCommonTypes for it.
+#include "common/shared/library_bit.h"
 
 namespace zel {
 
-/// Whether an exit handler for the context is registered, see `SocketOwner`. The address of a context does not tell: a
-/// context may be destroyed and another be made at the same address. So the context itself carries the mark: an option
-/// that libzmq 4.3.4 keeps and does not use.
-inline bool isMarked(zmq::context_t& context) { return zmq_ctx_get(context.handle(), ZMQ_MAX_MSGSZ) == INT_MAX - 1; }
+/// Whether this library has registered an exit handler for the context, see `SocketOwner`. The address of a context
+/// does not tell: a context may be destroyed and another be made at the same address. So the context itself carries the
+/// marks, one bit for each library: an option that libzmq 4.3.4 keeps and does not use.
+inline bool isMarked(zmq::context_t& context) {
+  const int value = zmq_ctx_get(context.handle(), ZMQ_MAX_MSGSZ);
+  return value >= INT_MAX - 3 && (value & kLibraryBit) == 0;
+}
 
 /// Marks the context, unless the application has set the option.
 inline void mark(zmq::context_t& context) {
-  if (zmq_ctx_get(context.handle(), ZMQ_MAX_MSGSZ) == INT_MAX) {
-    zmq_ctx_set(context.handle(), ZMQ_MAX_MSGSZ, INT_MAX - 1);
-  }
+  const int value = zmq_ctx_get(context.handle(), ZMQ_MAX_MSGSZ);
+  if (value >= INT_MAX - 3) zmq_ctx_set(context.handle(), ZMQ_MAX_MSGSZ, value & ~kLibraryBit);
 }
+
+/// Marks a context for every library: the handlers of the context before it at the same address serve it, too.
+inline void markForAll(zmq::context_t& context) { zmq_ctx_set(context.handle(), ZMQ_MAX_MSGSZ, INT_MAX - 3); }
 
 }  // namespace zel

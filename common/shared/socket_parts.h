@@ -74,6 +74,14 @@ inline int eventsOf(void* socket) {
   return despiteSignals(ask) == 0 ? events : -1;
 }
 
+/// The descriptor that is readable when there is something to do for the socket: ZMQ_FD. Negative: there is no socket.
+inline int descriptorOf(void* socket) {
+  int descriptor = -1;
+  std::size_t size = sizeof descriptor;
+  if (socket != nullptr) zmq_getsockopt(socket, ZMQ_FD, &descriptor, &size);
+  return descriptor;
+}
+
 /// Whether the operation that failed may succeed when it is tried again after a wait.
 bool mayTryAgain();
 

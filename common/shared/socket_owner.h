@@ -70,6 +70,9 @@ class SocketOwner {
     Refusal refusal_;
   };
 
+  /// Registers the exit handler of a context before its first owner attaches.
+  static void closeAtExit(zmq::context_t& context);
+
   /// Whether this thread ends the process: it runs the exit handlers and destroys the static objects.
   static bool isExitThread();
 
@@ -109,6 +112,7 @@ class SocketOwner {
     kEnded,
   };
 
+  static void registerHandler(zmq::context_t& context);
   static void endContext(void* context);
   Refusal begin();
   void leave();

@@ -1,4 +1,4 @@
-#include "common/internal/socket_owner.h"
+#include "common/shared/socket_owner.h"
 
 #include <cxxabi.h>
 #include <sys/eventfd.h>
@@ -66,6 +66,17 @@ bool SocketOwner::isExitThread() {
   return registry().exitThread == std::this_thread::get_id();
 }
 
+void SocketOwner::closeAtExit(zmq::context_t& context) {
+  const ProcessLock lock(processMutex());
+  if (!isMarked(context)) registerHandler(context);
+}
+
+void SocketOwner::registerHandler(zmq::context_t& context) {
+  registry().endedContexts[&context] = false;
+  abi::__cxa_atexit(endContext, &context, &__dso_handle);
+  mark(context);
+}
+
 bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
   const bool ended = registry().hasEnded(context);
@@ -77,11 +88,7 @@ bool SocketOwner::attach(zmq::context_t& context) {
     openSockets_ = 0;
   }
   registry().owners.insert(this);
-  if (ended || !isMarked(context)) {
-    registry().endedContexts[&context] = false;
-    abi::__cxa_atexit(endContext, &context, &__dso_handle);
-    mark(context);
-  }
+  if (ended || !isMarked(context)) registerHandler(context);
   context_ = &context;
   process_ = getpid();
   state_ = State::kUsable;

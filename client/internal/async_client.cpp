@@ -1,0 +1,314 @@
+#include "client/async_client.h"
+
+#include <sys/epoll.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "common/shared/recycled.h"
+#include "common/shared/request_connection.h"
+#include "common/shared/wake_up.h"
+
+namespace zel {
+
+namespace {
+
+/// How many completions one call of `process` runs at most.
+constexpr std::size_t kShare = 32;
+
+std::string nameOf(SysMgrCommands::sysmgr_msg_t command) {
+  std::string name;
+  SysMgrCommands::getCommandNameStr(command, name);
+  return name;
+}
+
+}  // namespace
+
+/// The requests that wait, the connection that carries out the first of them, and the ends that are not told yet.
+class AsyncClient::State final : public RequestConnection {
+ public:
+  State(zmq::context_t& context, const std::string& endpoint) { openLater(context, endpoint); }
+  ~State() override { retire(); }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  static void* operator new(std::size_t) { return Recycled<State>::take(); }
+  static void operator delete(void* memory) { Recycled<State>::giveBack(memory); }
+
+  /// Ends the client. A completion may do so inside `process`, which deletes the object when it is over.
+  void destroy() {
+    retire();
+    if (turn_ == nullptr) {
+      delete this;
+    } else {
+      orphaned_ = true;
+    }
+  }
+
+  Id append(SysMgrCommands::sysmgr_msg_t command, const Json::Value& body, Complete complete,
+            std::chrono::milliseconds timeout) {
+    const Use use(*this);
+    if (mayNotWork(use)) return 0;
+    if (timeout <= std::chrono::milliseconds::zero()) timeout = kDefaultTimeout;
+    const Id id = ++lastId_;
+    Waiting request{command, std::to_string(command), {}, timeout, Clock::now() + timeout, std::move(complete)};
+    if (!use) {
+      end(request, report::notInitialized(nameOf(command), refusalText(use)));
+    } else if (const std::string why = writeBody(body, request.body); !why.empty()) {
+      end(request, report::badRequest(nameOf(command), why));
+    } else {
+      deadlines_.emplace(request.deadline, id);
+      waiting_.emplace(id, std::move(request));
+      if (turn_ == nullptr && waiting_.size() == 1) advance();
+    }
+    if (turn_ == nullptr) setWakeUp();
+    return id;
+  }
+
+  bool cancel(Id id) {
+    const Use use(*this);
+    const auto found = waiting_.find(id);
+    if (!use || found == waiting_.end() || !found->second.complete) return false;
+    Waiting& request = found->second;
+    if (isSent(id)) {
+      end(request, report::cancelledWhenSent(nameOf(request.command), address()));
+    } else {
+      end(request, report::cancelled(nameOf(request.command)));
+      forget(id);
+    }
+    if (turn_ == nullptr) setWakeUp();
+    return true;
+  }
+
+  std::size_t process() {
+    Turn turn(*this);
+    if (!turn.mayWork()) return 0;
+    std::size_t run = 0;
+    do {
+      if (turn.isConnected()) {
+        work();
+      } else {
+        endAll();
+      }
+      for (; !due_.empty() && run < kShare && !orphaned_; ++run) runNext();
+    } while (run < kShare && !orphaned_ && advanced_);
+    return run;
+  }
+
+  std::size_t pending() const { return waiting_.size() - (isGivenUp() ? 1 : 0) + due_.size(); }
+  int descriptor() const { return wakeUp_.descriptor(); }
+
+ private:
+  struct Waiting {
+    SysMgrCommands::sysmgr_msg_t command;
+    std::string id;
+    std::string body;
+    std::chrono::milliseconds timeout;
+    Clock::time_point deadline;
+    Complete complete;  ///< empty: cancelled after it was sent
+  };
+  struct Due {
+    Complete complete;
+    Ending ending;
+  };
+  using Queue = std::map<Id, Waiting>;  // the ids count up, so the order is that of submission
+
+  /// One call of `process`.
+  class Turn {
+   public:
+    explicit Turn(State& state) : state_(state), use_(std::in_place, state) {
+      works_ = !state.mayNotWork(*use_) && state.turn_ == nullptr;
+      if (works_) state.turn_ = this;
+    }
+    ~Turn() {
+      if (!works_) return;
+      state_.turn_ = nullptr;
+      if (!state_.orphaned_) state_.setWakeUp();
+      const bool orphaned = state_.orphaned_;
+      use_.reset();
+      if (orphaned) delete &state_;
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    bool mayWork() const { return works_; }
+    bool isConnected() const { return bool(*use_); }
+
+   private:
+    State& state_;
+    std::optional<Use> use_;
+    bool works_;
+  };
+
+  /// Whether the object must be left alone: it belongs to the parent process, or to the thread that ends this one.
+  static bool mayNotWork(const Use& use) {
+    return use.refusal() == Refusal::kForked || (use.refusal() == Refusal::kEnding && !isExitThread());
+  }
+
+  bool isSent(Id id) const { return sent_ && waiting_.begin()->first == id; }
+  bool isGivenUp() const { return sent_ && !waiting_.begin()->second.complete; }
+
+  /// Does what can be done without a wait for the request that is first, and ends those whose time is over.
+  void work() {
+    wakeUp_.settle();
+    advanced_ = false;
+    while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) endLate(deadlines_.begin()->second);
+    if (waiting_.empty() && socket() != nullptr) eventsOf(socket());  // lets libzmq process what its descriptor tells
+    advance();
+  }
+
+  /// Sends the first request, or takes its answer. @post `advanced_` if it has ended
+  void advance() {
+    if (waiting_.empty()) return;
+    const Id id = waiting_.begin()->first;
+    Waiting& request = waiting_.begin()->second;
+    if (!sent_ && !send(id, request)) return;
+    Frame answer;
+    if (!receive(answer)) return;
+    Json::Value reply;
+    if (const std::string why = read(answer, reply); !why.empty()) {
+      end(request, report::badAnswer(nameOf(request.command), why));
+      closeSockets();
+    } else if (statusOf(reply) < 0) {
+      end(request, report::refused(nameOf(request.command), reply));
+      closeSockets();
+    } else {
+      end(request, {}, std::move(reply));
+    }
+    forget(id);
+  }
+
+  /// @return whether the request is sent
+  bool send(Id id, Waiting& request) {
+    if (!sending_) sending_.emplace(*this, request.id, request.body, request.deadline);
+    Sending::State state = sending_->step();
+    if (state == Sending::State::kWaiting && (eventsOf(socket()) & ZMQ_POLLOUT) != 0) state = sending_->step();
+    switch (state) {
+      case Sending::State::kWaiting: return false;
+      case Sending::State::kSent:
+        sending_.reset();
+        sent_ = true;
+        return true;
+      case Sending::State::kCannotConnect:
+        end(request, report::cannotConnect(nameOf(request.command), address(), sending_->why()));
+        break;
+      case Sending::State::kNotSent: end(request, notSent(request)); break;
+    }
+    closeSockets();
+    forget(id);
+    return false;
+  }
+
+  void endLate(Id id) {
+    Waiting& request = waiting_.find(id)->second;
+    const bool sent = isSent(id);
+    if (sent || (sending_ && waiting_.begin()->first == id)) closeSockets();
+    end(request, sent ? report::noAnswer(nameOf(request.command), address(), request.timeout) : notSent(request));
+    forget(id);
+  }
+
+  /// Ends all requests when the process is at its end.
+  void endAll() {
+    advanced_ = false;
+    while (!waiting_.empty()) {
+      const Id id = waiting_.begin()->first;
+      Waiting& request = waiting_.begin()->second;
+      const std::string name = nameOf(request.command);
+      end(request, isSent(id) ? report::noAnswer(name, address(), request.timeout)
+                              : report::notInitialized(name, "the process is ending."));
+      forget(id);
+    }
+  }
+
+  ErrorReport notSent(const Waiting& request) const {
+    return report::notSent(nameOf(request.command), address(), request.timeout);
+  }
+
+  /// Has the completion run by `process`, unless it has run already.
+  void end(Waiting& request, const ErrorReport& report, Json::Value reply = {}) {
+    advanced_ = true;
+    if (!request.complete) return;
+    due_.push_back({std::move(request.complete), {request.command, report.code, report.text, std::move(reply)}});
+    request.complete = nullptr;
+  }
+
+  /// Takes a request off the queue.
+  void forget(Id id) {
+    const auto found = waiting_.find(id);
+    if (found == waiting_.begin()) {
+      if (sending_ && sending_->hasBegun()) closeSockets();
+      sending_.reset();
+      sent_ = false;
+    }
+    deadlines_.erase({found->second.deadline, id});
+    waiting_.erase(found);
+  }
+
+  void runNext() {
+    Due due = std::move(due_.front());
+    due_.pop_front();
+    due.complete(due.ending);
+  }
+
+  /// Sets the descriptor to when the next call of `process` has something to do.
+  void setWakeUp() {
+    if (socket() != watched_) {
+      watched_ = socket();
+      wakeUp_.watch(watchedDescriptor_ = descriptorOf(watched_), EPOLLIN);
+    }
+    if (!due_.empty() || (!waiting_.empty() && !sent_ && !sending_)) return wakeUp_.now();
+    if (sending_) wakeUp_.at(sending_->wakeUp());
+    if (!deadlines_.empty()) wakeUp_.at(deadlines_.begin()->first);
+  }
+
+  void closeSockets() noexcept override {
+    if (watched_ != nullptr) wakeUp_.forget(watchedDescriptor_);
+    watched_ = nullptr;
+    RequestConnection::closeSockets();
+  }
+
+  WakeUp wakeUp_;
+  void* watched_ = nullptr;  ///< the socket whose descriptor `wakeUp_` watches
+  int watchedDescriptor_ = -1;
+  Id lastId_ = 0;
+  Queue waiting_;
+  std::set<std::pair<Clock::time_point, Id>> deadlines_;
+  std::optional<Sending> sending_;  ///< of the first request, until it is sent
+  bool sent_ = false;               ///< the first request is sent and not answered
+  bool advanced_ = false;           ///< a request has ended since it was reset
+  std::deque<Due> due_;             ///< in the order of the ends
+  Turn* turn_ = nullptr;            ///< the call of `process` that runs
+  bool orphaned_ = false;           ///< a completion has destroyed the client
+};
+
+AsyncClient::AsyncClient(zmq::context_t& context, const std::string& endpoint)
+    : state_(new State(context, endpoint)) {}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): recycled memory
+
+AsyncClient::~AsyncClient() { state_->destroy(); }
+
+AsyncClient::Id AsyncClient::append(SysMgrCommands::sysmgr_msg_t command, const Json::Value& body, Complete complete,
+                                    std::chrono::milliseconds timeout) {
+  return state_->append(command, body, std::move(complete), timeout);
+}
+
+void AsyncClient::readAnswer(Ending& ending, const std::function<void()>& read) {
+  if (ending.status < 0) return;
+  try {
+    read();
+  } catch (const Json::Exception& wrongType) {
+    const ErrorReport report = report::badAnswer(nameOf(ending.command), wrongType.what());
+    ending.status = report.code;
+    ending.text = report.text;
+  }
+}
+
+bool AsyncClient::cancel(Id id) { return state_->cancel(id); }
+
+int AsyncClient::descriptor() const { return state_->descriptor(); }
+
+std::size_t AsyncClient::process() { return state_->process(); }
+
+std::size_t AsyncClient::pending() const { return state_->pending(); }
+
+}  // namespace zel

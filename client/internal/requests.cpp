@@ -1,0 +1,104 @@
+#include "client/requests.h"
+
+#include "client/commands.h"
+#include "common/shared/json_form.h"
+
+namespace zel::requests {
+
+namespace {
+
+using Command = SysMgrCommands::sysmgr_msg_t;
+
+/// The member of a query's answer that its value is read from.
+template <Command command>
+Json::StaticString payload() {
+  return Json::StaticString(findCommand(command)->payload);
+}
+
+/// A query whose answer has a member that the record is read from.
+template <Command command, class Record>
+Request<Record> query() {
+  return {command, {}, [](Json::Value& answer, Record& record) { record.Deserialize(answer[payload<command>()]); }};
+}
+
+void readWhole(Json::Value& answer, Json::Value& value) { value = answer; }
+
+Request<void> changeWhitelist(Command command, const WhiteListEntry& entry) {
+  Request<void> request{command, {}};
+  entry.Serialize(request.body[Json::StaticString(kWhitelistMember)][0]);
+  return request;
+}
+
+}  // namespace
+
+Request<void> addInterface(const EthIpV4Cfg& configuration) {
+  Request<void> request{SysMgrCommands::SYSMGR_SET_PARAMETER, {}};
+  request.body[Json::StaticString(settings::kAddInterface.key)] = settings::kAddInterface.toJson(configuration);
+  return request;
+}
+
+Request<void> removeInterface(const std::string& name) {
+  Request<void> request{SysMgrCommands::SYSMGR_SET_PARAMETER, {}};
+  request.body[Json::StaticString(settings::kRemoveInterface.key)] = name;
+  return request;
+}
+
+Request<void> factoryReset() { return {SysMgrCommands::SYSMGR_FACTORY_RESET, {}}; }
+
+Request<void> rebootDevice() { return {SysMgrCommands::SYSMGR_REBOOT_DEVICE, {}}; }
+
+Request<void> setModuleState(const std::string& module, bool error, bool warn) {
+  Request<void> request{SysMgrCommands::SYSMGR_SET_MODULE_STATE, {}};
+  Json::Value& state = request.body[module];
+  state["error"] = error;
+  state["warn"] = warn;
+  return request;
+}
+
+Request<void> setGpioConfiguration(const Json::Value& lines) {
+  return {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, lines};
+}
+
+Request<SysParameters> storedParameters() {
+  return query<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, SysParameters>();
+}
+
+Request<SysParametersDynamic> dynamicParameters() {
+  return query<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, SysParametersDynamic>();
+}
+
+Request<SystemBasicInfo> systemInfo() { return query<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, SystemBasicInfo>(); }
+
+Request<BoardModel> boardModel() { return query<SysMgrCommands::SYSMGR_GET_BOARD_MODEL, BoardModel>(); }
+
+Request<NetworkStackStatus> networkStackStatus() {
+  return query<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, NetworkStackStatus>();
+}
+
+Request<Json::Value> internalDebugInfo() { return {SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO, {}, readWhole}; }
+
+Request<Json::Value> gpioConfiguration(const Json::Value& lines) {
+  return {SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION, lines, readWhole};
+}
+
+Request<std::list<WhiteListEntry>> mcastWhitelist() {
+  constexpr Command kCommand = SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST;
+  const auto read = [](Json::Value& answer, std::list<WhiteListEntry>& entries) {
+    appendRecords(answer[payload<kCommand>()], entries);
+  };
+  return {kCommand, {}, read};
+}
+
+Request<void> addMcastWhitelist(const WhiteListEntry& entry) {
+  return changeWhitelist(SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST, entry);
+}
+
+Request<void> removeMcastWhitelist(const WhiteListEntry& entry) {
+  return changeWhitelist(SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST, entry);
+}
+
+Request<void> enableMcastWhitelist(const WhiteListEntry& entry) {
+  return changeWhitelist(SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST, entry);
+}
+
+}  // namespace zel::requests

@@ -1,0 +1,3 @@
+#include "common/shared/library_bit.h"
+
+const int zel::kLibraryBit = 1;
