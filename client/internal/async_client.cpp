@@ -181,7 +181,10 @@ class AsyncClient::State final : public RequestConnection {
 
   /// @return whether the request is sent
   bool send(Id id, Waiting& request) {
-    if (!sending_) sending_.emplace(*this, request.id, request.body, request.deadline);
+    if (!sending_) {
+      if (socket() != nullptr) eventsOf(socket());  // libzmq takes note of a connection that has ended meanwhile
+      sending_.emplace(*this, request.id, request.body, request.deadline);
+    }
     Sending::State state = sending_->step();
     if (state == Sending::State::kWaiting && (eventsOf(socket()) & ZMQ_POLLOUT) != 0) state = sending_->step();
     switch (state) {
