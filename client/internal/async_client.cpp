@@ -40,7 +40,7 @@ class AsyncClient::State final : public RequestConnection {
   /// Ends the client. A completion may do so inside `process`, which deletes the object when it is over.
   void destroy() {
     retire();
-    if (turn_ == nullptr) {
+    if (!isProcessing_) {
       delete this;
     } else {
       orphaned_ = true;
@@ -61,9 +61,9 @@ class AsyncClient::State final : public RequestConnection {
     } else {
       deadlines_.emplace(request.deadline, id);
       waiting_.emplace(id, std::move(request));
-      if (turn_ == nullptr && waiting_.size() == 1) advance();
+      if (!isProcessing_ && waiting_.size() == 1) advance();
     }
-    if (turn_ == nullptr) setWakeUp();
+    if (!isProcessing_) setWakeUp();
     return id;
   }
 
@@ -78,7 +78,7 @@ class AsyncClient::State final : public RequestConnection {
       end(request, report::cancelled(nameOf(request.command)));
       forget(id);
     }
-    if (turn_ == nullptr) setWakeUp();
+    if (!isProcessing_) setWakeUp();
     return true;
   }
 
@@ -119,12 +119,12 @@ class AsyncClient::State final : public RequestConnection {
   class Turn {
    public:
     explicit Turn(State& state) : state_(state), use_(std::in_place, state) {
-      works_ = !state.mayNotWork(*use_) && state.turn_ == nullptr;
-      if (works_) state.turn_ = this;
+      works_ = !state.mayNotWork(*use_) && !state.isProcessing_;
+      if (works_) state.isProcessing_ = true;
     }
     ~Turn() {
       if (!works_) return;
-      state_.turn_ = nullptr;
+      state_.isProcessing_ = false;
       if (!state_.orphaned_) state_.setWakeUp();
       const bool orphaned = state_.orphaned_;
       use_.reset();
@@ -281,7 +281,7 @@ class AsyncClient::State final : public RequestConnection {
   bool sent_ = false;               ///< the first request is sent and not answered
   bool advanced_ = false;           ///< a request has ended since it was reset
   std::deque<Due> due_;             ///< in the order of the ends
-  Turn* turn_ = nullptr;            ///< the call of `process` that runs
+  bool isProcessing_ = false;       ///< `process` runs
   bool orphaned_ = false;           ///< a completion has destroyed the client
 };
 

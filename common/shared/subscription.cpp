@@ -25,11 +25,6 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 /// How long a revival waits for libzmq's thread to end the connection before.
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
 
-/// How long a publisher may take to see the subscriptions of a renewed connection. They come right behind the
-/// handshake, but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its
-/// processor's counter, and a busy machine is slower. libzmq has no sign that a subscription is seen.
-constexpr std::chrono::milliseconds kSubscribeTime = 20ms;
-
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 /// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
 /// messages wait unread, and they are read after all (its issue 3937). On the loopback the kernel tells the end of
@@ -123,7 +118,7 @@ std::optional<int> Subscription::take(std::string& topic, Frame& payload) {
 }
 
 std::optional<Clock::time_point> Subscription::tendLink(bool readable) {
-  if (link_.socket == nullptr) return {};
+  if (link_.socket == nullptr && !reviveAt_) return {};
   if (readable || reviveAt_) noteEvents();         // libzmq may have been faster
   if (!reviveAt_ || mayHoldMessages()) return {};  // to disconnect would drop the messages
   if (*reviveAt_ <= Clock::now()) revive();
@@ -234,6 +229,7 @@ void Subscription::noteEvent(int event) {
 }
 
 bool Subscription::mayHoldMessages() const {
+  if (link_.socket == nullptr) return false;
   const int events = eventsOf(link_.socket);
   return events < 0 || (events & ZMQ_POLLIN) != 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,6 +10,11 @@
 #include "common/shared/socket_parts.h"
 
 namespace zel {
+
+/// How long a publisher may take to see the subscriptions of a new connection. They come right behind the handshake,
+/// but a libzmq publisher that sends without a pause looks at them only every 3 million ticks of its processor's
+/// counter, and a busy machine is slower. libzmq has no sign that a subscription is seen.
+constexpr std::chrono::milliseconds kSubscribeTime{20};
 
 /// A subscriber's side of the connection to a publisher: the SUB socket, and the care for the connection behind it.
 ///
@@ -64,6 +70,10 @@ class Subscription : public SocketOwner {
   std::optional<Clock::time_point> tendLink(bool readable) override;
 
  protected:
+  /// Whether messages wait. May take the sign of a message out of ZMQ_FD.
+  bool mayHoldMessages() const;
+  /// Makes a connection anew that never waits.
+  void renew() { revive(); }
   void closeSockets() noexcept override;
   void forgetSockets() noexcept override;
 
@@ -86,7 +96,6 @@ class Subscription : public SocketOwner {
   bool takeMessage() const;
   void noteEvents();
   void noteEvent(int event);
-  bool mayHoldMessages() const;
   void revive();
   void disconnect();
   void awaitEnd() const;

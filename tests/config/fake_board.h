@@ -50,7 +50,7 @@ class FakeBoard {
     return ids;
   }
 
- private:
+ protected:
   // An array, which needs no destructor: some tests have their board answer while the process ends.
   static constexpr std::pair<const char*, const char*> kMembers[] = {
       {kStored, "stored"}, {kDynamic, "dynamic"}, {kBoardModel, "board-model"}, {kWhitelist, "white-list"}};

@@ -19,6 +19,7 @@ LIBRARIES = {
     "client": {"common", "types"},
     "subscriber": {"common", "types", "client"},
     "config": {"common", "types", "client", "subscriber"},
+    "view": {"common", "types", "client", "subscriber"},
 }
 PROGRAMS = {"simulator", "cli", "examples", "bench", "docs"}  # see public headers and common/shared/
 TESTS = {"tests", "fuzz"}

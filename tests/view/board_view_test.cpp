@@ -1,0 +1,592 @@
+#include "view/board_view.h"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <stdexcept>
+
+#include "tests/config/fake_board.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/wait_until.h"
+#include "tests/view/applied.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using zel::BoardChange;
+using zel::BoardView;
+using zel::Document;
+using zel::test::CapturedLog;
+using zel::test::FakeBoard;
+using zel::test::kSlowdown;
+using zel::test::kSoon;
+namespace settings = zel::settings;
+using State = BoardView::State;
+
+std::string storedWithPort(unsigned int port) {
+  return R"({"rtsp": {"tcp-port": )" + std::to_string(port) + R"(, "eth-port": "all"}, "sap": {"enable": false}})";
+}
+
+/// A board with a document of each kind, which carries out sets of the RTSP port.
+class Board : public FakeBoard {
+ public:
+  explicit Board(unsigned int port = 5000) {
+    set(kStored, storedWithPort(port));
+    set(kDynamic, R"({"eth-basics": [{"name": "eth0", "ip": "10.0.0.1", "label": "a"}]})");
+    set(kBoardModel, R"({"model": "KORVA"})");
+    set(kWhitelist, R"([{"ip": "239.0.0.1", "mask": "255.255.255.255", "enabled": true}])");
+  }
+  void change(unsigned int port) {
+    set(kStored, storedWithPort(port));
+    publisher.publish("1000", storedWithPort(port));
+  }
+  /// From now on a set of the RTSP port changes the stored parameters.
+  /// @param notify  publishes them, too, from the daemon's thread
+  void carryOutSets(bool notify) {
+    daemon.onRequest([this, notify](const zel::test::Request& request) -> std::vector<zel::test::Answer> {
+      if (request.id != "2") return {answerTo(request)};
+      const unsigned int port = request.json["rtsp-tcp-port"].asUInt();
+      set(kStored, storedWithPort(port));
+      if (notify) publisher.publish("1000", storedWithPort(port));
+      return {"{}"};
+    });
+  }
+  void answerAgain() {
+    daemon.onRequest(
+        [this](const zel::test::Request& request) { return std::vector<zel::test::Answer>{answerTo(request)}; });
+  }
+};
+
+class BoardViewTest : public testing::Test {
+ protected:
+  bool isReadable(milliseconds within = milliseconds(0)) const {
+    pollfd watched{view->descriptor(), POLLIN, 0};
+    return poll(&watched, 1, static_cast<int>(within.count())) == 1;
+  }
+
+  /// Runs an application's loop until the condition holds.
+  template <class Condition>
+  bool runUntil(Condition holds, milliseconds within = kSoon) {
+    const auto end = std::chrono::steady_clock::now() + within;
+    while (!holds()) {
+      const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
+      if (left <= milliseconds(0)) return false;
+      if (isReadable(left)) view->process();
+    }
+    return true;
+  }
+  /// Runs it for a while.
+  void run(milliseconds time) {
+    runUntil([] { return false; }, time);
+  }
+  bool runUntilLive() {
+    return runUntil([&] { return view->state() == State::kLive; });
+  }
+  unsigned int port() const { return view->get(settings::kRtspTcpPort); }
+
+  zmq::context_t context;
+  std::unique_ptr<BoardView> view = std::make_unique<BoardView>(context);
+};
+
+TEST_F(BoardViewTest, BeginsWithTheDefaults) {
+  EXPECT_EQ(view->state(), State::kConnecting);
+  EXPECT_EQ(view->generation(), 0u);
+  EXPECT_EQ(port(), SysParameters().rtspTcpPort);
+  EXPECT_FALSE(view->confirmedAt(Document::kStored));
+  EXPECT_FALSE(view->isTold(settings::kRtspTcpPort));
+  EXPECT_TRUE(view->document(Document::kStored).isNull());
+  EXPECT_EQ(view->process(), 0u) << "before open there is nothing to do";
+}
+
+TEST_F(BoardViewTest, FetchesTheFourDocumentsAndIsLive) {
+  Board board;
+  std::vector<std::pair<State, State>> states;
+  view->onState([&](State before, State now) { states.emplace_back(before, now); });
+  EXPECT_EQ(view->open(), 0);
+  EXPECT_EQ(view->open(), 0) << "once is enough";
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_THAT(states, ElementsAre(std::pair(State::kConnecting, State::kLive)));
+  EXPECT_EQ(port(), 5000u);
+  EXPECT_EQ(view->dynamic().ethBasics.front().label, "a");
+  EXPECT_EQ(view->document(Document::kBoardModel)["model"], "KORVA");
+  ASSERT_EQ(view->whitelist().size(), 1u);
+  EXPECT_EQ(view->whitelist().front().getIpStr(), "239.0.0.1");
+  EXPECT_EQ(view->generation(), 4u);
+  for (const Document each : {Document::kStored, Document::kDynamic, Document::kBoardModel, Document::kWhitelist}) {
+    EXPECT_TRUE(view->confirmedAt(each));
+    EXPECT_FALSE(view->isUnreadable(each));
+  }
+  EXPECT_EQ(board.asked().size(), 4u);
+}
+
+TEST_F(BoardViewTest, SaysWhatTheDaemonToldAndWhatIsADefault) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_TRUE(view->isTold(settings::kRtspTcpPort));
+  EXPECT_TRUE(view->isTold(settings::kSapEnable));
+  EXPECT_FALSE(view->isTold(settings::kSlpEnable));
+  EXPECT_FALSE(view->isTold(settings::kNmos));
+  board.set(FakeBoard::kStored, R"({"nmos": {}, "rtsp": {"tcp-port": null}})");
+  board.publisher.publish("1000", R"({"nmos": {}, "rtsp": {"tcp-port": null}})");
+  ASSERT_TRUE(runUntil([&] { return !view->isTold(settings::kSapEnable); }));
+  EXPECT_TRUE(view->isTold(settings::kRtspTcpPort)) << "null is told, and is 0";
+  EXPECT_EQ(port(), 0u);
+  EXPECT_FALSE(view->isTold(settings::kNmos)) << "an empty block is missing";
+}
+
+TEST_F(BoardViewTest, WaitsForADaemon) {
+  view->open();
+  run(milliseconds(100));
+  EXPECT_EQ(view->state(), State::kConnecting);
+  Board board;
+  EXPECT_TRUE(runUntilLive());
+}
+
+TEST_F(BoardViewTest, IsNotReadableWhileNothingHappens) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  run(milliseconds(100));
+  EXPECT_FALSE(isReadable(milliseconds(200)));
+}
+
+TEST_F(BoardViewTest, TellsWhatChanges) {
+  Board board;
+  std::vector<std::string> told;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  view->onChange([&](const BoardChange& change) {
+    EXPECT_EQ(change.document, Document::kStored);
+    EXPECT_EQ(change.before.stored->rtspTcpPort, 5000u);
+    EXPECT_EQ(change.now.stored->rtspTcpPort, 5001u);
+    EXPECT_EQ(change.before.dynamic, change.now.dynamic);
+    for (const zel::Difference& each : change.differences) told.push_back(each.path);
+  });
+  view->onChange(settings::kRtspTcpPort, [&](uint32_t before, uint32_t now) {
+    told.push_back(std::to_string(before) + " " + std::to_string(now));
+    EXPECT_EQ(port(), now);
+  });
+  view->onChange(settings::kSapEnable, [&](bool, bool) { FAIL() << "this one has not changed"; });
+  const auto generation = view->generation();
+  board.change(5001);
+  ASSERT_TRUE(runUntil([&] { return told.size() == 2; }));
+  EXPECT_THAT(told, ElementsAre("rtsp/tcp-port", "5000 5001"));
+  EXPECT_EQ(view->generation(), generation + 1);
+}
+
+TEST_F(BoardViewTest, EqualDocumentsCallNobody) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  view->onChange([](const BoardChange&) { FAIL(); });
+  const auto generation = view->generation();
+  const auto confirmed = *view->confirmedAt(Document::kStored);
+  board.change(5000);
+  board.publisher.publish("1000", " " + storedWithPort(5000));
+  ASSERT_TRUE(runUntil(
+      [&] { return view->counters().notifications == 2 && *view->confirmedAt(Document::kStored) > confirmed; }));
+  run(milliseconds(20));
+  EXPECT_EQ(view->generation(), generation);
+}
+
+TEST_F(BoardViewTest, TellsChangesOfAnInterfaceByItsName) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<std::string> told;
+  const auto shown = [](const EthBasicInfo* each) {
+    return each == nullptr ? std::string("none") : IpAddress(each->ip).toString() + " " + each->label;
+  };
+  view->onInterfaceChange("eth0", [&](const EthBasicInfo* before, const EthBasicInfo* now) {
+    told.push_back(shown(before) + " -> " + shown(now));
+  });
+  for (const char* const document :
+       {R"({"eth-basics": [{"name": "eth0", "ip": "10.0.0.2", "label": "a"}]})",
+        R"({"eth-basics": [{"name": "eth0", "ip": "10.0.0.2", "label": "a"}, {"name": "x"}]})",
+        R"({"eth-basics": [{"name": "x"}]})"}) {
+    const auto generation = view->generation();
+    board.set(FakeBoard::kDynamic, document);
+    board.publisher.publish("1001", document);
+    ASSERT_TRUE(runUntil([&] { return view->generation() > generation; }));
+  }
+  run(milliseconds(20));
+  EXPECT_THAT(told, ElementsAre("10.0.0.1 a -> 10.0.0.2 a", "10.0.0.2 a -> none"));
+}
+
+TEST_F(BoardViewTest, TellsChangesOfTheWhitelistEntryByEntry) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<std::string> told;
+  const auto shown = [](const WhiteListEntry* each) {
+    return each == nullptr ? std::string("none") : each->getIpStr() + (each->enabled ? " on" : " off");
+  };
+  view->onWhitelistChange([&](const WhiteListEntry* before, const WhiteListEntry* now) {
+    told.push_back(shown(before) + " -> " + shown(now));
+  });
+  const std::string changed =
+      R"([{"ip": "239.0.0.1", "mask": "255.255.255.255", "enabled": false}, {"ip": "239.0.0.2"}])";
+  board.set(FakeBoard::kWhitelist, changed);
+  board.publisher.publish("1004", R"({"white-list": )" + changed + "}");
+  ASSERT_TRUE(runUntil([&] { return told.size() == 2; }));
+  board.set(FakeBoard::kWhitelist, "[]");
+  board.publisher.publish("1004", R"({"white-list": []})");
+  ASSERT_TRUE(runUntil([&] { return told.size() == 4; }));
+  EXPECT_THAT(told, ElementsAre("239.0.0.1 on -> 239.0.0.1 off", "none -> 239.0.0.2 off", "239.0.0.1 off -> none",
+                                "239.0.0.2 off -> none"));
+  EXPECT_TRUE(view->whitelist().empty());
+}
+
+TEST_F(BoardViewTest, ReadsOnlyTheNewestOfABurst) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<uint32_t> told;
+  view->onChange(settings::kRtspTcpPort, [&](uint32_t, uint32_t now) { told.push_back(now); });
+  for (unsigned int each = 1; each <= 200; ++each) board.change(each);
+  std::this_thread::sleep_for(milliseconds(100));
+  ASSERT_TRUE(runUntil([&] { return port() == 200; }));
+  EXPECT_LT(told.size(), 20u);
+  EXPECT_EQ(view->counters().superseded, 200 - told.size());
+  EXPECT_EQ(view->state(), State::kLive);
+}
+
+/// Behind a full queue the newest notifications are lost: the view fetches.
+TEST_F(BoardViewTest, FetchesAfterABurstThatMayHaveFilledAQueue) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  int resynchronised = 0;
+  std::vector<uint32_t> told;
+  view->onChange(settings::kRtspTcpPort, [&](uint32_t before, uint32_t now) {
+    EXPECT_EQ(before, told.empty() ? 5000 : told.back());
+    EXPECT_GT(now, told.empty() ? 0 : told.back()) << "nothing runs backwards";
+    told.push_back(now);
+  });
+  view->onResynchronised([&] {
+    ++resynchronised;
+    EXPECT_EQ(told.back(), 5000u + 20000u) << "behind the differences";
+  });
+  for (unsigned int each = 1; each <= 20000; ++each) board.change(5000 + each);
+  ASSERT_TRUE(runUntil([&] { return resynchronised > 0; }));
+  EXPECT_EQ(port(), 25000u);
+  run(milliseconds(100));
+  EXPECT_EQ(port(), 25000u);
+  EXPECT_GE(view->counters().overflows, 1u);
+  EXPECT_EQ(view->state(), State::kLive);
+}
+
+TEST_F(BoardViewTest, FollowsARestartAndDeliversTheDifferences) {
+  std::optional<Board> board(std::in_place);
+  std::vector<std::string> told;
+  view->onState([&](State, State now) { told.push_back(now == State::kLive ? "live" : "stale"); });
+  view->onChange(settings::kRtspTcpPort, [&](uint32_t, uint32_t now) { told.push_back(std::to_string(now)); });
+  view->onResynchronised([&] { told.emplace_back("resynchronised"); });
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.reset();
+  ASSERT_TRUE(runUntil([&] { return view->state() == State::kStale; }));
+  EXPECT_EQ(port(), 5000u) << "the last that is known";
+  board.emplace(6000);
+  const auto back = std::chrono::steady_clock::now();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_LT(std::chrono::steady_clock::now() - back, milliseconds(250 * kSlowdown));
+  run(milliseconds(20));
+  EXPECT_THAT(told, ElementsAre("5000", "live", "stale", "6000", "live", "resynchronised"));
+  EXPECT_EQ(view->counters().losses, 1u);
+  EXPECT_EQ(view->counters().reconnections, 1u);
+  EXPECT_EQ(view->counters().resynchronisations, 1u);
+}
+
+TEST_F(BoardViewTest, HealsAMalformedNotification) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<State> states;
+  view->onState([&](State, State now) { states.push_back(now); });
+  const std::vector<std::vector<std::string>> all = {{"1000", "nonsense"}, {"1000"},
+                                                     {"1000", "{}", "{}"}, {"1000", ""},
+                                                     {"1000", "{}"},       {"1000", R"({"stored": {"sap": {}}})"},
+                                                     {"1004", "[]"}};
+  std::uint64_t malformed = 0;
+  for (const auto& frames : all) {
+    states.clear();
+    board.set(FakeBoard::kStored, storedWithPort(7000 + static_cast<unsigned int>(++malformed)));
+    board.publisher.publish(frames);
+    ASSERT_TRUE(runUntil([&] { return view->counters().malformed == malformed; })) << frames.back();
+    ASSERT_TRUE(runUntil([&] { return states.size() == 2; })) << frames.back();
+    EXPECT_THAT(states, ElementsAre(State::kStale, State::kLive));
+    if (frames[0] == "1000") {
+      EXPECT_EQ(port(), 7000 + malformed) << "what was lost is fetched";
+    }
+  }
+}
+
+TEST_F(BoardViewTest, TellsAValueOfAWrongTypeAndGoesOn) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::string text;
+  view->onWrongType([&](Document document, const std::string& what) {
+    EXPECT_EQ(document, Document::kStored);
+    text = what;
+  });
+  board.publisher.publish("1000", R"({"rtsp": {"tcp-port": "many"}})");
+  ASSERT_TRUE(runUntil([&] { return !text.empty(); }));
+  EXPECT_EQ(view->state(), State::kStale);
+  EXPECT_TRUE(view->isUnreadable(Document::kStored));
+  EXPECT_EQ(view->counters().wrongTypes, 1u);
+  EXPECT_EQ(port(), 5000u);
+  board.change(5001);
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_EQ(port(), 5001u);
+}
+
+TEST_F(BoardViewTest, TellsARequestForARestart) {
+  Board board;
+  int told = 0;
+  view->onRebootRequest([&] { ++told; });
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.publisher.publish("1002", "");
+  board.publisher.publish("1002", "{}");
+  board.publisher.publish("10000", "{}");
+  ASSERT_TRUE(runUntil([&] { return told == 2 && view->counters().unknownTopics == 1; }));
+  EXPECT_EQ(view->counters().notifications, 3u);
+}
+
+/// TCP does not tell that a daemon is frozen.
+TEST_F(BoardViewTest, NoticesAFrozenDaemonByAProbe) {
+  Board board;
+  view->setProbe(milliseconds(100), milliseconds(100 * kSlowdown));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.daemon.onRequest([](const zel::test::Request&) { return std::vector<zel::test::Answer>{}; });
+  ASSERT_TRUE(runUntil([&] { return view->state() == State::kStale; }));
+  EXPECT_GE(view->counters().probesWithoutAnswer, 1u);
+  board.set(FakeBoard::kStored, storedWithPort(6000));
+  board.answerAgain();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_EQ(port(), 6000u);
+}
+
+TEST_F(BoardViewTest, AProbeFindsAChangeThatNoNotificationTold) {
+  Board board;
+  view->setProbe(milliseconds(10));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.set(FakeBoard::kStored, storedWithPort(6000));
+  ASSERT_TRUE(runUntil([&] { return port() == 6000; }));
+  EXPECT_EQ(view->counters().missed, 1u);
+  EXPECT_EQ(view->state(), State::kLive);
+}
+
+TEST_F(BoardViewTest, WithoutProbesItAsksNothing) {
+  Board board;
+  view->setProbe(milliseconds(0));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  run(milliseconds(300));
+  EXPECT_EQ(board.asked().size(), 4u);
+}
+
+TEST_F(BoardViewTest, AWriteIsCompletedWhenTheNotificationShowsIt) {
+  Board board;
+  board.carryOutSets(true);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  int status = 1;
+  unsigned int shown = 0;
+  view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
+    status = answer.status;
+    shown = port();
+  });
+  ASSERT_TRUE(runUntil([&] { return status != 1; }));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(shown, 5004u);
+  EXPECT_EQ(board.asked().size(), 5u) << "nothing is fetched";
+}
+
+TEST_F(BoardViewTest, AWriteIsCompletedByAFetchWhenNoNotificationComes) {
+  Board board;
+  board.carryOutSets(false);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  int status = 1;
+  unsigned int shown = 0;
+  view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
+    status = answer.status;
+    shown = port();
+  });
+  ASSERT_TRUE(runUntil([&] { return status != 1; }));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(shown, 5004u);
+}
+
+TEST_F(BoardViewTest, ARefusedWriteCarriesTheDaemonsText) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.daemon.answer(R"({"status": -5, "error": "out of range"})");
+  zel::Answer<void> end;
+  view->set(settings::kRtspTcpPort, 0, [&](const zel::Answer<void>& answer) { end = answer; });
+  ASSERT_TRUE(runUntil([&] { return end.status != 0; }));
+  EXPECT_EQ(end.status, -5);
+  EXPECT_EQ(end.text, "out of range");
+  EXPECT_EQ(view->counters().requestsRefused, 1u);
+}
+
+TEST_F(BoardViewTest, AWriteWithNobodyThereIsNotSent) {
+  view->open();
+  int status = 0;
+  view->set(
+      settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) { status = answer.status; }, milliseconds(50));
+  ASSERT_TRUE(runUntil([&] { return status != 0; }));
+  EXPECT_EQ(status, -102);
+  EXPECT_EQ(view->counters().requestsNotSent, 1u);
+}
+
+TEST_F(BoardViewTest, AChangeThatCannotBeReadBackIsUnknown) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.refuse(FakeBoard::kWhitelist, -7);
+  zel::Answer<void> end;
+  WhiteListEntry entry;
+  view->change(
+      zel::requests::addMcastWhitelist(entry), Document::kWhitelist,
+      [&](const zel::Answer<void>& answer) { end = answer; }, milliseconds(200 * kSlowdown));
+  ASSERT_TRUE(runUntil([&] { return end.status != 0; }));
+  EXPECT_EQ(end.status, -103);
+  EXPECT_THAT(end.text, HasSubstr("the change was carried out, but the view could not read it back within "));
+}
+
+TEST_F(BoardViewTest, AnExceptionOfACallbackLosesNothing) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  view->onChange([](const BoardChange&) { throw std::runtime_error("mine"); });
+  std::vector<uint32_t> told;
+  view->onChange(settings::kRtspTcpPort, [&](uint32_t, uint32_t now) { told.push_back(now); });
+  board.change(5001);
+  ASSERT_TRUE(isReadable(kSoon));
+  bool thrown = false;
+  while (!thrown) {
+    ASSERT_TRUE(isReadable(kSoon));
+    try {
+      view->process();
+    } catch (const std::runtime_error&) {
+      thrown = true;
+    }
+  }
+  EXPECT_THAT(told, IsEmpty());
+  EXPECT_TRUE(isReadable());
+  view->process();
+  EXPECT_THAT(told, ElementsAre(5001u));
+  EXPECT_EQ(port(), 5001u);
+}
+
+TEST_F(BoardViewTest, ACallbackMayRemoveOthersAndAddSome) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  BoardView::Listener second = 0;
+  int added = 0;
+  view->onChange([&](const BoardChange&) {
+    view->remove(second);
+    view->onChange([&](const BoardChange&) { ++added; });
+  });
+  second = view->onChange([](const BoardChange&) { FAIL() << "it was removed"; });
+  board.change(5001);
+  ASSERT_TRUE(runUntil([&] { return port() == 5001; }));
+  run(milliseconds(20));
+  EXPECT_EQ(added, 0);
+  EXPECT_FALSE(view->remove(second));
+  board.change(5002);
+  ASSERT_TRUE(runUntil([&] { return added == 1; }));
+}
+
+TEST_F(BoardViewTest, ACallbackMayDestroyTheView) {
+  Board board;
+  bool run = false;
+  view->onState([&](State, State) {
+    run = true;
+    view.reset();
+  });
+  view->open();
+  pollfd watched{view->descriptor(), POLLIN, 0};
+  while (!run && poll(&watched, 1, static_cast<int>(kSoon.count())) == 1) view->process();
+  EXPECT_TRUE(run);
+  EXPECT_EQ(view, nullptr);
+}
+
+TEST_F(BoardViewTest, RecordsCanBeKept) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  const zel::BoardRecords kept = view->records();
+  board.change(5001);
+  ASSERT_TRUE(runUntil([&] { return port() == 5001; }));
+  view.reset();
+  EXPECT_EQ(kept.stored->rtspTcpPort, 5000u);
+}
+
+TEST_F(BoardViewTest, TheDifferencesLeadFromTheFirstViewToTheLast) {
+  Board board;
+  Json::Value followed;
+  view->onChange([&](const BoardChange& change) {
+    if (change.document != Document::kStored) return;
+    for (const zel::Difference& each : change.differences) zel::test::apply(each, followed);
+  });
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  for (unsigned int each = 1; each <= 50; ++each) {
+    board.change(each);
+    if (each % 7 == 0) run(milliseconds(5));
+  }
+  ASSERT_TRUE(runUntil([&] { return port() == 50; }));
+  EXPECT_EQ(followed, view->document(Document::kStored));
+}
+
+TEST_F(BoardViewTest, LogsNoErrors) {
+  CapturedLog log;
+  std::optional<Board> board(std::in_place);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board->publisher.publish("1000", "nonsense");
+  ASSERT_TRUE(runUntil([&] { return view->counters().malformed == 1; }));
+  board.reset();
+  ASSERT_TRUE(runUntil([&] { return view->state() == State::kStale; }));
+  EXPECT_THAT(log.texts(Logger::LEVEL_ERROR), IsEmpty());
+}
+
+TEST_F(BoardViewTest, InAForkedChildItDoesNothing) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool right = view->process() == 0;
+    view.reset();
+    _exit(right ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  board.change(5001);
+  EXPECT_TRUE(runUntil([&] { return port() == 5001; }));
+}
+
+TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {
+  BoardView nowhere(context, "nowhere", "nowhere");
+  EXPECT_EQ(nowhere.open(), -101);
+}
+
+}  // namespace

@@ -1,0 +1,596 @@
+#include "view/internal/follower.h"
+
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "client/commands.h"
+#include "common/shared/format_text.h"
+#include "common/shared/json_form.h"
+#include "common/status.h"
+#include "subscriber/sysmgr_subscriber.h"
+
+namespace zel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// How many callbacks, and how many notifications, one call of `process` runs and takes at most.
+constexpr std::size_t kShareOfCallbacks = 32;
+constexpr int kShareOfNotifications = 500;
+
+/// How long a fetched document waits for notifications that were published before the answer was made: they come on
+/// another connection.
+constexpr auto kGrace = 5ms;
+/// How long a completion waits for the notification of its change before it has the document fetched.
+constexpr auto kNotificationLimit = 20ms;
+/// Until a fetch that failed is tried again.
+constexpr auto kRetryInterval = 100ms;
+
+/// So many notifications within the window may have filled a queue, here or at the publisher: both hold 1000.
+constexpr unsigned int kFullQueue = 900;
+constexpr auto kWindow = 100ms;
+/// The end of a burst that may have filled a queue: so long without a notification, or so long after its beginning.
+constexpr auto kQuiet = 20ms;
+constexpr auto kLongestBurst = 1000ms;
+
+constexpr Document kDocuments[] = {Document::kStored, Document::kDynamic, Document::kBoardModel, Document::kWhitelist};
+
+/// The query of a document, and its notification; 0: there is none.
+struct Source {
+  SysMgrCommands::sysmgr_msg_t command;
+  int topic;
+};
+
+Source sourceOf(Document document) {
+  switch (document) {
+    case Document::kStored:
+      return {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE};
+    case Document::kDynamic:
+      return {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE};
+    case Document::kBoardModel: return {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, 0};
+    default: return {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE};
+  }
+}
+
+std::vector<std::string> allTopics() {
+  std::vector<std::string> topics;
+  for (const auto each : SysmgrPublisher::kNotifications) topics.push_back(SysmgrPublisher::topicOf(each));
+  return topics;
+}
+
+/// The document in a notification's payload; null: there is none. A whole answer in its place is none.
+Json::Value payloadOf(Document document, Json::Value&& notified) {
+  const char* const member = findCommand(sourceOf(document).command)->payload;
+  if (!notified.isObject()) return {};
+  const bool isWrapped = notified.isMember(member);
+  if (document != Document::kWhitelist) return isWrapped ? Json::Value() : std::move(notified);
+  Json::Value entries;
+  if (isWrapped) entries.swap(notified[member]);
+  return isWrapped && entries.isNull() ? Json::Value(Json::arrayValue) : entries;
+}
+
+/// Whether a document has the shape that the daemon gives it.
+bool hasShape(Document document, const Json::Value& told) {
+  if (document == Document::kWhitelist) return told.isArray();
+  return !told.isNull() && (document == Document::kBoardModel || (told.isObject() && !told.empty()));
+}
+
+template <class Record>
+std::shared_ptr<const Record> read(Json::Value told) {
+  auto record = std::make_shared<Record>();
+  record->Deserialize(told);
+  return record;
+}
+
+/// The records with another version of one of them. @throws Json::Exception  for a value that does not convert
+BoardRecords withDocument(BoardRecords records, Document document, const Json::Value& told) {
+  switch (document) {
+    case Document::kStored: records.stored = read<SysParameters>(told); break;
+    case Document::kDynamic: records.dynamic = read<SysParametersDynamic>(told); break;
+    case Document::kBoardModel: records.boardModel = read<BoardModel>(told); break;
+    case Document::kWhitelist: {
+      Json::Value array = told;
+      std::list<WhiteListEntry> entries;
+      appendRecords(array, entries);
+      records.whitelist = std::make_shared<const std::list<WhiteListEntry>>(std::move(entries));
+      break;
+    }
+  }
+  return records;
+}
+
+}  // namespace
+
+/// One call of `process`.
+class BoardView::Follower::Turn {
+ public:
+  explicit Turn(Follower& follower) : follower_(follower), use_(std::in_place, follower) {
+    works_ = bool(*use_) && !follower.isProcessing_ && follower.isStarted_;
+    if (works_) follower.isProcessing_ = true;
+  }
+  ~Turn() {
+    if (!works_) return;
+    follower_.isProcessing_ = false;
+    const bool orphaned = follower_.orphaned_;
+    if (!orphaned) follower_.setWakeUp();
+    use_.reset();
+    if (orphaned) delete &follower_;
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+  bool mayWork() const { return works_; }
+
+ private:
+  Follower& follower_;
+  std::optional<Use> use_;
+  bool works_;
+};
+
+BoardView::Follower::Follower(zmq::context_t& context, const std::string& requests, const std::string& notifications)
+    : Subscription(context),
+      notifications_(notifications),
+      client_(context, requests),
+      records_{std::make_shared<SysParameters>(), std::make_shared<SysParametersDynamic>(),
+               std::make_shared<BoardModel>(), std::make_shared<std::list<WhiteListEntry>>()} {
+  wakeUp_.watch(client_.descriptor(), EPOLLIN);
+}
+
+void BoardView::Follower::destroy() {
+  retire();
+  if (!isProcessing_) {
+    delete this;
+  } else {
+    orphaned_ = true;
+  }
+}
+
+int BoardView::Follower::start() {
+  if (isStarted_) return status::kOk;
+  if (!openNow(notifications_, allTopics())) return status::kCannotConnect;
+  isStarted_ = true;
+  heard();
+  const Use use(*this);
+  if (use) setWakeUp();
+  return status::kOk;
+}
+
+void BoardView::Follower::setProbe(std::chrono::milliseconds interval, std::chrono::milliseconds timeout) {
+  probeInterval_ = interval;
+  probeTimeout_ = timeout > 0ms ? timeout : 1s;
+  wakeUp_.now();
+}
+
+std::size_t BoardView::Follower::process() {
+  const Turn turn(*this);
+  if (!turn.mayWork()) return 0;
+  wakeUp_.settle();
+  if (calls_.empty()) takeIn();
+  std::size_t run = 0;
+  do {
+    for (; !calls_.empty() && run < kShareOfCallbacks && !orphaned_; ++run) {
+      const auto [listener, call] = std::move(calls_.front());
+      calls_.pop_front();
+      call();
+    }
+  } while (run < kShareOfCallbacks && !orphaned_ && step());
+  return run;
+}
+
+// What comes in
+
+void BoardView::Follower::takeIn() {
+  client_.process();
+  std::string topic;
+  for (int taken = 0; taken < kShareOfNotifications; ++taken) {
+    Frame payload;
+    const std::optional<int> result = socket() == nullptr ? std::nullopt : take(topic, payload);
+    if (!result) break;
+    noteNotification(topic, *result, *result == status::kOk ? payload.text() : std::string_view());
+  }
+  tendLink(true);
+  noteLink();
+}
+
+void BoardView::Follower::noteLink() {
+  if (lossesSeen_ != losses()) {
+    lossesSeen_ = losses();
+    ++counters_.losses;
+    fetchAllAt_.reset();
+    outdateAll();
+  }
+  if (handshakesSeen_ == handshakes() || !isLinked()) return;
+  if (handshakesSeen_ > 0) ++counters_.reconnections;
+  handshakesSeen_ = handshakes();
+  heard();
+  outdateAll();
+  fetchAllAt_ = Clock::now() + kSubscribeTime;
+}
+
+void BoardView::Follower::heard() { lastHeard_ = Clock::now(); }
+
+void BoardView::Follower::noteNotification(const std::string& topic, int error, std::string_view payload) {
+  heard();
+  ++counters_.notifications;
+  lastNotification_ = lastHeard_;
+  if (lastHeard_ - windowStart_ > kWindow) {
+    windowStart_ = lastHeard_;
+    inWindow_ = 0;
+  }
+  if (++inWindow_ >= kFullQueue && !overflowedAt_) {
+    overflowedAt_ = lastHeard_;
+    ++counters_.overflows;
+  }
+  if (topic == SysmgrPublisher::topicOf(SysmgrPublisher::SYSMGR_REBOOT_REQUEST)) {
+    return tell(&Listeners::rebootRequest);
+  }
+  for (const Document document : kDocuments) {
+    const int own = sourceOf(document).topic;
+    if (own == 0 || topic != std::to_string(own)) continue;
+    Known& about = entry(document);
+    ++about.notified;
+    if (error != status::kOk) return refuse(document);
+    if (about.waiting) ++counters_.superseded;
+    about.waiting.emplace(payload);
+    return;
+  }
+  ++(error == status::kOk ? counters_.unknownTopics : counters_.malformed);
+}
+
+// What is made of it
+
+/// Takes in one document, completes one write, or tells a new state. @return whether something was done
+bool BoardView::Follower::step() {
+  if (tellState()) return true;
+  for (const Document document : kDocuments) {
+    if (takeNotified(document) || takeFetched(document)) return true;
+  }
+  if (finishWrite()) return true;
+  doWhatIsDue();
+  return tellState();
+}
+
+BoardView::State BoardView::Follower::judge() const {
+  using Quality = BoardView::State;
+  const auto isGood = [](const Known& each) { return each.isCurrent && !each.unreadable; };
+  const bool live = isLinked() && !isFrozen_ && !overflowedAt_ && std::all_of(known_.begin(), known_.end(), isGood);
+  if (live) return Quality::kLive;
+  return state_ == Quality::kConnecting ? Quality::kConnecting : Quality::kStale;
+}
+
+bool BoardView::Follower::tellState() {
+  using Quality = BoardView::State;
+  const Quality now = judge();
+  if (now == state_) return false;
+  const Quality before = std::exchange(state_, now);
+  tell(&Listeners::state, before, now);
+  if (before == Quality::kStale && now == Quality::kLive) {
+    ++counters_.resynchronisations;
+    tell(&Listeners::resynchronised);
+  }
+  return true;
+}
+
+bool BoardView::Follower::takeNotified(Document document) {
+  Known& about = entry(document);
+  if (!about.waiting) return false;
+  const std::string text = std::move(*about.waiting);
+  about.waiting.reset();
+  about.applied = about.notified;
+  if (!about.text.empty() && text == about.text && !about.unreadable) {
+    about.confirmedAt = Clock::now();
+    return true;
+  }
+  Json::Value notified;
+  if (!text.empty() && !reader_.read(text, notified).empty()) notified = Json::Value();
+  Json::Value told = payloadOf(document, std::move(notified));
+  if (!hasShape(document, told)) {
+    refuse(document);
+    return true;
+  }
+  accept(document, std::move(told));
+  if (!about.unreadable) about.text = text;
+  return true;
+}
+
+bool BoardView::Follower::takeFetched(Document document) {
+  Known& about = entry(document);
+  if (!about.fetched || Clock::now() < about.takeFetchedAt) return false;
+  Json::Value told = std::move(*about.fetched);
+  about.fetched.reset();
+  about.isFetching = false;
+  about.finishedFetches = about.fetches;
+  const bool isCounted = about.notified == about.notifiedBefore;
+  const std::uint64_t before = generation_;
+  if (isCounted) {
+    accept(document, std::move(told));
+    if (about.isProbe && generation_ != before) ++counters_.missed;
+  }
+  about.isCurrent = isLinked() && about.fetches > about.outdatedFetches;
+  if (std::exchange(about.fetchAgain, false)) fetch(document);
+  return true;
+}
+
+/// Counts a notification that cannot be read, and fetches what it should have told.
+void BoardView::Follower::refuse(Document document) {
+  ++counters_.malformed;
+  entry(document).unreadable = true;
+  fetch(document);
+}
+
+/// Takes in what the daemon told of a document.
+void BoardView::Follower::accept(Document document, Json::Value&& told) {
+  Known& about = entry(document);
+  if (about.confirmedAt && about.told == told) {
+    about.confirmedAt = Clock::now();
+    about.unreadable = false;
+    return;
+  }
+  BoardRecords before = records_;
+  try {
+    records_ = withDocument(records_, document, told);
+  } catch (const Json::Exception& wrongType) {
+    ++counters_.wrongTypes;
+    about.unreadable = true;
+    retryAt_ = Clock::now() + std::max<Clock::duration>(probeInterval_, kRetryInterval);
+    return tell(&Listeners::wrongType, document, std::string(wrongType.what()));
+  }
+  ++generation_;
+  ++counters_.changes;
+  about.unreadable = false;
+  about.confirmedAt = Clock::now();
+  about.text.clear();
+  std::swap(about.told, told);
+  if (listeners_.change.empty()) return;
+  tell(&Listeners::change, BoardChange{document, differences(told, about.told), std::move(before), records_});
+}
+
+// Fetches
+
+void BoardView::Follower::fetch(Document document, bool isProbe) {
+  Known& about = entry(document);
+  if (about.isFetching) {
+    about.fetchAgain = true;
+    return;
+  }
+  about.isFetching = true;
+  about.isProbe = isProbe;
+  about.notifiedBefore = about.notified;
+  ++about.fetches;
+  const auto read = [](Json::Value& answer, Json::Value& value) { value.swap(answer); };
+  const auto note = [this, document](const Answer<Json::Value>& answer) { noteFetched(document, answer); };
+  if (client_.submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note, probeTimeout_) == 0) {
+    about.isFetching = false;
+  }
+}
+
+void BoardView::Follower::noteFetched(Document document, const Answer<Json::Value>& answer) {
+  count(answer.status);
+  Known& about = entry(document);
+  const Json::Value* told = nullptr;
+  if (answer.ok()) {
+    const std::string_view member = findCommand(sourceOf(document).command)->payload;
+    told = answer.value.find(member.data(), member.data() + member.size());
+  }
+  const bool isSilent = answer.status == status::kNotSent || answer.status == status::kNoAnswer;
+  if (isSilent) {
+    if (about.isProbe) ++counters_.probesWithoutAnswer;
+    isFrozen_ = true;
+  } else {
+    heard();
+    if (std::exchange(isFrozen_, false)) {
+      outdateAll();
+      fetchAllAt_ = Clock::now();
+    }
+  }
+  const bool isEmptyWhitelist = document == Document::kWhitelist && told != nullptr && told->isNull();
+  if (told != nullptr && (isEmptyWhitelist || hasShape(document, *told))) {
+    about.fetched = isEmptyWhitelist ? Json::Value(Json::arrayValue) : *told;
+    about.takeFetchedAt = Clock::now() + kGrace;
+    return;
+  }
+  if (answer.ok()) ++counters_.malformed;
+  about.isFetching = false;
+  about.fetchAgain = false;
+  if (!isSilent) about.unreadable = about.unreadable || answer.ok();
+  retryAt_ = Clock::now() + kRetryInterval;
+}
+
+void BoardView::Follower::fetchAll() {
+  for (const Document document : kDocuments) fetch(document);
+}
+
+/// Has the view stale until everything is fetched again.
+void BoardView::Follower::outdateAll() {
+  for (Known& each : known_) {
+    each.isCurrent = false;
+    each.outdatedFetches = each.fetches;
+  }
+}
+
+void BoardView::Follower::count(int status) {
+  if (status >= 0) {
+    ++counters_.requestsDone;
+  } else if (status == status::kNoAnswer) {
+    ++counters_.requestsWithoutAnswer;
+  } else if (status == status::kBadAnswer) {
+    ++counters_.answersUnusable;
+  } else if (status <= status::kNotInitialized && status >= status::kCancelled) {
+    ++counters_.requestsNotSent;
+  } else {
+    ++counters_.requestsRefused;
+  }
+}
+
+// Time
+
+void BoardView::Follower::doWhatIsDue() {
+  const Clock::time_point now = Clock::now();
+  if (overflowedAt_) renewAfterOverflow();
+  if (fetchAllAt_ && *fetchAllAt_ <= now) {
+    fetchAllAt_.reset();
+    fetchAll();
+  }
+  if (retryAt_ && *retryAt_ <= now) {
+    retryAt_.reset();
+    for (const Document document : kDocuments) {
+      const Known& about = known(document);
+      if (isLinked() && !fetchAllAt_ && !about.isFetching && (!about.isCurrent || about.unreadable)) fetch(document);
+    }
+  }
+  probe();
+}
+
+/// Renews the connection when a burst is over: behind a full queue the newest notifications are lost, and older ones
+/// may be on the way. A new connection is free of both.
+void BoardView::Follower::renewAfterOverflow() {
+  const Clock::time_point now = Clock::now();
+  if (now < std::min<Clock::time_point>(lastNotification_ + kQuiet, *overflowedAt_ + kLongestBurst)) return;
+  overflowedAt_.reset();
+  inWindow_ = 0;
+  for (Known& each : known_) each.waiting.reset();
+  outdateAll();
+  fetchAllAt_.reset();
+  renew();
+}
+
+/// Asks the daemon for one document after the other when nothing was heard of it for a while. A frozen one is asked
+/// again at once, so that its return is noticed.
+void BoardView::Follower::probe() {
+  if (probeInterval_ <= 0ms || !isLinked() || fetchAllAt_ || (!isFrozen_ && Clock::now() < lastHeard_ + probeInterval_))
+    return;
+  if (std::any_of(known_.begin(), known_.end(), [](const Known& each) { return each.isFetching; })) return;
+  fetch(kDocuments[nextProbed_++ % std::size(kDocuments)], true);
+}
+
+// Writes
+
+AsyncClient::Id BoardView::Follower::change(const Request<void>& request, Document document, Holds holds,
+                                            Written completion, std::chrono::milliseconds timeout) {
+  if (timeout <= 0ms) timeout = AsyncClient::kDefaultTimeout;
+  const auto write = writes_.emplace(writes_.end());
+  write->document = document;
+  write->holds = std::move(holds);
+  write->completion = std::move(completion);
+  write->timeout = timeout;
+  write->deadline = Clock::now() + timeout;
+  write->notifiedBefore = known(document).notified;
+  const auto noteAnswer = [this, write](const Answer<void>& answer) {
+    count(answer.status);
+    if (answer.ok()) {
+      heard();
+      write->answeredAt = Clock::now();
+      return;
+    }
+    if (write->completion) calls_.emplace_back(0, [completion = write->completion, answer] { completion(answer); });
+    writes_.erase(write);
+  };
+  const AsyncClient::Id id = client_.submit(request, noteAnswer, timeout);
+  if (id == 0) {
+    writes_.erase(write);
+  } else {
+    write->id = id;
+  }
+  return id;
+}
+
+bool BoardView::Follower::cancel(AsyncClient::Id id) { return client_.cancel(id); }
+
+/// Completes a write that the view shows, or whose time is over. @return whether there was one
+bool BoardView::Follower::finishWrite() {
+  for (auto write = writes_.begin(); write != writes_.end(); ++write) {
+    if (!write->answeredAt) continue;
+    Answer<void> answer;
+    if (!isShown(*write)) {
+      fetchWhereNoNotificationCame(*write);
+      if (Clock::now() < write->deadline) continue;
+      answer.status = status::kNoAnswer;
+      answer.text = joined({"the change was carried out, but the view could not read it back within ",
+                            std::to_string(write->timeout.count()), " ms."});
+    }
+    if (write->completion) calls_.emplace_back(0, [completion = write->completion, answer] { completion(answer); });
+    writes_.erase(write);
+    return true;
+  }
+  return false;
+}
+
+bool BoardView::Follower::isShown(const Write& write) const {
+  const Known& about = known(write.document);
+  if (write.fetchWanted != 0 && about.finishedFetches >= write.fetchWanted) return true;
+  return write.holds && about.applied > write.notifiedBefore && write.holds(records_);
+}
+
+void BoardView::Follower::fetchWhereNoNotificationCame(Write& write) {
+  const Known& about = known(write.document);
+  const bool isLost = write.fetchWanted != 0 && !about.isFetching;  // that fetch has failed
+  if (write.fetchWanted == 0 ? Clock::now() < *write.answeredAt + kNotificationLimit : !isLost) return;
+  if (isLost && retryAt_) return;
+  fetch(write.document);
+  write.fetchWanted = about.fetches + (about.fetchAgain ? 1 : 0);
+}
+
+// Callbacks
+
+template <class Callbacks, class... Arguments>
+void BoardView::Follower::tell(Callbacks Listeners::*kind, const Arguments&... arguments) {
+  // One copy of the arguments for all listeners.
+  const auto shared = std::make_shared<const std::tuple<Arguments...>>(arguments...);
+  for (const auto& [listener, callback] : listeners_.*kind) {
+    calls_.emplace_back(listener, [callback = callback, shared] { std::apply(callback, *shared); });
+  }
+}
+
+bool BoardView::Follower::remove(Listener listener) {
+  const auto isOf = [listener](const auto& call) { return call.first == listener; };
+  if (listener != 0) calls_.erase(std::remove_if(calls_.begin(), calls_.end(), isOf), calls_.end());
+  return listeners_.state.erase(listener) + listeners_.change.erase(listener) +
+             listeners_.resynchronised.erase(listener) + listeners_.rebootRequest.erase(listener) +
+             listeners_.wrongType.erase(listener) >
+         0;
+}
+
+// The descriptor
+
+void BoardView::Follower::setWakeUp() {
+  const auto at = [this](const std::optional<Clock::time_point>& time) {
+    if (time) wakeUp_.at(*time);
+  };
+  at(tendLink(false));
+  watchSockets();
+  at(fetchAllAt_);
+  at(retryAt_);
+  if (overflowedAt_) at(lastNotification_ + kQuiet);
+  for (const Known& each : known_) {
+    if (each.fetched) at(each.takeFetchedAt);
+  }
+  for (const Write& each : writes_) {
+    if (each.answeredAt && each.fetchWanted == 0) at(*each.answeredAt + kNotificationLimit);
+    if (each.answeredAt) at(each.deadline);
+  }
+  if (probeInterval_ > 0ms && isLinked() && !isFrozen_) at(lastHeard_ + probeInterval_);
+  const auto isWaiting = [](const Known& each) { return each.waiting.has_value(); };
+  // What comes above may have taken the sign of a message out of ZMQ_FD.
+  if (!calls_.empty() || mayHoldMessages() || std::any_of(known_.begin(), known_.end(), isWaiting)) wakeUp_.now();
+}
+
+void BoardView::Follower::watchSockets() {
+  if (descriptor() == watchedSocket_ && linkDescriptor() == watchedMonitor_) return;
+  wakeUp_.forget(watchedSocket_);
+  wakeUp_.forget(watchedMonitor_);
+  wakeUp_.watch(watchedSocket_ = descriptor(), EPOLLIN);
+  wakeUp_.watch(watchedMonitor_ = linkDescriptor(), EPOLLIN);
+  wakeUp_.now();  // for what came before they were watched
+}
+
+void BoardView::Follower::closeSockets() noexcept {
+  wakeUp_.forget(watchedSocket_);
+  wakeUp_.forget(watchedMonitor_);
+  watchedSocket_ = watchedMonitor_ = -1;
+  Subscription::closeSockets();
+}
+
+}  // namespace zel

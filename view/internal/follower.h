@@ -1,0 +1,173 @@
+#pragma once
+
+#include <array>
+#include <deque>
+#include <list>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "common/shared/recycled.h"
+#include "common/shared/subscription.h"
+#include "common/shared/wake_up.h"
+#include "common/shared/wire_json.h"
+#include "view/board_view.h"
+
+namespace zel {
+
+/// What a `BoardView` consists of: the subscription, a client for its requests, the documents, and what is to be told.
+///
+/// A fetched document counts only where no notification of its topic has come since the request was submitted, since
+/// the answer comes on another connection and may be older or newer than the notification; on a connection without a
+/// loss the newest notification is the daemon's state once it rests.
+class BoardView::Follower final : public Subscription {
+ public:
+  Follower(zmq::context_t& context, const std::string& requests, const std::string& notifications);
+  ~Follower() override { retire(); }
+  Follower(const Follower&) = delete;
+  Follower& operator=(const Follower&) = delete;
+  static void* operator new(std::size_t) { return Recycled<Follower>::take(); }
+  static void operator delete(void* memory) { Recycled<Follower>::giveBack(memory); }
+
+  void destroy();
+  int start();
+  std::size_t process();
+  void setProbe(std::chrono::milliseconds interval, std::chrono::milliseconds timeout);
+  AsyncClient::Id change(const Request<void>& request, Document document, Holds holds, Written completion,
+                         std::chrono::milliseconds timeout);
+  bool cancel(AsyncClient::Id id);
+
+  struct Listeners {
+    std::map<Listener, std::function<void(BoardView::State, BoardView::State)>> state;
+    std::map<Listener, std::function<void(const BoardChange&)>> change;
+    std::map<Listener, std::function<void()>> resynchronised;
+    std::map<Listener, std::function<void()>> rebootRequest;
+    std::map<Listener, std::function<void(Document, const std::string&)>> wrongType;
+  };
+  /// Adds a callback to one of the maps of `listeners`.
+  template <class Callbacks, class Callback>
+  Listener add(Callbacks Listeners::*kind, Callback callback) {
+    (listeners_.*kind).emplace(++lastListener_, std::move(callback));
+    return lastListener_;
+  }
+  bool remove(Listener listener);
+
+  /// What is known of one document.
+  struct Known {
+    Json::Value told;
+    std::optional<Clock::time_point> confirmedAt;
+    bool unreadable = false;
+
+    bool isCurrent = false;              ///< told since the last handshake
+    std::uint64_t notified = 0;          ///< notifications of its topic that have come
+    std::uint64_t applied = 0;           ///< `notified` when the last of them was taken in
+    std::optional<std::string> waiting;  ///< the newest of them, not read yet
+    std::string text;                    ///< the notification that `told` was read from; empty: it was fetched
+
+    std::uint64_t fetches = 0;          ///< fetches that were submitted
+    std::uint64_t outdatedFetches = 0;  ///< `fetches` at the last handshake: those say nothing about what came later
+    std::uint64_t finishedFetches = 0;  ///< `fetches` of the last one that was taken in
+    bool isFetching = false;
+    bool fetchAgain = false;             ///< another fetch has to follow the one under way
+    bool isProbe = false;                ///< the fetch under way is a probe
+    std::uint64_t notifiedBefore = 0;    ///< `notified` when the fetch was submitted
+    std::optional<Json::Value> fetched;  ///< an answer that waits for notifications that may overtake it
+    Clock::time_point takeFetchedAt;
+  };
+
+  const Known& known(Document document) const { return known_[static_cast<std::size_t>(document)]; }
+  BoardView::State state() const { return state_; }
+  const Counters& counters() const { return counters_; }
+  std::uint64_t generation() const { return generation_; }
+  const BoardRecords& records() const { return records_; }
+  int wakeUpDescriptor() const { return wakeUp_.descriptor(); }
+
+ private:
+  /// A change of the board that is not completed.
+  struct Write {
+    AsyncClient::Id id = 0;
+    Document document;
+    Holds holds;
+    Written completion;
+    std::chrono::milliseconds timeout;
+    Clock::time_point deadline;
+    std::uint64_t notifiedBefore = 0;
+    std::optional<Clock::time_point> answeredAt;  ///< the daemon has carried it out
+    std::uint64_t fetchWanted = 0;                ///< the fetch that shows it; 0: none yet
+  };
+  class Turn;
+
+  Known& entry(Document document) { return known_[static_cast<std::size_t>(document)]; }
+
+  void takeIn();
+  void noteLink();
+  void noteNotification(const std::string& topic, int error, std::string_view payload);
+  bool step();
+  bool tellState();
+  BoardView::State judge() const;
+  bool takeNotified(Document document);
+  bool takeFetched(Document document);
+  bool finishWrite();
+  bool isShown(const Write& write) const;
+  void fetchWhereNoNotificationCame(Write& write);
+  void doWhatIsDue();
+  void renewAfterOverflow();
+  void probe();
+
+  void refuse(Document document);
+  void accept(Document document, Json::Value&& told);
+  void fetch(Document document, bool isProbe = false);
+  void noteFetched(Document document, const Answer<Json::Value>& answer);
+  void fetchAll();
+  void outdateAll();
+  void count(int status);
+  void heard();
+
+  /// Adds calls of all listeners of a kind to those that are to be made.
+  template <class Callbacks, class... Arguments>
+  void tell(Callbacks Listeners::*kind, const Arguments&... arguments);
+  void setWakeUp();
+  void watchSockets();
+  void closeSockets() noexcept override;
+
+  std::string requests_;
+  std::string notifications_;
+  WakeUp wakeUp_;
+  int watchedSocket_ = -1;
+  int watchedMonitor_ = -1;
+  AsyncClient client_;
+  WireJsonReader reader_;
+
+  BoardRecords records_;
+  std::array<Known, 4> known_;
+  BoardView::State state_ = BoardView::State::kConnecting;
+  std::uint64_t generation_ = 0;
+  Counters counters_;
+
+  bool isStarted_ = false;
+  unsigned int handshakesSeen_ = 0;
+  unsigned int lossesSeen_ = 0;
+  std::optional<Clock::time_point> fetchAllAt_;
+  std::optional<Clock::time_point> retryAt_;
+
+  Clock::time_point windowStart_;
+  unsigned int inWindow_ = 0;  ///< notifications since then
+  std::optional<Clock::time_point> overflowedAt_;
+  Clock::time_point lastNotification_;
+
+  std::chrono::milliseconds probeInterval_{5000};
+  std::chrono::milliseconds probeTimeout_{1000};
+  Clock::time_point lastHeard_ = Clock::now();
+  std::size_t nextProbed_ = 0;
+  bool isFrozen_ = false;
+
+  std::list<Write> writes_;
+  Listeners listeners_;
+  Listener lastListener_ = 0;
+  /// Calls of callbacks that are to be made, with the listener that each belongs to; 0: a completion.
+  std::deque<std::pair<Listener, std::function<void()>>> calls_;
+  bool isProcessing_ = false;
+  bool orphaned_ = false;
+};
+
+}  // namespace zel
