@@ -132,11 +132,24 @@ class BoardView::Follower::Turn {
 
 BoardView::Follower::Follower(zmq::context_t& context, const std::string& requests, const std::string& notifications)
     : Subscription(context),
+      context_(context),
+      requests_(requests),
       notifications_(notifications),
-      client_(context, requests),
+      writer_(context, requests),
       records_{std::make_shared<SysParameters>(), std::make_shared<SysParametersDynamic>(),
                std::make_shared<BoardModel>(), std::make_shared<std::list<WhiteListEntry>>()} {
-  wakeUp_.watch(client_.descriptor(), EPOLLIN);
+  wakeUp_.watch(writer_.descriptor(), EPOLLIN);
+  makeFetcher();
+}
+
+void BoardView::Follower::makeFetcher() {
+  if (fetcher_) wakeUp_.forget(fetcher_->descriptor());
+  fetcher_.emplace(context_, requests_);
+  wakeUp_.watch(fetcher_->descriptor(), EPOLLIN);
+  for (Known& each : known_) {
+    each.isFetching = each.fetchAgain = false;
+    each.fetched.reset();
+  }
 }
 
 void BoardView::Follower::destroy() {
@@ -183,7 +196,8 @@ std::size_t BoardView::Follower::process() {
 // What comes in
 
 void BoardView::Follower::takeIn() {
-  client_.process();
+  writer_.process();
+  fetcher_->process();
   std::string topic;
   for (int taken = 0; taken < kShareOfNotifications; ++taken) {
     Frame payload;
@@ -207,6 +221,7 @@ void BoardView::Follower::noteLink() {
   handshakesSeen_ = handshakes();
   heard();
   outdateAll();
+  makeFetcher();
   fetchAllAt_ = Clock::now() + kSubscribeTime;
 }
 
@@ -362,7 +377,7 @@ void BoardView::Follower::fetch(Document document, bool isProbe) {
   ++about.fetches;
   const auto read = [](Json::Value& answer, Json::Value& value) { value.swap(answer); };
   const auto note = [this, document](const Answer<Json::Value>& answer) { noteFetched(document, answer); };
-  if (client_.submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note, probeTimeout_) == 0) {
+  if (fetcher_->submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note, probeTimeout_) == 0) {
     about.isFetching = false;
   }
 }
@@ -488,7 +503,7 @@ AsyncClient::Id BoardView::Follower::change(const Request<void>& request, Docume
     if (write->completion) calls_.emplace_back(0, [completion = write->completion, answer] { completion(answer); });
     writes_.erase(write);
   };
-  const AsyncClient::Id id = client_.submit(request, noteAnswer, timeout);
+  const AsyncClient::Id id = writer_.submit(request, noteAnswer, timeout);
   if (id == 0) {
     writes_.erase(write);
   } else {
@@ -497,7 +512,7 @@ AsyncClient::Id BoardView::Follower::change(const Request<void>& request, Docume
   return id;
 }
 
-bool BoardView::Follower::cancel(AsyncClient::Id id) { return client_.cancel(id); }
+bool BoardView::Follower::cancel(AsyncClient::Id id) { return writer_.cancel(id); }
 
 /// Completes a write that the view shows, or whose time is over. @return whether there was one
 bool BoardView::Follower::finishWrite() {

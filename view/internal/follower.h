@@ -119,6 +119,7 @@ class BoardView::Follower final : public Subscription {
   void fetch(Document document, bool isProbe = false);
   void noteFetched(Document document, const Answer<Json::Value>& answer);
   void fetchAll();
+  void makeFetcher();
   void outdateAll();
   void count(int status);
   void heard();
@@ -130,12 +131,16 @@ class BoardView::Follower final : public Subscription {
   void watchSockets();
   void closeSockets() noexcept override;
 
+  zmq::context_t& context_;
   std::string requests_;
   std::string notifications_;
   WakeUp wakeUp_;
   int watchedSocket_ = -1;
   int watchedMonitor_ = -1;
-  AsyncClient client_;
+  AsyncClient writer_;  ///< for the changes of the board
+  /// For fetches: a write without an answer does not hold them up. Made anew with each connection, since a request to a
+  /// daemon that is gone would hold up those to the next one.
+  std::optional<AsyncClient> fetcher_;
   WireJsonReader reader_;
 
   BoardRecords records_;
