@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "common/logger.h"
-#include "net/interface_chain.h"
+#include "net/internal/interface_chain.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 
 #include "client/zmq_utils.h"
 #include "config/system_default_cfg.h"
-#include "tests/config/fake_board.h"
 #include "tests/simulator/board_process.h"
 #include "tests/support/child_process.h"
+#include "tests/support/fake_board.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 

@@ -15,9 +15,9 @@
 
 #include "client/zmq_utils.h"
 #include "common/status.h"
-#include "tests/config/fake_board.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
+#include "tests/support/fake_board.h"
 #include "tests/support/leaks.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"

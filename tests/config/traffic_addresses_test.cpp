@@ -2,8 +2,8 @@
 
 #include "common/status.h"
 #include "config/system_default_cfg.h"
-#include "tests/config/fake_board.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/fake_board.h"
 
 // The board model has a label and values that no answer of the daemon carries: the tests set them in the cache itself.
 // An explicit instantiation may name what is private.

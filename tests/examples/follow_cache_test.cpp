@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/config/fake_board.h"
+#include "tests/support/fake_board.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/temporary_folder.h"
 #include "tests/support/child_process.h"

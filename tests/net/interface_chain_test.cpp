@@ -1,4 +1,4 @@
-#include "net/interface_chain.h"
+#include "net/internal/interface_chain.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "config/system_default_cfg.h"
-#include "tests/config/fake_board.h"
+#include "tests/support/fake_board.h"
 
 namespace {
 

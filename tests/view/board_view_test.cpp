@@ -7,8 +7,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tests/config/fake_board.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/fake_board.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 #include "tests/view/applied.h"

@@ -2,7 +2,7 @@
 
 #include "common/status.h"
 #include "net/eth_ip_utils.h"
-#include "net/host_interfaces.h"
+#include "net/shared/host_interfaces.h"
 #include "types/shared/board_models.h"
 #include "types/sys_parameters.h"
 

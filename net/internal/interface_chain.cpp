@@ -1,4 +1,4 @@
-#include "net/interface_chain.h"
+#include "net/internal/interface_chain.h"
 
 #include <netdb.h>
 #include <netinet/in.h>

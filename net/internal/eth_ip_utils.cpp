@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "common/logger.h"
-#include "net/host_interfaces.h"
-#include "net/interface_chain.h"
+#include "net/internal/interface_chain.h"
+#include "net/shared/host_interfaces.h"
 
 // The priority puts it before the static objects of programs and libraries, which may make an EthIpUtils.
 __attribute__((init_priority(101))) std::string dhcp_lease = "/var/lib/dhcp";

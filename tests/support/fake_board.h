@@ -7,16 +7,10 @@
 #include <string>
 #include <utility>
 
-#include "common/shared/wire_json.h"
+#include "tests/support/json_of.h"
 #include "tests/support/scripted_daemon.h"
 
 namespace zel::test {
-
-inline Json::Value json(const std::string& text) {
-  Json::Value value;
-  EXPECT_EQ(WireJsonReader().read(text, value), "") << text;
-  return value;
-}
 
 /// A daemon with one board: answers the queries with documents, and publishes what it is told to.
 ///
