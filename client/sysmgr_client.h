@@ -40,9 +40,10 @@ class ZEL_EXPORT SysMgrClient {
   /// As `ClientJsonApi::init`; the context is that of `ZmqUtils` as a rule.
   int init(zmq::context_t& context);
 
-  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and
-  /// negative values mean 5 s again.
-  void setTimeout(std::chrono::milliseconds timeout);
+  /// As `zel::setTimeout`: how long each of the next requests may take from its start to its answer; 5 s unless this is
+  /// called. 0 and negative values mean 5 s again.
+  /// @return false when a libzelCommonTypes of another maker is loaded that has no such operation: nothing has changed
+  bool setTimeout(std::chrono::milliseconds timeout);
 
   /// As `ClientJsonApi::getLastErrorMessage`.
   int getLastErrorMessage(ErrorReport& report);

@@ -2,7 +2,6 @@
 
 #include <json/value.h>
 
-#include <chrono>
 #include <string>
 
 #include "../common/client_json_api.h"
@@ -60,12 +59,6 @@ class ZEL_EXPORT SysMgrJsonClient : public ClientJsonApi {
   /// As `SysMgrCommands::getCommandNameStr`.
   int getCommandDescription(unsigned int id, std::string& description) override;
 
-  /// The time-out of `setTimeout`. A derived class may say otherwise.
-  int getClientTimeout() override;
-  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and negative
-  /// values mean 5 s again.
-  void setTimeout(std::chrono::milliseconds timeout);
-
   int getStoredParameters(Json::Value& reply);
   int getDynamicParameters(Json::Value& reply);
   /// @param request  a flat object of the keys to change
@@ -90,8 +83,6 @@ class ZEL_EXPORT SysMgrJsonClient : public ClientJsonApi {
   int setIdentifyLeds(Json::Value& request, Json::Value& reply);
 
  private:
-  int timeout_ = 0;  ///< ms; 0: the default
-
   int exchange(SysMgrCommands::sysmgr_msg_t id, Json::Value& reply);
   int exchange(SysMgrCommands::sysmgr_msg_t id, const Json::Value& request, Json::Value& reply);
 };

@@ -2,12 +2,25 @@
 
 #include <json/value.h>
 
+#include <chrono>
 #include <string>
 #include <zmq.hpp>
 
 #include "error_report.h"
 #include "export.h"
 #include "ipc_msg.h"
+
+class ClientJsonApi;
+
+namespace zel {
+
+/// How long each of the next requests of a client may take from its start to its answer, unless its class overrides
+/// `getClientTimeout`: 5 s before this is called. 0 and negative values mean 5 s again.
+///
+/// Weak: null in a process with a libzelCommonTypes of another maker. Threads: as a request of the client.
+ZEL_EXPORT void setTimeout(ClientJsonApi& client, std::chrono::milliseconds timeout) __attribute__((weak));
+
+}  // namespace zel
 
 /// A request client: sends one request at a time over ZeroMQ and waits for its answer.
 ///
@@ -39,8 +52,8 @@ class ZEL_EXPORT ClientJsonApi {
   /// @return 0
   virtual int getCommandDescription(unsigned int id, std::string& description);
 
-  /// How long a request may take from its start to its answer, in milliseconds: 5000. A derived class may say
-  /// otherwise; 0 and negative values count as the default.
+  /// How long a request may take from its start to its answer, in milliseconds: 5000, or what `zel::setTimeout` says. A
+  /// derived class may say otherwise; 0 and negative values count as 5000.
   virtual int getClientTimeout();
 
   /// Opens the client's socket on the context and starts to connect it to `getIpcConnectAddress`. The daemon need not
@@ -77,6 +90,9 @@ class ZEL_EXPORT ClientJsonApi {
   class Connection;
   std::string nameOf(unsigned int id);
 
+  friend void zel::setTimeout(ClientJsonApi& client, std::chrono::milliseconds timeout);
+
   Connection* const connection_;
   ErrorReport lastError_;
+  int timeout_ = 5000;  ///< ms
 };

@@ -41,7 +41,11 @@ SysMgrClient::~SysMgrClient() = default;
 
 int SysMgrClient::init(zmq::context_t& context) { return json_.init(context); }
 
-void SysMgrClient::setTimeout(std::chrono::milliseconds timeout) { json_.setTimeout(timeout); }
+bool SysMgrClient::setTimeout(std::chrono::milliseconds timeout) {
+  if (zel::setTimeout == nullptr) return false;
+  zel::setTimeout(json_, timeout);
+  return true;
+}
 
 int SysMgrClient::getLastErrorMessage(ErrorReport& report) { return json_.getLastErrorMessage(report); }
 

@@ -1,8 +1,6 @@
 #include "client/sysmgr_jsonApi.h"
 
-#include <algorithm>
 #include <iterator>
-#include <limits>
 
 #include "client/commands.h"
 #include "client/endpoints.h"
@@ -28,13 +26,6 @@ std::string SysMgrJsonClient::getIpcConnectAddress() { return zel::requestEndpoi
 
 int SysMgrJsonClient::getCommandDescription(unsigned int id, std::string& description) {
   return SysMgrCommands::getCommandNameStr(static_cast<SysMgrCommands::sysmgr_msg_t>(id), description);
-}
-
-int SysMgrJsonClient::getClientTimeout() { return timeout_ > 0 ? timeout_ : ClientJsonApi::getClientTimeout(); }
-
-void SysMgrJsonClient::setTimeout(std::chrono::milliseconds timeout) {
-  constexpr std::chrono::milliseconds kLongest{std::numeric_limits<int>::max()};
-  timeout_ = static_cast<int>(std::clamp(timeout, std::chrono::milliseconds(0), kLongest).count());
 }
 
 int SysMgrJsonClient::exchange(SysMgrCommands::sysmgr_msg_t id, Json::Value& reply) {

@@ -1,6 +1,8 @@
 #include "common/client_json_api.h"
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
 
 #include "common/shared/format_text.h"
 #include "common/shared/recycled.h"
@@ -35,7 +37,12 @@ int ClientJsonApi::getCommandDescription(unsigned int id, std::string& descripti
   return 0;
 }
 
-int ClientJsonApi::getClientTimeout() { return static_cast<int>(zel::kDefaultTimeout.count()); }
+int ClientJsonApi::getClientTimeout() { return timeout_; }
+
+void zel::setTimeout(ClientJsonApi& client, std::chrono::milliseconds timeout) {
+  constexpr std::chrono::milliseconds kLongest{std::numeric_limits<int>::max()};
+  client.timeout_ = static_cast<int>((timeout.count() > 0 ? std::min(timeout, kLongest) : kDefaultTimeout).count());
+}
 
 int ClientJsonApi::init(zmq::context_t& context) {
   const std::string address = getIpcConnectAddress();
