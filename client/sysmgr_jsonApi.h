@@ -62,8 +62,8 @@ class ZEL_EXPORT SysMgrJsonClient : public ClientJsonApi {
 
   /// The time-out of `setTimeout`. A derived class may say otherwise.
   int getClientTimeout() override;
-  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and negative
-  /// values mean 5 s again.
+  /// How long each of the next requests may take from its start to its answer: 5 s unless this is called. 0 and
+  /// negative values mean 5 s again.
   void setTimeout(std::chrono::milliseconds timeout);
 
   int getStoredParameters(Json::Value& reply);
