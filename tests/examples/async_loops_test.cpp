@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "tests/examples/idle.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/temporary_folder.h"
 #include "tests/support/child_process.h"
@@ -133,6 +134,18 @@ TEST_P(AsyncExample, StoresWhatWasTypedBeforeADaemonWasThere) {
   const ChildProcess board = startReadyBoard();
   EXPECT_TRUE(example->waitForOutput("RTSP port 5002\n")) << example->errors();
   EXPECT_EQ(example->errors(), "'ready' is not a TCP port\n'meanwhile' is not a TCP port\n");
+}
+
+TEST_P(AsyncExample, SleepsWhileItHasNothingToDo) {
+  ChildProcess board = startReadyBoard();
+  type("5000\n");
+  ASSERT_TRUE(example->waitForOutput("RTSP port 5000\n"));
+  zel::test::expectIdle(*example);
+  board.freeze();
+  type("5001\n");
+  zel::test::expectIdle(*example);
+  board.kill();
+  zel::test::expectIdle(*example);
 }
 
 TEST_P(AsyncExample, GoesOnAfterItWasStopped) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/config/fake_board.h"
+#include "tests/examples/idle.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/temporary_folder.h"
 #include "tests/support/child_process.h"
@@ -125,6 +126,17 @@ TEST_P(ExampleBesideTheSimulator, ShowsWhatChangedWhileTheDaemonWasAway) {
   board->kill();
   board.emplace(startBoardWith(5001));
   EXPECT_TRUE(waitForPort(example, 5001)) << "no notification tells of it";
+}
+
+TEST_P(ExampleBesideTheSimulator, SleepsWhileNothingChanges) {
+  ChildProcess board = startBoardWith(5000);
+  ChildProcess example = startExample();
+  ASSERT_TRUE(waitForPort(example, 5000));
+  zel::test::expectIdle(example);
+  board.freeze();
+  zel::test::expectIdle(example);
+  board.kill();
+  zel::test::expectIdle(example);
 }
 
 TEST_P(ExampleBesideTheSimulator, ShowsADaemonThatComesLater) {
