@@ -22,17 +22,18 @@ namespace zel {
 template <class Value>
 struct Answer {
   int status = 0;    ///< 0, or a negative code: see `AsyncClient`
-  std::string text;  ///< why it failed: the words of `ClientJsonApi::getLastErrorMessage`; empty after a success
-  Value value{};     ///< what the daemon answered; as a new one is where the request failed
+  std::string text;  ///< why it failed, in the words of `SysMgrClient::getLastErrorMessage`; empty after a success
+  Value value{};     ///< what the daemon answered; default-constructed where the request failed
 
+  /// Whether the request succeeded.
   bool ok() const { return status >= 0; }
 };
 
 /// How a request without a value in its answer ended.
 template <>
 struct Answer<void> {
-  int status = 0;
-  std::string text;
+  int status = 0;    ///< as above
+  std::string text;  ///< as above
 
   bool ok() const { return status >= 0; }
 };
@@ -49,57 +50,64 @@ struct Answer<void> {
 /// while (poll(&watched, 1, -1) >= 0) client.process();
 /// @endcode
 ///
-/// Order: one request is carried out at a time, in the order of submission. A request is sent when the one before it is
-/// answered or given up; so the second of two sets never overtakes the first. A request that got no answer in time is
-/// the exception: the daemon may carry it out later than the ones behind it, as with `SysMgrClient`.
+/// Order: one request is carried out at a time, in the order of submission. A request is sent when the one before it
+/// was answered or given up, so the second of two sets never overtakes the first. A request that got no answer in time
+/// is the exception: the daemon may carry it out later than the ones behind it, as with `SysMgrClient`.
 ///
-/// Completions: one for each request, inside `process`, never inside `submit` or `cancel`. A completion may submit,
-/// cancel, and destroy the client. An exception of a completion leaves `process`; the completions behind it run in the
-/// next call. To destroy the client runs no completion; a request that waits then is never sent.
+/// Completions: one for each request, in the order in which the requests ended, inside `process`, never inside `submit`
+/// or `cancel`. A completion may submit, cancel, and destroy the client. An exception of a completion leaves `process`;
+/// its request is completed, and the completions behind it run in the next call. The destructor of the client runs no
+/// completion; a request that waits then is never sent.
 ///
-/// Status codes, as those of `ClientJsonApi::sendMessage` with the same promises:
+/// The status of an answer is one of these, with the promises of `ClientJsonApi::sendMessage`:
 ///
-/// - 0: success; a positive status of the daemon's is a success, too
+/// - 0: success, also where the daemon's status is positive
 /// - -100: the process is at its end: not sent
 /// - -101: the socket cannot be opened or connected: not sent
-/// - -102: no daemon took the request within its time-out: it was not sent and never will be. So, too, for a request
-///   whose time was over while it waited behind others
-/// - -103: the request was sent and no answer came within its time-out, or it was cancelled after it was sent: the
-///   daemon may have acted on it
+/// - -102: no daemon took the request within its time-out: it was not sent and never will be. This is also the status
+///   of a request whose time-out was over while it waited behind others
+/// - -103: the request was sent, and no answer came within its time-out or before the end of the process, or it was
+///   cancelled after it was sent: the daemon may have acted on it
 /// - -104: the answer is not one JSON object in one frame, or holds a value of a type that does not convert
 /// - -105: the request cannot be written as JSON text within the limits: not sent
 /// - -106: cancelled before it was sent: it was not sent and never will be
-/// - any other negative status is the daemon's refusal, with its text
+/// - any other negative status: the daemon refused the request; the text is the daemon's
 ///
-/// Nothing is logged at level 2: the completion has the code and the text.
+/// The client logs no failure: the completion gets the code and the text.
 ///
 /// The client holds one connection, which it keeps and renews as `SysMgrClient` does: it works again with the next
 /// request once a daemon is back. The requests that wait are kept in memory, without a limit.
 ///
 /// Threads: one at a time. A forked child may only destroy the client: the parent's requests are not completed there,
 /// and `descriptor` is shared with the parent's loop. The context has to outlive the client, except at the end of the
-/// process: a client in static storage is disconnected before the context is destroyed; a thread that goes on calling
-/// while another one ends the process gets no further completions.
+/// process: the connection of a client in static storage is closed before the context is destroyed, and a `process`
+/// that runs later completes what waits with -100 or -103. In a thread that goes on while another one ends the process,
+/// `submit` returns 0 and `process` does nothing.
 class ZEL_EXPORT AsyncClient {
  public:
-  /// Names a request for `cancel`; never 0, and never used again by the same client.
+  /// Identifies a request for `cancel`. Never 0; a client uses each only once.
   using Id = std::uint64_t;
 
   static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
 
-  /// Begins to connect. The daemon need not be there.
+  /// Begins to connect, and does not wait for it. The daemon need not be there.
   /// @param context   that of `ZmqUtils` as a rule
-  /// @param endpoint  the daemon's request endpoint
+  /// @param endpoint  the daemon's request endpoint, as ZeroMQ writes it (zmq_tcp(7)); where it is not valid, each
+  ///                  request ends with -101
   explicit AsyncClient(zmq::context_t& context, const std::string& endpoint = requestEndpoint());
   ~AsyncClient();
   AsyncClient(const AsyncClient&) = delete;
   AsyncClient& operator=(const AsyncClient&) = delete;
 
-  /// Appends a request to those that wait; sends it at once if there are none. Never waits.
+  /// Appends a request to those that wait; outside `process` sends it at once if there are none and a daemon is
+  /// connected. Never waits.
   ///
-  /// @param completion  is called once with a `const Answer<Value>&`; a copy of it is kept until then. May be empty.
-  /// @param timeout     from now to the answer; 0 and negative values mean the default
-  /// @return the request's id; 0 in a forked child, or while another thread ends the process: nothing is submitted then
+  /// @param completion  is called once with a `const Answer<Value>&`, and destroyed after that, or with the client. May
+  ///                    be empty.
+  /// @param timeout     the longest time from now to the answer, the wait behind other requests included; 0 and
+  ///                    negative values mean the default, 5 s
+  /// @return the request's id; 0 in a forked child, or while another thread ends the process: nothing is submitted
+  ///         then, and the completion never runs
   template <class Value>
   Id submit(const Request<Value>& request, std::function<void(const std::common_type_t<Answer<Value>>&)> completion,
             std::chrono::milliseconds timeout = kDefaultTimeout) {
@@ -122,23 +130,24 @@ class ZEL_EXPORT AsyncClient {
   }
 
   /// Cancels a request. Its completion runs in the next `process`: with -106 when the request was not sent, with -103
-  /// when it was. A request that was sent is waited for all the same, until its answer or its time-out, before the next
-  /// one is sent: the order holds.
-  /// @return false when there is no such request, or its completion is due already
+  /// when it was. After a request that was sent, the next one is sent only when the answer has come or the time-out is
+  /// over: the order holds.
+  /// @return false when there is no such request, it was cancelled before, or it has ended: its completion has run or
+  ///         is due
   bool cancel(Id id);
 
-  /// The descriptor to watch: readable while `process` has something to do, the time-outs of requests included. It is
-  /// level-triggered, and an application that watches it needs no timer. Only to be watched, never read. May be
-  /// readable when nothing is due. The same for the life of the client; -1 when there were too few descriptors to make
-  /// it: each request fails with -101 then.
+  /// The descriptor to watch: readable, level-triggered, while `process` has something to do, the time-outs of requests
+  /// included. So an application that watches it needs no timer. Only to be watched, never read, and not after the
+  /// client is destroyed. May be readable when nothing is due. The same for the life of the client; -1 when there were
+  /// too few descriptors to make it: as long as that is so, each request ends with -101.
   int descriptor() const;
 
   /// Does what is due: sends, receives, and runs at most 32 completions; when more are due, the descriptor stays
-  /// readable. Never waits. A call inside a completion does nothing.
+  /// readable. Never waits. May be called at any time; inside a completion and in a forked child it does nothing.
   /// @return the number of completions that were run
   std::size_t process();
 
-  /// The number of requests whose completion has not run yet.
+  /// The number of requests whose completions have not run yet, the empty ones included.
   std::size_t pending() const;
 
  private:

@@ -11,18 +11,19 @@
 
 namespace zel {
 
-/// Has the clients, subscribers and the cache of this process connect to other endpoints, from their next `init` on. An
-/// object that is connected stays as it is.
+/// Sets the endpoints that the clients, the subscribers and the cache of this process connect to from their next `init`
+/// on, and each `zel::AsyncClient` that is made later. An object that is connected keeps its connection until its next
+/// `init`. To be called before the first of them: the cache's subscription, for example, is made only once.
 ///
 /// @param requests, notifications  ZeroMQ endpoints: "tcp://127.0.0.1:15556", "ipc:///run/board/requests"
-///                                 (zmq_tcp(7), zmq_ipc(7)); empty: the fixed one. Not checked here: `init` returns
-///                                 -101 for one that is not valid.
+///                                 (zmq_tcp(7), zmq_ipc(7)); empty: the fixed one. They are not checked here: `init`
+///                                 returns -101 for an endpoint that is not valid.
 /// Threads: any.
 ZEL_EXPORT void useEndpoints(const std::string& requests, const std::string& notifications);
 
-/// The endpoint of the daemon's requests. Threads: any.
+/// The endpoint of the daemon's requests: that of `useEndpoints`, or the fixed one. Threads: any.
 ZEL_EXPORT std::string requestEndpoint();
-/// The endpoint of the daemon's notifications. Threads: any.
+/// The endpoint of the daemon's notifications, in the same way. Threads: any.
 ZEL_EXPORT std::string notificationEndpoint();
 
 }  // namespace zel

@@ -13,7 +13,7 @@
 #include "sysmgr_jsonApi.h"
 
 /// @file
-/// The daemon's requests as values: what `SysMgrClient` sends at once, and `zel::AsyncClient` when its turn comes.
+/// The daemon's requests as values. `zel::AsyncClient` carries them out; `SysMgrClient` sends the same ones.
 ///
 /// @code
 /// client.submit(zel::requests::set(zel::settings::kRtspTcpPort, 5004), [](const zel::Answer<void>& answer) {...});
@@ -30,9 +30,9 @@ template <class Value>
 struct Request {
   SysMgrCommands::sysmgr_msg_t command;
   Json::Value body;  ///< null: the command has no body
-  /// Reads a success of the daemon: fills the value as the record's `Deserialize` does, whose rules for missing keys
-  /// hold, or appends to a list. Throws JsonCpp's exceptions for a value that does not convert. May add null members
-  /// to the answer.
+  /// Reads the answer to a request that succeeded: fills the value as the record's `Deserialize` does, with the same
+  /// rules for missing keys, or appends to a list. Throws JsonCpp's exceptions for a value that does not convert. May
+  /// add null members to the answer.
   void (*read)(Json::Value& answer, Value& value);
 };
 
@@ -49,7 +49,8 @@ namespace requests {
 /// The daemon stores the value and notifies its subscribers.
 /// @{
 
-/// Sets the value of a row of types/settings.h. A text is sent whole.
+/// Sets the value of a row of types/settings.h, where each row has its type, accepted values and meaning. A text is
+/// sent whole, NUL characters included.
 template <class T>
 Request<void> set(const Setting<T>& row, const T& value) {
   const bool identify = row.route == SettingRow::Route::kIdentify;
@@ -76,7 +77,8 @@ Request<void> setMember(const StoredValue<T>& row, const std::common_type_t<T>& 
   return request;
 }
 
-/// Adds the configuration of an interface, or replaces the one of the same name.
+/// Adds the configuration of an interface, or replaces the one of the same name. What `EthIpV4Cfg::validate` checks is
+/// not checked here.
 ZEL_EXPORT Request<void> addInterface(const EthIpV4Cfg& configuration);
 /// Removes the configuration of an interface.
 ZEL_EXPORT Request<void> removeInterface(const std::string& name);
@@ -90,12 +92,15 @@ ZEL_EXPORT Request<void> factoryReset();
 /// Asks for a restart of the board.
 ZEL_EXPORT Request<void> rebootDevice();
 /// Reports the state of a module of the board to the daemon.
+/// @param module       the module's name
+/// @param error, warn  whether it has an error, and whether it has a warning
 ZEL_EXPORT Request<void> setModuleState(const std::string& module, bool error, bool warn);
-/// @param lines  as the daemon takes them
+/// Configures GPIO lines. @param lines  the body of the request, as the daemon takes it
 ZEL_EXPORT Request<void> setGpioConfiguration(const Json::Value& lines);
 /// @}
 
 /// @name Queries
+/// Each answer holds the record of the member that the daemon answers with.
 /// @{
 ZEL_EXPORT Request<SysParameters> storedParameters();
 ZEL_EXPORT Request<SysParametersDynamic> dynamicParameters();
@@ -104,15 +109,17 @@ ZEL_EXPORT Request<BoardModel> boardModel();
 ZEL_EXPORT Request<NetworkStackStatus> networkStackStatus();
 /// The whole answer of the daemon.
 ZEL_EXPORT Request<Json::Value> internalDebugInfo();
-/// The whole answer of the daemon. @param lines  which lines are asked for
+/// The whole answer of the daemon. @param lines  the body of the request: which lines are asked for
 ZEL_EXPORT Request<Json::Value> gpioConfiguration(const Json::Value& lines);
 /// @}
 
 /// @name Multicast whitelist
 /// @{
+/// The entries in the daemon's order.
 ZEL_EXPORT Request<std::list<WhiteListEntry>> mcastWhitelist();
 /// Adds an entry, or replaces the one of the same address.
 ZEL_EXPORT Request<void> addMcastWhitelist(const WhiteListEntry& entry);
+/// Removes the entry of this address and mask.
 ZEL_EXPORT Request<void> removeMcastWhitelist(const WhiteListEntry& entry);
 /// Turns the entry of this address and mask on or off, as the entry says.
 ZEL_EXPORT Request<void> enableMcastWhitelist(const WhiteListEntry& entry);

@@ -19,10 +19,12 @@ namespace zel {
 /// @endcode
 ///
 /// The descriptor is readable, level-triggered, while an item of the set is ready, or the connection of a subscriber in
-/// the set needs care. ZeroMQ's own descriptor, ZMQ_FD, is edge-triggered (zmq_getsockopt(3)) and silent about a
-/// connection that is gone for good; with this class a loop need not know either, and needs no timer.
+/// the set has to be renewed. ZeroMQ's own descriptor, ZMQ_FD, is edge-triggered (zmq_getsockopt(3)) and silent about a
+/// connection that libzmq has given up. A loop that watches this descriptor instead has to handle neither, and needs no
+/// timer.
 ///
-/// Threads: one at a time, that of the subscribers in the set. A forked child makes its own.
+/// Nothing is logged. Threads: one at a time, that of the subscribers in the set. A forked child makes an object of its
+/// own; the inherited descriptor is the parent's.
 class ZEL_EXPORT EventDescriptor {
  public:
   /// @param fds  has to outlive this object. Items that are added later are watched from the next `poll` on.
@@ -31,14 +33,16 @@ class ZEL_EXPORT EventDescriptor {
   EventDescriptor(const EventDescriptor&) = delete;
   EventDescriptor& operator=(const EventDescriptor&) = delete;
 
-  /// The descriptor to watch. Only to be watched, never read. It is readable at the beginning, and stays so until a
-  /// call of `poll` returns 0. The same for the life of the object; -1 when there were too few descriptors to make it.
+  /// The descriptor to watch. Only to be watched, never read, and not after the object is destroyed. It is readable at
+  /// the beginning, and stays so until a call of `poll` returns 0. May be readable when nothing is ready. The same for
+  /// the life of the object; -1 when there were too few descriptors to make it.
   int descriptor() const;
 
-  /// As `PollFds::poll` with a time-out of 0: sets the `revents` of the items, cares for the connections of the
-  /// subscribers, and never waits (to renew a lost connection takes 11 ms at most). To be called whenever the
-  /// descriptor is readable.
-  /// @return the number of ready items: not 0 keeps the descriptor readable; -1 as `PollFds::poll`
+  /// As `PollFds::poll` with a time-out of 0: sets the `revents` of the items, and renews the connections of the
+  /// subscribers where that is due. Never waits for an item; to renew a connection takes 11 ms at most. To be called
+  /// whenever the descriptor is readable.
+  /// @return the number of ready items; -1 as `PollFds::poll`: the loop stops watching then. The descriptor stays
+  ///         readable unless this is 0.
   int poll();
 
  private:

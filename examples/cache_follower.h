@@ -1,51 +1,58 @@
 #pragma once
 
 #include <json/value.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 
-#include "client/sysmgr_jsonApi.h"
+#include "client/async_client.h"
 #include "client/zmq_utils.h"
 #include "config/system_default_cfg.h"
 
-/// A client that waits 100 ms for an answer, where the cache's own client waits 5 s.
-class QuickClient final : public SysMgrJsonClient {
- public:
-  int getClientTimeout() override { return 100; }
-};
-
 /// Keeps the process's cache equal to the daemon's state, on the thread of the application's loop.
-///
-/// The loop calls `update` before each wait, and waits for one second at most.
 class CacheFollower {
  public:
   /// Fetches the configuration. Without a daemon this takes 5 s.
-  CacheFollower() { client_.init(ZmqUtils::getInstance().getContext()); }
+  CacheFollower() { cache_.getClientReference().setTimeout(std::chrono::milliseconds(500)); }
+  ~CacheFollower() { close(timer_); }
+  CacheFollower(const CacheFollower&) = delete;
+  CacheFollower& operator=(const CacheFollower&) = delete;
 
-  /// Subscribes, and adds the subscription to the application's poll set. @return whether that succeeded
-  bool subscribe(PollFds& fds) {
+  /// Subscribes, and adds to the application's poll set what it has to wait for. @return whether that succeeded
+  bool follow(PollFds& fds) {
     if (cache_.initSubscribers(fds) < 0) return false;
     item_ = fds[fds.size() - 1];
-    return true;
+    fds.add({nullptr, client_.descriptor(), ZMQ_POLLIN, 0});
+    fds.add({nullptr, timer_, ZMQ_POLLIN, 0});
+    const itimerspec everyTwoSeconds{{2, 0}, {0, 1}};  // the first time at once
+    return timerfd_settime(timer_, 0, &everyTwoSeconds, nullptr) == 0;
   }
 
-  /// Fetches if it is time to, then takes notifications until none is left.
+  /// Does what is due. To be called whenever an item of the set is ready.
   void update() {
-    if (Clock::now() >= nextFetch_) fetch();
+    std::uint64_t expirations = 0;
+    if (read(timer_, &expirations, sizeof expirations) > 0 && client_.pending() == 0) fetchIfTheDaemonAnswers();
+    client_.process();
     while (takeNotification()) continue;
   }
 
   const SystemDefaultCfg& cache() const { return cache_; }
 
  private:
-  using Clock = std::chrono::steady_clock;
+  void fetchIfTheDaemonAnswers() {
+    client_.submit(zel::requests::boardModel(), [this](const zel::Answer<BoardModel>& answer) {
+      if (answer.ok()) {
+        fetch();
+      } else {
+        std::fprintf(stderr, "%s\n", answer.text.c_str());
+      }
+    });
+  }
 
-  /// `init` waits 5 s for a daemon that does not answer: a client that gives up sooner asks first.
   void fetch() {
-    nextFetch_ = Clock::now() + std::chrono::seconds(2);
-    Json::Value reply;
-    if (client_.getBoardModel(reply) < 0) return;  // the log says why
     try {
       cache_.init();
     } catch (const Json::Exception& error) {
@@ -69,7 +76,7 @@ class CacheFollower {
   }
 
   SystemDefaultCfg& cache_ = SystemDefaultCfg::getInstance();
-  QuickClient client_;
+  zel::AsyncClient client_{ZmqUtils::getInstance().getContext()};
   zmq_pollitem_t item_{};
-  Clock::time_point nextFetch_;  ///< the first `update` fetches
+  const int timer_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
 };

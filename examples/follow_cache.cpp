@@ -37,12 +37,13 @@ int signalDescriptor() {
 int main() {
   PollFds fds;
   CacheFollower follower;
-  if (!follower.subscribe(fds)) return 1;
+  if (!follower.follow(fds)) return 1;
   const int signals = signalDescriptor();  // the first fetch may take 5 s: until here a signal ends the process at once
+  const std::size_t signalItem = fds.size();
   fds.add({nullptr, signals, ZMQ_POLLIN, 0});
 
   std::string shown;
-  for (;;) {
+  while (fds.poll(-1) >= 0 && fds[signalItem].revents == 0) {
     follower.update();
     const std::string text = described(follower.cache());
     if (follower.cache().isInitialized() && text != shown) {
@@ -50,7 +51,6 @@ int main() {
       std::fflush(stdout);
       shown = text;
     }
-    if (fds.poll(1000) < 0 || fds[1].revents != 0) break;
   }
   close(signals);
 }

@@ -1,45 +1,36 @@
-// Follows the board's configuration inside an Asio loop. The rule is that of follow_cache_epoll.cpp: take all
-// notifications, then wait for ZeroMQ's descriptor, and for one second at most.
+// Follows the board's configuration inside an Asio loop: shows the RTSP port whenever it has changed, until SIGINT or
+// SIGTERM.
+
+#include <unistd.h>
 
 #include <asio.hpp>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 
 #include "cache_follower.h"
+#include "common/event_descriptor.h"
 
 namespace {
 
 class Application {
  public:
-  explicit Application(asio::io_context& loop) : descriptor_(loop), timer_(loop) {}
-  ~Application() { descriptor_.release(); }  // it is ZeroMQ's: not ours to close
-  Application(const Application&) = delete;
-  Application& operator=(const Application&) = delete;
+  explicit Application(asio::io_context& loop) : due_(loop, dup(events_.descriptor())) {}  // the loop closes this one
 
   bool start() {
-    PollFds fds;
-    if (!follower_.subscribe(fds)) return false;
-    int descriptor = -1;
-    std::size_t size = sizeof descriptor;
-    if (zmq_getsockopt(fds[0].socket, ZMQ_FD, &descriptor, &size) != 0) return false;
-    descriptor_.assign(descriptor);
-    updateAndWait();
+    if (!follower_.follow(fds_)) return false;
+    updateWhenReadable();
     return true;
   }
 
  private:
-  void updateAndWait() {
-    follower_.update();
-    show();
-    descriptor_.async_wait(asio::posix::stream_descriptor::wait_read, [this](const asio::error_code& error) {
-      if (!error) timer_.cancel();
-    });
-    timer_.expires_after(std::chrono::seconds(1));
-    timer_.async_wait([this](const asio::error_code&) {
-      descriptor_.cancel();
-      updateAndWait();
+  void updateWhenReadable() {
+    due_.async_wait(due_.wait_read, [this](const asio::error_code& error) {
+      if (error) return;
+      events_.poll();
+      follower_.update();
+      show();
+      updateWhenReadable();
     });
   }
 
@@ -52,9 +43,10 @@ class Application {
     shown_ = port;
   }
 
+  PollFds fds_;
   CacheFollower follower_;
-  asio::posix::stream_descriptor descriptor_;
-  asio::steady_timer timer_;
+  zel::EventDescriptor events_{fds_};
+  asio::posix::stream_descriptor due_;
   unsigned int shown_ = 0;
 };
 

@@ -1,10 +1,5 @@
 // Follows the board's configuration inside an epoll loop: shows the RTSP port whenever it has changed, until SIGINT or
 // SIGTERM.
-//
-// ZeroMQ's descriptor, ZMQ_FD, is edge-triggered, also where epoll is level-triggered: it becomes readable once when
-// something happens to the socket, and stays silent while messages wait. So the loop takes all notifications before
-// each wait. And it waits for one second at most: a connection that libzmq has given up makes no descriptor readable;
-// `processEvent` renews it.
 
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
@@ -14,6 +9,7 @@
 #include <cstdio>
 
 #include "cache_follower.h"
+#include "common/event_descriptor.h"
 
 namespace {
 
@@ -26,17 +22,9 @@ int signalDescriptor() {
   return signalfd(-1, &ends, SFD_CLOEXEC);
 }
 
-/// ZeroMQ's descriptor: only to be waited for, never read.
-int descriptorOf(void* socket) {
-  int descriptor = -1;
-  std::size_t size = sizeof descriptor;
-  zmq_getsockopt(socket, ZMQ_FD, &descriptor, &size);
-  return descriptor;
-}
-
 bool watch(int epoll, int descriptor) {
   epoll_event event{};
-  event.events = EPOLLIN;
+  event.events = EPOLLIN;  // level-triggered
   event.data.fd = descriptor;
   return epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
@@ -46,14 +34,19 @@ bool watch(int epoll, int descriptor) {
 int main() {
   PollFds fds;
   CacheFollower follower;
-  if (!follower.subscribe(fds)) return 1;
+  if (!follower.follow(fds)) return 1;
+  zel::EventDescriptor events(fds);
 
   const int signals = signalDescriptor();
   const int epoll = epoll_create1(EPOLL_CLOEXEC);
-  if (!watch(epoll, descriptorOf(fds[0].socket)) || !watch(epoll, signals)) return 1;
+  if (!watch(epoll, events.descriptor()) || !watch(epoll, signals)) return 1;
 
   unsigned int shown = 0;
   for (;;) {
+    epoll_event event{};
+    if (epoll_wait(epoll, &event, 1, -1) < 0) continue;  // EINTR: the process was stopped, and goes on
+    if (event.data.fd == signals) break;
+    events.poll();
     follower.update();
     unsigned int port = 0;
     follower.cache().getRtspTcpPort(&port);
@@ -62,10 +55,6 @@ int main() {
       std::fflush(stdout);
       shown = port;
     }
-
-    epoll_event event{};
-    const int ready = epoll_wait(epoll, &event, 1, 1000);
-    if (ready > 0 && event.data.fd == signals) break;
   }
   close(epoll);
   close(signals);
