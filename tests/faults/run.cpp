@@ -4,12 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
-#include <sstream>
 #include <utility>
 
 #include "client/zmq_utils.h"
 #include "common/status.h"
+#include "tests/support/private_network.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -20,22 +19,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 
 microseconds since(Clock::time_point begin) { return std::chrono::duration_cast<microseconds>(Clock::now() - begin); }
-
-/// Whether a connection to the daemon's port for requests is open on our side only.
-bool deadConnectionOpen() {
-  std::ifstream connections("/proc/self/net/tcp");
-  std::string line;
-  std::getline(connections, line);  // the heading
-  while (std::getline(connections, line)) {
-    std::istringstream columns(line);
-    std::string number, local, remote, state;
-    columns >> number >> local >> remote >> state;
-    constexpr const char* kDaemonsPort = ":15B4";
-    constexpr const char* kCloseWait = "08";
-    if (state == kCloseWait && remote.find(kDaemonsPort) != std::string::npos) return true;
-  }
-  return false;
-}
 
 }  // namespace
 
@@ -206,7 +189,7 @@ void Run::recover() {
   // came one by one would take 18 MiB in libzmq, which keeps for each the buffer that it came in.
   waitUntil([this] {
     listen(milliseconds(1));
-    return !deadConnectionOpen();
+    return !isDeadConnectionOpen();
   });
   // Behind what a hostile peer has sent unasked the end cannot be seen: then one request may be lost, and only one.
   const bool mayBeLost = !honestSenders_;
