@@ -22,7 +22,8 @@ namespace zel {
 /// the set needs care. ZeroMQ's own descriptor, ZMQ_FD, is edge-triggered (zmq_getsockopt(3)) and silent about a
 /// connection that is gone for good; with this class a loop need not know either, and needs no timer.
 ///
-/// Threads: one at a time, that of the subscribers in the set. A forked child makes its own.
+/// Threads: one at a time, that of the subscribers in the set. A forked child makes its own. One that another thread
+/// uses while the process ends must not be in static storage, as the set.
 class ZEL_EXPORT EventDescriptor {
  public:
   /// @param fds  has to outlive this object. Items that are added later are watched from the next `poll` on.

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "client/sysmgr_client.h"
@@ -590,6 +591,31 @@ TEST(AsyncClientAtExit, AStaticClientEndsWithTheProcess) {
       {
         static AsyncClient unanswered(ZmqUtils::getInstance().getContext());
         unanswered.submit(requests::factoryReset(), [](const zel::Answer<void>&) { _exit(9); });
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+/// Calls a static client after its destruction, in a thread that nobody has stopped.
+struct CallLater {
+  AsyncClient* client = nullptr;
+  ~CallLater() {
+    bool refused = false;
+    std::thread([&] {
+      refused = client->submit(requests::factoryReset(), {}) == 0 && !client->cancel(1) && client->process() == 0 &&
+                client->pending() == 0;
+    }).join();
+    if (!refused) _exit(9);
+  }
+};
+
+TEST(AsyncClientAtExit, ADestroyedStaticClientRefusesEachCallOfAnotherThread) {
+  EXPECT_EXIT(
+      {
+        static CallLater later;
+        static AsyncClient client(ZmqUtils::getInstance().getContext());
+        later.client = &client;
+        client.submit(requests::factoryReset(), {});
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");
