@@ -24,6 +24,8 @@ constexpr std::size_t kShare = 32;
 /// A longer time-out is cut to this: far more than anybody waits, and the clock can count it.
 constexpr std::chrono::milliseconds kLongestTimeout{std::numeric_limits<int>::max()};
 
+constexpr const char* kNoMemory = "there is not enough memory to read it";
+
 std::string nameOf(SysMgrCommands::sysmgr_msg_t command) {
   std::string name;
   SysMgrCommands::getCommandNameStr(command, name);
@@ -205,7 +207,7 @@ class AsyncClient::State final : public RequestConnection {
     const Id id = waiting_.begin()->first;
     Waiting& request = waiting_.begin()->second;
     Json::Value reply;
-    if (const std::string why = read(answer, reply); !why.empty()) {
+    if (const std::string why = readIfPossible(answer, reply); !why.empty()) {
       end(request, report::badAnswer(nameOf(request.command), why));
       closeSockets();
     } else if (statusOf(reply) < 0) {
@@ -214,6 +216,15 @@ class AsyncClient::State final : public RequestConnection {
       end(request, {}, std::move(reply));
     }
     forget(id);
+  }
+
+  /// As `read`. An answer that there is no memory for has come all the same, and cannot be used.
+  std::string readIfPossible(Frame& answer, Json::Value& reply) {
+    try {
+      return read(answer, reply);
+    } catch (const std::bad_alloc&) {
+      return kNoMemory;
+    }
   }
 
   /// Sends the first request if a daemon takes it. Its answer does not come before libzmq's descriptor is readable.
@@ -337,12 +348,20 @@ AsyncClient::Id AsyncClient::append(SysMgrCommands::sysmgr_msg_t command, const 
 
 void AsyncClient::readAnswer(Ending& ending, const std::function<void()>& read) {
   if (ending.status < 0) return;
+  const auto fail = [&ending](const char* why) {
+    ending.status = status::kBadAnswer;
+    try {
+      ending.text = report::badAnswer(nameOf(ending.command), why).text;
+    } catch (const std::bad_alloc&) {
+      // Then there is the status alone.
+    }
+  };
   try {
     read();
   } catch (const Json::Exception& wrongType) {
-    const ErrorReport report = report::badAnswer(nameOf(ending.command), wrongType.what());
-    ending.status = report.code;
-    ending.text = report.text;
+    fail(wrongType.what());
+  } catch (const std::bad_alloc&) {
+    fail(kNoMemory);
   }
 }
 
