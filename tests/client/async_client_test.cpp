@@ -563,10 +563,13 @@ TEST_F(AsyncClientTest, OpensOneSocketInACall) {
 }
 
 TEST_F(AsyncClientTest, WithoutADescriptorEachRequestFails) {
+  client.reset();
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit none{0, before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
+  const int next = dup(0);
+  close(next);
+  const rlimit noMore{static_cast<rlim_t>(next), before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &noMore);
   client = std::make_unique<AsyncClient>(context);
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(client->descriptor(), -1);
