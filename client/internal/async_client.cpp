@@ -248,14 +248,13 @@ class AsyncClient::State final : public RequestConnection {
         break;
       case Sending::State::kNotSent: end(request, notSent(request)); break;
     }
-    closeSockets();
     forget(id);
   }
 
   void endLate(Id id) {
     Waiting& request = waiting_.find(id)->second;
     const bool sent = isSent(id);
-    if (sent || (sending_ && waiting_.begin()->first == id)) closeSockets();
+    if (sent) closeSockets();
     end(request, sent ? report::noAnswer(nameOf(request.command), address(), request.timeout) : notSent(request));
     forget(id);
   }
@@ -291,7 +290,8 @@ class AsyncClient::State final : public RequestConnection {
   void forget(Id id) {
     const auto found = waiting_.find(id);
     if (found == waiting_.begin()) {
-      if (sending_ && sending_->hasBegun()) closeSockets();
+      // The socket takes nothing yet: it may be deaf for good, or it has the first half of the request.
+      if (sending_) closeSockets();
       sending_.reset();
       sent_ = false;
     }

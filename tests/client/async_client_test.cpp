@@ -479,6 +479,22 @@ TEST_F(AsyncClientTest, RenewsADeafSocketWithinARequest) {
   EXPECT_THAT(statuses(), ElementsAre(0));
 }
 
+/// An application that cancels sooner than a socket that takes nothing is made anew.
+TEST_F(AsyncClientTest, RenewsADeafSocketWhereRequestsAreCancelledSoon) {
+  {
+    RawPeer peer(RawBehaviour::kWrongSocketType);
+    ASSERT_TRUE(zel::test::waitUntil([&] { return peer.accepted() > 0; }));
+    std::this_thread::sleep_for(milliseconds(50 * kSlowdown));
+  }
+  ScriptedDaemon daemon;
+  for (int attempt = 0; attempt < 20 && daemon.requestCount() == 0; ++attempt) {
+    const auto id = submitSet(1);
+    runUntil([] { return false; }, milliseconds(30));
+    client->cancel(id);
+  }
+  EXPECT_EQ(daemon.requestCount(), 1u);
+}
+
 TEST_F(AsyncClientTest, NoCallTakesLong) {
   ChildProcess daemon = startDaemon(keepSilent);
   auto longest = std::chrono::microseconds(0);
