@@ -135,7 +135,7 @@ class AsyncClient::State final : public RequestConnection {
   class Turn {
    public:
     explicit Turn(State& state) : state_(state), use_(std::in_place, state) {
-      works_ = !state.mayNotWork(*use_) && state.turn_ == nullptr;
+      works_ = !mayNotWork(*use_) && state.turn_ == nullptr;
       if (works_) state.turn_ = this;
     }
     ~Turn() {

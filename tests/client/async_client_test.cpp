@@ -629,6 +629,9 @@ struct CallLater {
 };
 
 TEST(AsyncClientAtExit, ADestroyedStaticClientRefusesEachCallOfAnotherThread) {
+  if (zel::test::kAddressSanitizer) {
+    GTEST_SKIP() << "the thread calls an object after its destructor, which the sanitizer reports, rightly";
+  }
   EXPECT_EXIT(
       {
         static CallLater later;
