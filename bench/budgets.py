@@ -20,7 +20,8 @@ FILE = os.path.join(os.path.dirname(__file__), "budgets.txt")
 ALLOWED_GROWTH = 1.05
 
 # job: how often it is done in the two runs whose difference is counted
-COUNTS = {"set": (200, 1200), "get": (200, 500), "absorb": (200, 500), "getter": (1000, 201000)}
+COUNTS = {"set": (200, 1200), "get": (200, 500), "absorb": (200, 500), "getter": (1000, 201000),
+          "submit": (200, 1200), "queue": (2, 6)}
 
 
 def instructions(build, contestant, job):

@@ -20,6 +20,13 @@ class Contestant {
   /// Gets the stored document into a record.
   virtual void get() = 0;
 
+  /// Opens the connection that an event loop watches.
+  virtual void connectLoop() = 0;
+  /// As `set`, through an event loop, which waits for it.
+  virtual void setInLoop(std::uint32_t port) = 0;
+  /// Sets the key so often, through an event loop that is given all of them at once.
+  virtual void queueInLoop(std::uint32_t firstPort, int count) = 0;
+
   /// Fetches what the cache holds, for the first time in the process.
   virtual void fetchAll() = 0;
   /// Subscribes to the notifications.

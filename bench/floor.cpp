@@ -213,6 +213,13 @@ class Floor final : public Contestant {
     fill(*find(document_, "stored"), stored_);
   }
 
+  // An event loop costs something: the floor waits in the call.
+  void connectLoop() override { connect(); }
+  void setInLoop(std::uint32_t port) override { set(port); }
+  void queueInLoop(std::uint32_t firstPort, int count) override {
+    for (int i = 0; i < count; ++i) set(firstPort + static_cast<std::uint32_t>(i));
+  }
+
   void fetchAll() override {
     connect();
     get();

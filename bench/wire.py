@@ -29,6 +29,8 @@ JOBS = (
     ("get", 60, 1000, "J2 with 1,000 interfaces"),
     ("absorb", 1000, 100, "a notification with 100 interfaces"),
     ("absorb", 200, 1000, "a notification with 1,000 interfaces"),
+    ("submit", 4000, 4, "set one key through an event loop"),
+    ("queue", 20, 4, "500 sets through an event loop"),
     ("once", 1, 4, "smallest program (one set): memory"),
 )
 
@@ -57,6 +59,16 @@ def row(what, results):
         if figure == "median":
             cells.append((f"{statistics.median(ratios):5.2f}" if all(times) else "    -") + " |")
     return " ".join(cells), times[0], median("library", "cpu")
+
+
+def compare(build, loop, call, count, rounds):
+    """The library's event loop to its call that waits, in turns as above."""
+    ratios = []
+    for index in range(rounds):
+        jobs = (loop, call) if index % 2 == 0 else (call, loop)
+        results = {job: contest.measure(build, "library", job, count, 4) for job in jobs}
+        ratios.append(results[loop].median / results[call].median)
+    return statistics.median(ratios)
 
 
 def machine():
@@ -92,6 +104,10 @@ def main():
     for job in ("get", "absorb"):
         time, cpu = (many / few for many, few in zip(times[job, 1000], times[job, 100]))
         print(f"'{job}' with 1,000 interfaces to 100: time {time:.1f}, CPU {cpu:.1f}")
+    for loop, call, count in (("submit", "set", 4000), ("queue", "sets", 20)):
+        count = max(count // 10, 1) if options.quick else count
+        ratio = compare(options.build, loop, call, count, options.rounds)
+        print(f"'{loop}' to '{call}' of the library: {ratio:.2f}", flush=True)
     print(f"notifications per second: {1e6 / times['absorb', 4][0]:.0f}\n")
     in_process(options.build)
 

@@ -7,6 +7,8 @@
 //   absorb COUNT   takes notifications as fast as they come
 //   first          fetches everything once          once         sets one key once, to see the memory it takes
 //   getter COUNT   asks the cache                   follower     the other process of `change`
+//   submit COUNT   sets one key through a loop      sets COUNT   sets one key 500 times, in calls that wait
+//   queue COUNT    sets one key 500 times, through a loop that is given all of them at once
 //
 // Prints one line: median and 99th percentile of an operation in microseconds, the process's CPU time per operation,
 // operations per second, and the most memory that it held, in KB.
@@ -33,6 +35,7 @@ using zel::bench::contestant;
 using Clock = std::chrono::steady_clock;  // one clock for all processes of the machine
 
 constexpr int kWarmUp = 200;
+constexpr int kMany = 500;  // sets in an operation of `sets` and `queue`
 
 std::int64_t now() { return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count(); }
 
@@ -65,8 +68,8 @@ void print(const Result& result) {
 
 /// @param operation  does its work and returns how long it took, in nanoseconds
 template <class Operation>
-Result measure(int count, Operation operation) {
-  for (int i = 0; i < std::min(count, kWarmUp); ++i) operation();
+Result measure(int count, Operation operation, int warmUp = kWarmUp) {
+  for (int i = 0; i < std::min(count, warmUp); ++i) operation();
   std::vector<std::int64_t> times(static_cast<std::size_t>(count));
   const double cpu = cpuMicroseconds();
   const std::int64_t start = now();
@@ -255,7 +258,18 @@ Result run(const char* program, const std::string& job, int count) {
   if (job == "absorb") return absorb(count);
   if (job == "first") return first();
   if (job == "getter") return getter(count);
+  if (job == "submit" || job == "queue") {
+    contestant().connectLoop();
+    if (job == "submit") return measure(count, timed([] { contestant().setInLoop(nextPort()); }));
+    return measure(count, timed([] { contestant().queueInLoop(nextPort(), kMany); }), 1);
+  }
   contestant().connect();
+  if (job == "sets") {
+    const auto setMany = [] {
+      for (int i = 0; i < kMany; ++i) contestant().set(nextPort());
+    };
+    return measure(count, timed(setMany), 1);
+  }
   if (job == "set") return measure(count, timed([] { contestant().set(nextPort()); }));
   if (job == "get") return measure(count, timed([] { contestant().get(); }));
   if (job == "once") {

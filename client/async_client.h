@@ -68,7 +68,8 @@ struct Answer<void> {
 ///   of a request whose time-out was over while it waited behind others
 /// - -103: the request was sent, and no answer came within its time-out or before the end of the process, or it was
 ///   cancelled after it was sent: the daemon may have acted on it
-/// - -104: the answer is not one JSON object in one frame, or holds a value of a type that does not convert
+/// - -104: the answer is not one JSON object in one frame, or holds a value of a type that does not convert, or
+///   there is not enough memory to read it
 /// - -105: the request cannot be written as JSON text within the limits: not sent
 /// - -106: cancelled before it was sent: it was not sent and never will be
 /// - any other negative status: the daemon refused the request; the text is the daemon's
@@ -111,12 +112,17 @@ class ZEL_EXPORT AsyncClient {
   template <class Value>
   Id submit(const Request<Value>& request, std::function<void(const std::common_type_t<Answer<Value>>&)> completion,
             std::chrono::milliseconds timeout = kDefaultTimeout) {
-    auto complete = [read = request.read, completion = std::move(completion)](Ending& ending) {
-      Answer<Value> answer;
-      readAnswer(ending, [&] { read(ending.reply, answer.value); });
+    // The answer of a failure is made here: then no failure of memory keeps the completion from being called.
+    auto complete = [read = request.read, completion = std::move(completion),
+                     answer = Answer<Value>()](Ending& ending) mutable {
+      const auto fill = [&] {
+        Value value{};
+        read(ending.reply, value);
+        answer.value = std::move(value);
+      };
+      readAnswer(ending, std::ref(fill));
       answer.status = ending.status;
       answer.text = std::move(ending.text);
-      if (!answer.ok()) answer.value = Value();
       if (completion) completion(answer);
     };
     return append(request.command, request.body, std::move(complete), timeout);
@@ -162,7 +168,7 @@ class ZEL_EXPORT AsyncClient {
 
   Id append(SysMgrCommands::sysmgr_msg_t command, const Json::Value& body, Complete complete,
             std::chrono::milliseconds timeout);
-  /// Runs the reader of an answer if there is one. A value that does not convert makes the answer unusable.
+  /// Runs the reader of an answer if there is one. What it throws makes the answer unusable.
   static void readAnswer(Ending& ending, const std::function<void()>& read);
 
   class State;

@@ -2,7 +2,9 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <deque>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,6 +20,11 @@ namespace {
 
 /// How many completions one call of `process` runs at most.
 constexpr std::size_t kShare = 32;
+
+/// A longer time-out is cut to this: far more than anybody waits, and the clock can count it.
+constexpr std::chrono::milliseconds kLongestTimeout{std::numeric_limits<int>::max()};
+
+constexpr const char* kNoMemory = "there is not enough memory to read it";
 
 std::string nameOf(SysMgrCommands::sysmgr_msg_t command) {
   std::string name;
@@ -51,17 +58,17 @@ class AsyncClient::State final : public RequestConnection {
             std::chrono::milliseconds timeout) {
     const Use use(*this);
     if (mayNotWork(use)) return 0;
-    if (timeout <= std::chrono::milliseconds::zero()) timeout = kDefaultTimeout;
+    timeout = timeout > std::chrono::milliseconds::zero() ? std::min(timeout, kLongestTimeout) : kDefaultTimeout;
     const Id id = ++lastId_;
     Waiting request{command, std::to_string(command), {}, timeout, Clock::now() + timeout, std::move(complete)};
     if (!use) {
       end(request, report::notInitialized(nameOf(command), refusalText(use)));
+    } else if (wakeUp_.descriptor() < 0) {
+      end(request, report::cannotConnect(nameOf(command), address(), "the client was made with too few descriptors"));
     } else if (const std::string why = writeBody(body, request.body); !why.empty()) {
       end(request, report::badRequest(nameOf(command), why));
     } else {
-      deadlines_.emplace(request.deadline, id);
-      waiting_.emplace(id, std::move(request));
-      if (!isProcessing_ && waiting_.size() == 1) advance();
+      enqueue(id, std::move(request));
     }
     if (!isProcessing_) setWakeUp();
     return id;
@@ -69,8 +76,9 @@ class AsyncClient::State final : public RequestConnection {
 
   bool cancel(Id id) {
     const Use use(*this);
+    if (!use) return false;
     const auto found = waiting_.find(id);
-    if (!use || found == waiting_.end() || !found->second.complete) return false;
+    if (found == waiting_.end() || !found->second.complete) return false;
     Waiting& request = found->second;
     if (isSent(id)) {
       end(request, report::cancelledWhenSent(nameOf(request.command), address()));
@@ -92,12 +100,19 @@ class AsyncClient::State final : public RequestConnection {
       } else {
         endAll();
       }
-      for (; !due_.empty() && run < kShare && !orphaned_; ++run) runNext();
-    } while (run < kShare && !orphaned_ && advanced_);
+      while (!due_.empty() && run < kShare) {
+        ++run;
+        runNext();
+        if (!mayGoOn()) return run;
+      }
+    } while (run < kShare && mayAdvance());
     return run;
   }
 
-  std::size_t pending() const { return waiting_.size() - (isGivenUp() ? 1 : 0) + due_.size(); }
+  std::size_t pending() {
+    const Use use(*this);
+    return mayNotWork(use) ? 0 : waiting_.size() - (isGivenUp() ? 1 : 0) + due_.size();
+  }
   int descriptor() const { return wakeUp_.descriptor(); }
 
  private:
@@ -111,21 +126,22 @@ class AsyncClient::State final : public RequestConnection {
   };
   struct Due {
     Complete complete;
-    Ending ending;
+    Ending ending{};
   };
   using Queue = std::map<Id, Waiting>;  // the ids count up, so the order is that of submission
+  using Deadlines = std::set<std::pair<Clock::time_point, Id>>;
 
   /// One call of `process`.
   class Turn {
    public:
     explicit Turn(State& state) : state_(state), use_(std::in_place, state) {
-      works_ = !state.mayNotWork(*use_) && !state.isProcessing_;
+      works_ = !mayNotWork(*use_) && !state.isProcessing_;
       if (works_) state.isProcessing_ = true;
     }
     ~Turn() {
       if (!works_) return;
       state_.isProcessing_ = false;
-      if (!state_.orphaned_) state_.setWakeUp();
+      if (state_.mayGoOn()) state_.setWakeUp();
       const bool orphaned = state_.orphaned_;
       use_.reset();
       if (orphaned) delete &state_;
@@ -146,41 +162,75 @@ class AsyncClient::State final : public RequestConnection {
     return use.refusal() == Refusal::kForked || (use.refusal() == Refusal::kEnding && !isExitThread());
   }
 
+  /// Whether no completion has destroyed the client, or forked the process and returned in the child.
+  bool mayGoOn() const { return !orphaned_ && isOfThisProcess(); }
+
+  /// Whether this call of `process` goes on to the next request. It opens one socket at most, which takes a while.
+  bool mayAdvance() const { return advanced_ && !waiting_.empty() && socket() != nullptr; }
+
   bool isSent(Id id) const { return sent_ && waiting_.begin()->first == id; }
   bool isGivenUp() const { return sent_ && !waiting_.begin()->second.complete; }
 
+  /// Appends a request, and sends it if it is the first. Where memory runs out, nothing is appended.
+  void enqueue(Id id, Waiting request) {
+    Deadlines deadline{{request.deadline, id}};
+    waiting_.emplace(id, std::move(request));
+    deadlines_.merge(deadline);
+    if (isProcessing_ || waiting_.size() > 1) return;
+    try {
+      sendFirst();
+    } catch (const std::bad_alloc&) {
+      // It waits, and `process` tries again.
+    }
+  }
+
+  bool isAnyLate() const { return !deadlines_.empty() && deadlines_.begin()->first <= Clock::now(); }
+
   /// Does what can be done without a wait for the request that is first, and ends those whose time is over.
+  /// @post `advanced_` if a request has ended
   void work() {
     wakeUp_.settle();
     advanced_ = false;
-    while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) endLate(deadlines_.begin()->second);
-    if (waiting_.empty() && socket() != nullptr) eventsOf(socket());  // lets libzmq process what its descriptor tells
-    advance();
+    if (sent_) {
+      takeAnswer();  // before the time-outs: it may have come in time to a loop that is late
+    } else if (waiting_.empty() && socket() != nullptr) {
+      eventsOf(socket());  // lets libzmq process what its descriptor tells
+    }
+    while (due_.size() < kShare && isAnyLate()) endLate(deadlines_.begin()->second);
+    // What is due runs first: a completion may cancel what waits.
+    if (due_.empty() && !waiting_.empty() && !sent_) sendFirst();
   }
 
-  /// Sends the first request, or takes its answer. @post `advanced_` if it has ended
-  void advance() {
-    if (waiting_.empty()) return;
-    const Id id = waiting_.begin()->first;
-    Waiting& request = waiting_.begin()->second;
-    if (!sent_ && !send(id, request)) return;
+  void takeAnswer() {
     Frame answer;
     if (!receive(answer)) return;
+    const Id id = waiting_.begin()->first;
+    Waiting& request = waiting_.begin()->second;
     Json::Value reply;
-    if (const std::string why = read(answer, reply); !why.empty()) {
+    if (const std::string why = readIfPossible(answer, reply); !why.empty()) {
       end(request, report::badAnswer(nameOf(request.command), why));
       closeSockets();
     } else if (statusOf(reply) < 0) {
       end(request, report::refused(nameOf(request.command), reply));
-      closeSockets();
     } else {
       end(request, {}, std::move(reply));
     }
     forget(id);
   }
 
-  /// @return whether the request is sent
-  bool send(Id id, Waiting& request) {
+  /// As `read`. An answer that there is no memory for has come all the same, and cannot be used.
+  std::string readIfPossible(Frame& answer, Json::Value& reply) {
+    try {
+      return read(answer, reply);
+    } catch (const std::bad_alloc&) {
+      return kNoMemory;
+    }
+  }
+
+  /// Sends the first request if a daemon takes it. Its answer does not come before libzmq's descriptor is readable.
+  void sendFirst() {
+    const Id id = waiting_.begin()->first;
+    Waiting& request = waiting_.begin()->second;
     if (!sending_) {
       if (socket() != nullptr) eventsOf(socket());  // libzmq takes note of a connection that has ended meanwhile
       sending_.emplace(*this, request.id, request.body, request.deadline);
@@ -188,25 +238,23 @@ class AsyncClient::State final : public RequestConnection {
     Sending::State state = sending_->step();
     if (state == Sending::State::kWaiting && (eventsOf(socket()) & ZMQ_POLLOUT) != 0) state = sending_->step();
     switch (state) {
-      case Sending::State::kWaiting: return false;
+      case Sending::State::kWaiting: return;
       case Sending::State::kSent:
         sending_.reset();
         sent_ = true;
-        return true;
+        return;
       case Sending::State::kCannotConnect:
         end(request, report::cannotConnect(nameOf(request.command), address(), sending_->why()));
         break;
       case Sending::State::kNotSent: end(request, notSent(request)); break;
     }
-    closeSockets();
     forget(id);
-    return false;
   }
 
   void endLate(Id id) {
     Waiting& request = waiting_.find(id)->second;
     const bool sent = isSent(id);
-    if (sent || (sending_ && waiting_.begin()->first == id)) closeSockets();
+    if (sent) closeSockets();
     end(request, sent ? report::noAnswer(nameOf(request.command), address(), request.timeout) : notSent(request));
     forget(id);
   }
@@ -228,19 +276,22 @@ class AsyncClient::State final : public RequestConnection {
     return report::notSent(nameOf(request.command), address(), request.timeout);
   }
 
-  /// Has the completion run by `process`, unless it has run already.
-  void end(Waiting& request, const ErrorReport& report, Json::Value reply = {}) {
+  /// Has the completion run by `process`, unless it has run already. Where memory runs out, nothing has changed.
+  void end(Waiting& request, ErrorReport report, Json::Value reply = {}) {
+    if (request.complete) {
+      Due& due = due_.emplace_back();
+      due.complete.swap(request.complete);
+      due.ending = {request.command, report.code, std::move(report.text), std::move(reply)};
+    }
     advanced_ = true;
-    if (!request.complete) return;
-    due_.push_back({std::move(request.complete), {request.command, report.code, report.text, std::move(reply)}});
-    request.complete = nullptr;
   }
 
   /// Takes a request off the queue.
   void forget(Id id) {
     const auto found = waiting_.find(id);
     if (found == waiting_.begin()) {
-      if (sending_ && sending_->hasBegun()) closeSockets();
+      // The socket takes nothing yet: it may be deaf for good, or it has the first half of the request.
+      if (sending_) closeSockets();
       sending_.reset();
       sent_ = false;
     }
@@ -276,7 +327,7 @@ class AsyncClient::State final : public RequestConnection {
   int watchedDescriptor_ = -1;
   Id lastId_ = 0;
   Queue waiting_;
-  std::set<std::pair<Clock::time_point, Id>> deadlines_;
+  Deadlines deadlines_;
   std::optional<Sending> sending_;  ///< of the first request, until it is sent
   bool sent_ = false;               ///< the first request is sent and not answered
   bool advanced_ = false;           ///< a request has ended since it was reset
@@ -297,12 +348,20 @@ AsyncClient::Id AsyncClient::append(SysMgrCommands::sysmgr_msg_t command, const 
 
 void AsyncClient::readAnswer(Ending& ending, const std::function<void()>& read) {
   if (ending.status < 0) return;
+  const auto fail = [&ending](const char* why) {
+    ending.status = status::kBadAnswer;
+    try {
+      ending.text = report::badAnswer(nameOf(ending.command), why).text;
+    } catch (const std::bad_alloc&) {
+      // Then there is the status alone.
+    }
+  };
   try {
     read();
   } catch (const Json::Exception& wrongType) {
-    const ErrorReport report = report::badAnswer(nameOf(ending.command), wrongType.what());
-    ending.status = report.code;
-    ending.text = report.text;
+    fail(wrongType.what());
+  } catch (const std::bad_alloc&) {
+    fail(kNoMemory);
   }
 }
 

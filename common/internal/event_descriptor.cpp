@@ -37,14 +37,17 @@ struct EventDescriptor::State {
         needed[item.fd] |= epollEvents(item);
         continue;
       }
+      const SocketOwner::Use use(item.socket);  // from here on no other thread closes the socket
+      if (!use) continue;
       needed[descriptorOf(item.socket)] |= EPOLLIN;
-      const SocketOwner::Use use(item.socket);
       if (use.owner() == nullptr) continue;
       needed[use.owner()->linkDescriptor()] |= EPOLLIN;
       if (const auto due = use.owner()->tendLink(false)) wakeUp.at(*due);
     }
-    if (needed == watched) return;
-    for (const auto& [descriptor, events] : watched) wakeUp.forget(descriptor);
+    if (needed != watched) {
+      for (const auto& [descriptor, events] : watched) wakeUp.forget(descriptor);
+    }
+    // Those that are watched already, too: the kernel forgets a descriptor that was closed and opened again.
     for (const auto& [descriptor, events] : needed) wakeUp.watch(descriptor, events);
     watched = std::move(needed);
   }
@@ -53,7 +56,8 @@ struct EventDescriptor::State {
   /// out of ZMQ_FD.
   bool hasBecomeReady() const {
     return std::any_of(fds.begin(), fds.end(), [](const zmq_pollitem_t& item) {
-      const int events = item.socket == nullptr ? 0 : eventsOf(item.socket);
+      const SocketOwner::Use use(item.socket);
+      const int events = item.socket == nullptr || !use ? 0 : eventsOf(item.socket);
       return events > 0 && (events & item.events) != 0;
     });
   }

@@ -83,7 +83,7 @@ std::string RequestConnection::connect() {
 }
 
 bool RequestConnection::sendNow(const std::string& frame, int flags) {
-  return zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags) >= 0;
+  return despiteSignals([&] { return zmq_send(socket_, frame.data(), frame.size(), ZMQ_DONTWAIT | flags); }) >= 0;
 }
 
 // A wait in the call itself: a poll before it would cost more system calls.

@@ -79,8 +79,6 @@ class RequestConnection : public SocketOwner {
     /// When to call `step` again at the latest.
     Clock::time_point wakeUp() const { return renewAt_ && *renewAt_ < deadline_ ? *renewAt_ : deadline_; }
     const std::string& why() const { return why_; }
-    /// Whether the first frame is handed over: only to close the socket keeps the request from being sent.
-    bool hasBegun() const { return begun_; }
 
    private:
     bool begin();

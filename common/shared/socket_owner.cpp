@@ -82,7 +82,7 @@ bool SocketOwner::attach(zmq::context_t& context) {
   const bool ended = registry().hasEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
   if (ended && registry().exitThread != std::this_thread::get_id()) return false;
-  if (process_ != getpid()) {
+  if (!isOfThisProcess()) {
     forgetSockets();
     users_.clear();
     openSockets_ = 0;
@@ -94,6 +94,8 @@ bool SocketOwner::attach(zmq::context_t& context) {
   state_ = State::kUsable;
   return true;
 }
+
+bool SocketOwner::isOfThisProcess() const { return process_ == getpid(); }
 
 bool SocketOwner::isUsedElsewhere() const {
   const std::thread::id self = std::this_thread::get_id();
@@ -122,7 +124,7 @@ void SocketOwner::endContext(void* context) {
   registry().exitThread = std::this_thread::get_id();
   registry().endedContexts.find(context)->second = true;  // found: to insert might need memory
   const auto isConcerned = [context](const SocketOwner* owner) {
-    return owner->context_ == context && owner->process_ == getpid();
+    return owner->context_ == context && owner->isOfThisProcess();
   };
   for (SocketOwner* const owner : registry().owners) {
     if (isConcerned(owner)) owner->announceEnd();
@@ -141,7 +143,7 @@ void SocketOwner::endContext(void* context) {
 
 void SocketOwner::retire() noexcept {
   ProcessLock lock(processMutex());
-  if (process_ == getpid()) {
+  if (isOfThisProcess()) {
     announceEnd();
     while (!closeIfUnused(lock) && state_ != State::kEnded) pauseUnlocked(lock);
   } else {
@@ -186,7 +188,7 @@ SocketOwner::Refusal SocketOwner::begin() {
     case State::kUsable: break;
     default: return Refusal::kEnding;
   }
-  if (process_ != getpid()) return Refusal::kForked;
+  if (!isOfThisProcess()) return Refusal::kForked;
   users_.push_back(std::this_thread::get_id());
   return Refusal::kNone;
 }

@@ -93,6 +93,9 @@ class SocketOwner {
   /// in the destructor of the derived class.
   void retire() noexcept;
 
+  /// Whether the owner was attached in this process, not in the one that was forked.
+  bool isOfThisProcess() const;
+
   /// As zmq_socket(3) on the owner's context. Fails with ETERM when the owner's use is refused by now.
   void* openSocket(int type);
   /// Closes the socket, if there is one, and makes the pointer null.

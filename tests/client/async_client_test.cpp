@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,12 +10,15 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "client/sysmgr_client.h"
 #include "client/zmq_utils.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/daemon_process.h"
+#include "tests/support/interrupted_calls.h"
+#include "tests/support/private_network.h"
 #include "tests/support/raw_peer.h"
 #include "tests/support/scripted_daemon.h"
 #include "tests/support/stopwatch.h"
@@ -120,7 +124,7 @@ TEST_F(AsyncClientTest, IsNotReadableWhileTheDaemonThinks) {
   daemon.onRequest(keepSilent);
   submitSet(1);
   ASSERT_TRUE(runUntil([&] { return daemon.requestCount() == 1; }));
-  while (isReadable(milliseconds(20))) client->process();
+  while (isReadable(milliseconds(100))) client->process();  // so late, the timer of the sending may come
   EXPECT_FALSE(isReadable(milliseconds(200)));
   EXPECT_EQ(client->process(), 0u);
 }
@@ -167,6 +171,15 @@ TEST_F(AsyncClientTest, TellsARefusal) {
   EXPECT_THAT(ends, ElementsAre(std::pair(-5, std::string("out of range (1 to 65535)")), std::pair(0, std::string())));
 }
 
+TEST_F(AsyncClientTest, ARefusalKeepsTheConnection) {
+  ScriptedDaemon daemon;
+  daemon.answer(R"({"status": -5})");
+  submitSet(0);
+  submitSet(1);
+  ASSERT_TRUE(runUntil([&] { return ends.size() == 2; }));
+  EXPECT_EQ(daemon.requests()[1].peer, daemon.requests()[0].peer);
+}
+
 TEST_F(AsyncClientTest, WithNobodyThereARequestIsNotSent) {
   const auto start = std::chrono::steady_clock::now();
   submitSet(1, kShort);
@@ -208,6 +221,39 @@ TEST_F(AsyncClientTest, NeverSendsWhatWasLateBehindAnother) {
   EXPECT_THAT(statuses(), ElementsAre(-102, 0, 0));
   ASSERT_EQ(daemon.requestCount(), 2u);
   EXPECT_EQ(daemon.requests()[1].body, R"({"rtsp-tcp-port":3})");
+}
+
+/// The loop was busy, not the daemon: the answer is there when it looks.
+TEST_F(AsyncClientTest, TakesAnAnswerThatCameInTimeToALateLoop) {
+  ScriptedDaemon daemon;
+  submitSet(1);
+  ASSERT_TRUE(runUntil([&] { return ends.size() == 1; }));
+  submitSet(2, kShort);
+  ASSERT_TRUE(daemon.waitForRequests(2));
+  std::this_thread::sleep_for(2 * kShort);
+  ASSERT_TRUE(runUntil([&] { return ends.size() == 2; }));
+  EXPECT_THAT(statuses(), ElementsAre(0, 0));
+}
+
+/// A call ends as many as it runs completions of. Those that are left are not sent, although a daemon is there now.
+TEST_F(AsyncClientTest, EndsManyLateRequestsInManyCalls) {
+  constexpr std::size_t kMany = 20'000;
+  for (std::size_t i = 0; i < kMany; ++i) submitSet(1, milliseconds(1));
+  std::this_thread::sleep_for(milliseconds(2));
+  ScriptedDaemon daemon;
+  auto longest = std::chrono::microseconds(0);
+  while (client->pending() > 0) {
+    std::size_t run = 0;
+    longest = std::max(longest, zel::test::processorTimeOf([&] { run = client->process(); }));
+    ASSERT_LE(run, 32u);
+    ASSERT_TRUE(client->pending() == 0 || isReadable());
+  }
+  EXPECT_LT(longest, milliseconds(5 * kSlowdown));
+  EXPECT_THAT(statuses(), testing::AllOf(testing::SizeIs(kMany), testing::Each(-102)));
+  submitSet(2);
+  ASSERT_TRUE(runUntil([&] { return ends.size() > kMany; }));
+  EXPECT_EQ(ends.back().first, 0);
+  EXPECT_EQ(daemon.requestCount(), 1u);
 }
 
 TEST_F(AsyncClientTest, CancelsWhatWaits) {
@@ -374,9 +420,18 @@ TEST_F(AsyncClientTest, ATimeOutOfZeroIsTheDefault) {
   EXPECT_THAT(statuses(), ElementsAre(0, 0));
 }
 
+TEST_F(AsyncClientTest, ATimeOutBeyondTheClockIsALongOne) {
+  ScriptedDaemon daemon;
+  submitSet(1, milliseconds::max());
+  ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
+  EXPECT_THAT(statuses(), ElementsAre(0));
+}
+
 TEST_F(AsyncClientTest, FollowsARestartOfTheDaemon) {
   for (int round = 0; round < 5; ++round) {
     ScriptedDaemon daemon;
+    // What is written into a connection that is just dying is lost, and nobody can tell.
+    ASSERT_TRUE(zel::test::waitUntil([] { return !zel::test::isDeadConnectionOpen(); }));
     ends.clear();
     submitSet(1);
     submitSet(2);
@@ -424,6 +479,22 @@ TEST_F(AsyncClientTest, RenewsADeafSocketWithinARequest) {
   EXPECT_THAT(statuses(), ElementsAre(0));
 }
 
+/// An application that cancels sooner than a socket that takes nothing is made anew.
+TEST_F(AsyncClientTest, RenewsADeafSocketWhereRequestsAreCancelledSoon) {
+  {
+    RawPeer peer(RawBehaviour::kWrongSocketType);
+    ASSERT_TRUE(zel::test::waitUntil([&] { return peer.accepted() > 0; }));
+    std::this_thread::sleep_for(milliseconds(50 * kSlowdown));
+  }
+  ScriptedDaemon daemon;
+  for (int attempt = 0; attempt < 20 && daemon.requestCount() == 0; ++attempt) {
+    const auto id = submitSet(1);
+    runUntil([] { return false; }, milliseconds(30));
+    client->cancel(id);
+  }
+  EXPECT_EQ(daemon.requestCount(), 1u);
+}
+
 TEST_F(AsyncClientTest, NoCallTakesLong) {
   ChildProcess daemon = startDaemon(keepSilent);
   auto longest = std::chrono::microseconds(0);
@@ -462,6 +533,69 @@ TEST_F(AsyncClientTest, InAForkedChildItCompletesNothing) {
   EXPECT_EQ(daemon.requestCount(), 1u);
 }
 
+/// The child returns from the completion that has forked it: what is due belongs to the parent.
+TEST_F(AsyncClientTest, AChildThatACompletionForkedCompletesNothing) {
+  pid_t child = -1;
+  client->cancel(
+      client->submit(requests::set(settings::kSapEnable, true), [&](const zel::Answer<void>&) { child = fork(); }));
+  client->cancel(submitSet(2));
+  const std::size_t run = client->process();
+  if (child == 0) {
+    client.reset();
+    _exit(run == 1 && ends.empty() ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(run, 2u);
+  EXPECT_THAT(statuses(), ElementsAre(-106));
+}
+
+/// Signals that come at the wrong instants hold a request up no longer than they last.
+TEST_F(AsyncClientTest, SendsDespiteSignals) {
+  const ChildProcess daemon = startDaemon();
+  submitSet(1);
+  ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
+  ends.clear();
+  zel::test::interruptedCalls.everySecond = true;
+  // Less than the time after which a connection that takes nothing is made anew.
+  for (int i = 0; i < 20; ++i) submitSet(2, milliseconds(40));
+  EXPECT_TRUE(runUntil([&] { return ends.size() == 20; }));
+  zel::test::interruptedCalls.everySecond = false;
+  EXPECT_THAT(statuses(), testing::Contains(0));
+}
+
+/// To open a socket takes a while, so that one call opens one at most.
+TEST_F(AsyncClientTest, OpensOneSocketInACall) {
+  client = std::make_unique<AsyncClient>(context, "nowhere");
+  client->submit(requests::factoryReset(), [this](const zel::Answer<void>&) {
+    for (int i = 0; i < 5; ++i) submitSet(1);
+  });
+  while (client->pending() > 0) {
+    ASSERT_TRUE(isReadable());
+    EXPECT_EQ(client->process(), 1u);
+  }
+  EXPECT_THAT(statuses(), ElementsAre(-101, -101, -101, -101, -101));
+}
+
+TEST_F(AsyncClientTest, WithoutADescriptorEachRequestFails) {
+  client.reset();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const int next = dup(0);
+  close(next);
+  const rlimit noMore{static_cast<rlim_t>(next), before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &noMore);
+  client = std::make_unique<AsyncClient>(context);
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(client->descriptor(), -1);
+  ScriptedDaemon daemon;
+  submitSet(1);
+  EXPECT_EQ(client->process(), 1u);
+  EXPECT_THAT(statuses(), ElementsAre(-101));
+  EXPECT_EQ(daemon.requestCount(), 0u);
+}
+
 TEST_F(AsyncClientTest, ReportsAnEndpointThatIsNotValid) {
   client = std::make_unique<AsyncClient>(context, "nowhere");
   submitSet(1);
@@ -476,6 +610,34 @@ TEST(AsyncClientAtExit, AStaticClientEndsWithTheProcess) {
       {
         static AsyncClient unanswered(ZmqUtils::getInstance().getContext());
         unanswered.submit(requests::factoryReset(), [](const zel::Answer<void>&) { _exit(9); });
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+/// Calls a static client after its destruction, in a thread that nobody has stopped.
+struct CallLater {
+  AsyncClient* client = nullptr;
+  ~CallLater() {
+    bool refused = false;
+    std::thread([&] {
+      refused = client->submit(requests::factoryReset(), {}) == 0 && !client->cancel(1) && client->process() == 0 &&
+                client->pending() == 0;
+    }).join();
+    if (!refused) _exit(9);
+  }
+};
+
+TEST(AsyncClientAtExit, ADestroyedStaticClientRefusesEachCallOfAnotherThread) {
+  if (zel::test::kAddressSanitizer) {
+    GTEST_SKIP() << "the thread calls an object after its destructor, which the sanitizer reports, rightly";
+  }
+  EXPECT_EXIT(
+      {
+        static CallLater later;
+        static AsyncClient client(ZmqUtils::getInstance().getContext());
+        later.client = &client;
+        client.submit(requests::factoryReset(), {});
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");

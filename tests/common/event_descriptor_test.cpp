@@ -161,6 +161,22 @@ TEST(EventDescriptorTest, WatchesDescriptorsOfTheApplication) {
   close(event);
 }
 
+/// As a connection of the application's that is made anew: the number stays, and what it stands for does not.
+TEST(EventDescriptorTest, WatchesADescriptorThatWasClosedAndOpenedAgain) {
+  const int first = eventfd(0, EFD_CLOEXEC);
+  PollFds fds;
+  fds.add({nullptr, first, ZMQ_POLLIN, 0});
+  EventDescriptor events(fds);
+  settle(events);
+  close(first);
+  const int second = eventfd(0, EFD_CLOEXEC);
+  ASSERT_EQ(second, first);
+  EXPECT_EQ(events.poll(), 0);
+  eventfd_write(second, 1);
+  EXPECT_TRUE(isReadable(events, kSoon));
+  close(second);
+}
+
 TEST(EventDescriptorTest, WatchesForWriting) {
   int pipe[2];
   ASSERT_EQ(::pipe(pipe), 0);

@@ -2,9 +2,12 @@
 // done where it must not be, nothing leaks (the address sanitizer tells) and the next operation works.
 
 #include <gmock/gmock.h>
+#include <poll.h>
 
 #include <algorithm>
+#include <functional>
 
+#include "client/async_client.h"
 #include "client/sysmgr_client.h"
 #include "client/sysmgr_jsonApi.h"
 #include "client/zmq_utils.h"
@@ -185,6 +188,72 @@ TEST_F(AllocationFailure, LeavesAClientWhoseRequestIsRefusedWorking) {
     EXPECT_EQ(written(record), written(SysParameters()));
   };
   EXPECT_THAT(failEachAllocation(attempt, judge), Gt(5));
+}
+
+/// An asynchronous client and its loop.
+class AsyncRequests {
+ public:
+  explicit AsyncRequests(zmq::context_t& context) : client_(context) {}
+
+  /// Has a request carried out, until its completion has run. @return its status
+  int carryOut() {
+    completions = 0;
+    submitted = false;
+    submitted = client_.submit(request_, completion_, kTimeout) != 0;
+    return await();
+  }
+  int await() {
+    pollfd watched{client_.descriptor(), POLLIN, 0};
+    while (client_.pending() > 0 && poll(&watched, 1, static_cast<int>(kSoon.count())) == 1) client_.process();
+    return status_;
+  }
+  std::size_t pending() const { return client_.pending(); }
+
+  bool submitted = false;
+  int completions = 0;
+
+ private:
+  static constexpr std::chrono::milliseconds kTimeout{500 * zel::test::kSlowdown};
+  zel::AsyncClient client_;
+  zel::Request<SysParameters> request_ = zel::requests::storedParameters();
+  std::function<void(const zel::Answer<SysParameters>&)> completion_ = [this](const auto& answer) {
+    ++completions;
+    status_ = answer.status;
+    EXPECT_EQ(answer.value.ethIPv4Cfg.size(), answer.ok() ? 2u : 0u) << "whole or not at all";
+  };
+  int status_ = -1;
+};
+
+TEST_F(AllocationFailure, CompletesEachRequestOfAnAsynchronousClientOnce) {
+  AsyncRequests requests(context_);
+  ASSERT_EQ(requests.carryOut(), 0);
+  const auto judge = [&](Status) {
+    EXPECT_EQ(requests.pending() + static_cast<std::size_t>(requests.completions), requests.submitted ? 1u : 0u);
+    requests.await();
+    EXPECT_EQ(requests.completions, requests.submitted ? 1 : 0);
+    EXPECT_EQ(requests.carryOut(), 0);
+  };
+  EXPECT_THAT(failEachAllocation([&] { return requests.carryOut(); }, judge), Gt(30));
+}
+
+/// Those that wait behind a daemon that is away, and whose time is over, one by one.
+TEST_F(AllocationFailure, EndsEachLateRequestOfAnAsynchronousClientOnce) {
+  zel::AsyncClient client(context_, "tcp://127.0.0.1:5999");
+  std::size_t completions = 0;
+  std::size_t submitted = 0;
+  const std::function<void(const zel::Answer<void>&)> completion = [&](const auto&) { ++completions; };
+  const zel::Request<void> request = zel::requests::factoryReset();
+  const auto attempt = [&] {
+    completions = 0;
+    for (submitted = 0; submitted < 3; ++submitted) client.submit(request, completion, std::chrono::milliseconds(1));
+    while (client.pending() > 0) client.process();
+    return 0;
+  };
+  const auto judge = [&](Status) {
+    while (client.pending() > 0) client.process();
+    EXPECT_EQ(completions, submitted);
+  };
+  EXPECT_THAT(failEachAllocation(attempt, judge), Gt(30));
 }
 
 // ---- notifications

@@ -158,8 +158,8 @@ bool measureEndlessMessage(unsigned long seconds) {
     return freed;
   };
   const bool request = measure("a request", [&] {
-    Client client;
-    client.limit = limit;
+    SysMgrJsonClient client;
+    client.setTimeout(limit);
     client.init(context);
     Json::Value reply;
     client.getStoredParameters(reply);

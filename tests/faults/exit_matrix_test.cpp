@@ -3,6 +3,7 @@
 // time.
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -19,7 +20,9 @@
 #include <string_view>
 #include <thread>
 
+#include "client/async_client.h"
 #include "client/zmq_utils.h"
+#include "common/event_descriptor.h"
 #include "config/system_default_cfg.h"
 #include "tests/support/fake_board.h"
 #include "tests/support/child_process.h"
@@ -36,6 +39,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
+using zel::AsyncClient;
 using zel::test::ChildProcess;
 using zel::test::FakeBoard;
 using zel::test::kSlowdown;
@@ -184,6 +188,57 @@ void followInAnotherThread(Subscriber& subscriber) {
   PollFds& fds = *new PollFds;
   subscriber.getPollItems(fds);
   inAnotherThread([&subscriber, &fds] { follow(subscriber, fds); });
+}
+
+AsyncClient& asyncClient() {
+  static AsyncClient client(context());
+  return client;
+}
+
+AsyncClient::Id submit(AsyncClient& client, std::function<void()> completion = {}) {
+  return client.submit(zel::requests::boardModel(), [completion = std::move(completion)](const auto&) {
+    if (completion) completion();
+  });
+}
+
+/// Waits for the descriptor as an application's loop does, and has the client do what is due.
+void turn(AsyncClient& client, std::chrono::milliseconds limit = 1000ms) {
+  pollfd watched{client.descriptor(), POLLIN, 0};
+  poll(&watched, 1, static_cast<int>(limit.count()));
+  client.process();
+}
+
+void answered(AsyncClient& client) {
+  bool done = false;
+  submit(client, [&done] { done = true; });
+  while (!done) turn(client);
+}
+
+/// Uses everything of a client without end, as a thread does that nobody stops.
+void useInAnotherThread(AsyncClient& client) {
+  inAnotherThread([&client] {
+    for (unsigned round = 0;; ++round) {
+      AsyncClient::Id last = 0;
+      while (client.pending() < 8 && (last = submit(client)) != 0) continue;
+      if (round % 4 == 0) client.cancel(last);
+      turn(client, 10ms);
+    }
+  });
+}
+
+/// Takes notifications without end, in a loop that watches an event descriptor.
+void watchInAnotherThread(Subscriber& subscriber) {
+  PollFds& fds = *new PollFds;
+  subscriber.getPollItems(fds);
+  inAnotherThread([&subscriber, &fds] {
+    zel::EventDescriptor events(fds);
+    pollfd watched{events.descriptor(), POLLIN, 0};
+    for (;;) {
+      poll(&watched, 1, 1000);
+      events.poll();
+      subscriber.processEvent(fds[0]);
+    }
+  });
 }
 
 // ---- the states
@@ -467,9 +522,117 @@ const State kStates[] = {
        });
        end();
      }},
+    {"AsyncClientWithNobody", Daemon::kNone,
+     [](const Peer&, const End& end) {
+       submit(asyncClient());
+       end();
+     }},
+    {"AsyncClientIdle", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       answered(asyncClient());
+       end();
+     }},
+    {"AsyncClientOnTheStack", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       AsyncClient client(context());
+       answered(client);
+       submit(client);
+       end();
+     }},
+    {"AsyncClientWithRequestsThatWait", Daemon::kSilent,
+     [](const Peer& daemon, const End& end) {
+       answered(asyncClient());
+       daemon.freeze();
+       for (int i = 0; i < 3; ++i) submit(asyncClient());
+       asyncClient().process();
+       end();
+     }},
+    {"AsyncClientWithTheDaemonGone", Daemon::kHealthy,
+     [](const Peer& daemon, const End& end) {
+       answered(asyncClient());
+       daemon.kill();
+       submit(asyncClient());
+       turn(asyncClient(), 20ms);
+       end();
+     }},
+    {"AsyncClientInACompletion", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       AsyncClient& client = *new AsyncClient(context());  // in use to the very end
+       bool done = false;
+       submit(client, [&] {
+         done = true;
+         end();
+       });
+       submit(client);
+       while (!done) turn(client);
+     }},
+    {"AsyncClientInTheLoopOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       useInAnotherThread(*new AsyncClient(context()));
+       end();
+     }},
+    {"AsyncClientInTheLoopOfAnotherThreadWithNobody", Daemon::kNone,
+     [](const Peer&, const End& end) {
+       useInAnotherThread(*new AsyncClient(context()));
+       end();
+     }},
+    {"FunctionStaticAsyncClientInTheLoopOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       useInAnotherThread(asyncClient());
+       end();
+     }},
+    {"FunctionStaticAsyncClientInTheLoopOfAnotherThreadWithNobody", Daemon::kNone,
+     [](const Peer&, const End& end) {
+       useInAnotherThread(asyncClient());
+       end();
+     }},
+    {"AsyncClientsBeingMadeInAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       inAnotherThread([] {
+         for (;;) {
+           AsyncClient client(context());
+           if (submit(client) == 0) std::this_thread::sleep_for(1ms);
+           turn(client, 1ms);
+         }
+       });
+       end();
+     }},
+    {"AsyncClientAfterAForkWithRequestsThatWait", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       AsyncClient& client = asyncClient();
+       bool done = false;
+       submit(client, [&done] { done = true; });
+       const pid_t child = fork();
+       if (child == 0) {
+         turn(client, 1ms);
+         const bool right = submit(client) == 0 && !client.cancel(1) && !done;
+         right ? std::exit(0) : _exit(1);
+       }
+       int status = -1;
+       waitpid(child, &status, 0);
+       if (status != 0) _exit(9);
+       while (!done) turn(client);
+       end();
+     }},
+    {"EventDescriptorInTheLoopOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       watchInAnotherThread(subscribed(*new Subscriber));
+       end();
+     }},
+    {"EventDescriptorInTheSilentLoopOfAnotherThread", Daemon::kSilent,
+     [](const Peer&, const End& end) {
+       watchInAnotherThread(subscribed(*new Subscriber));
+       end();
+     }},
+    {"FunctionStaticSubscriberBehindAnEventDescriptorOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       watchInAnotherThread(subscribed());
+       end();
+     }},
     {"Everything", Daemon::kHealthy,
      [](const Peer&, const End& end) {
        connectedClient().request();
+       answered(asyncClient());
        receive(subscribed());
        followingCache().poll(1000);
        end();

@@ -2,7 +2,7 @@
 // history against what the daemons record: every daemon, and every peer that only poses as one, is a process of its own
 // that is really killed, frozen or replaced.
 //
-//   zelFaultHarness [--episodes N] [--seconds S] [--seed X]   faults of all kinds
+//   zelFaultHarness [--client async] [--episodes N] [--seconds S] [--seed X]   faults of all kinds
 //   zelFaultHarness --peers N [--seed X]                      hostile peers only, and the memory that they cost
 //   zelFaultHarness --endurance N                             requests and notifications, and the memory that they cost
 //   zelFaultHarness --endless S                               what a message of endlessly many frames costs in S
@@ -37,6 +37,7 @@ struct Options {
   unsigned long peers = 0;
   unsigned long endurance = 0;
   unsigned long endless = 0;
+  ClientKind client = ClientKind::kBlocking;
 };
 
 struct OptionRow {
@@ -50,6 +51,11 @@ constexpr OptionRow kOptions[] = {
 
 bool parse(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; i += 2) {
+    if (i + 1 < argc && std::strcmp(argv[i], "--client") == 0) {
+      if (std::strcmp(argv[i + 1], "async") != 0) return false;
+      options.client = ClientKind::kAsync;
+      continue;
+    }
     const auto* const row = std::find_if(std::begin(kOptions), std::end(kOptions),
                                          [&](const OptionRow& each) { return std::strcmp(each.name, argv[i]) == 0; });
     if (row == std::end(kOptions) || i + 1 == argc) return false;
@@ -59,7 +65,7 @@ bool parse(int argc, char** argv, Options& options) {
 }
 
 Verdict runEpisodes(const Options& options) {
-  Run run(static_cast<std::uint32_t>(options.seed));
+  Run run(static_cast<std::uint32_t>(options.seed), options.client);
   const auto end = Clock::now() + std::chrono::seconds(options.seconds);
   unsigned long done = 0;
   for (; done < options.episodes && Clock::now() < end && run.requests() + 100 < Journal::kTokens; ++done) {

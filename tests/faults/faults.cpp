@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 /// Some requests. In between the application takes what has come, or it leaves it unread.
 void work(Run& run, unsigned requests) {
   for (; requests > 0; --requests) {
-    run.call();
+    run.request();
     if (run.below(2) == 0) run.listen(milliseconds(run.below(20)));
   }
 }
@@ -121,6 +121,12 @@ void withoutDescriptors(Run& run) {
   setrlimit(RLIMIT_NOFILE, &before);
 }
 
+void renewed(Run& run) {
+  if (run.below(2) == 0) run.kill();
+  run.renewClient();
+  work(run, run.below(3));
+}
+
 constexpr Fault kFaults[] = {
     {"nothing", nothing},
     {"killed before the request", killedBefore},
@@ -133,6 +139,7 @@ constexpr Fault kFaults[] = {
     {"a flood of notifications", flooded},
     {"signals", underSignals},
     {"no descriptors left", withoutDescriptors},
+    {"a client destroyed while requests wait", renewed},
 };
 
 }  // namespace

@@ -16,8 +16,11 @@ using std::chrono::microseconds;
 /// Whether the client promised that the request was and will not be carried out.
 bool promisedNotSent(int result) {
   return result == status::kNotInitialized || result == status::kCannotConnect || result == status::kNotSent ||
-         result == status::kBadRequest;
+         result == status::kBadRequest || result == status::kCancelled || result == History::kDestroyedBehind;
 }
+
+/// Whether the daemon may carry the request out later than those behind it.
+bool mayBeOvertaken(int result) { return result == status::kNoAnswer || result == History::kDestroyedFirst; }
 
 constexpr std::chrono::milliseconds kAllowedOverrun{50 * kSlowdown};
 
@@ -86,6 +89,35 @@ bool History::judgeCalls() const {
   return wrong.times + unanswered.times + ghosts.times + twice.times == 0;
 }
 
+/// Each request ends once.
+bool History::judgeEnds() const {
+  std::vector<std::uint32_t> tokens;
+  for (const Call& call : calls_) tokens.push_back(call.token);
+  std::sort(tokens.begin(), tokens.end());
+  const auto distinct = static_cast<std::size_t>(std::unique(tokens.begin(), tokens.end()) - tokens.begin());
+  std::printf("%zu requests submitted: never ended %zu, ended again %zu\n", submissions_, submissions_ - distinct,
+              calls_.size() - distinct);
+  return submissions_ == distinct && calls_.size() == distinct;
+}
+
+/// The daemons see the requests in the order in which they were submitted.
+bool History::judgeOrder() const {
+  std::map<std::uint32_t, const Call*> calls;
+  for (const Call& call : calls_) calls[call.token] = &call;
+  Wrong overtaken;
+  std::uint32_t newest = 0;
+  for (const std::uint32_t token : journal_.order()) {
+    const auto found = calls.find(token);
+    if (token < newest && found != calls.end() && !mayBeOvertaken(found->second->status) && overtaken.countAndShow()) {
+      std::printf("  carried out behind request %u: request %u during \"%s\" (%d)\n", newest, token,
+                  found->second->fault, found->second->status);
+    }
+    newest = std::max(newest, token);
+  }
+  std::printf("carried out in another order than submitted %zu\n", overtaken.times);
+  return overtaken.times == 0;
+}
+
 bool History::judgeNotifications() const {
   std::printf("%zu notifications, %zu of them from hostile peers: never published %zu, twice or out of order %zu\n",
               delivered_, ofOthers_, notPublished_.times, disordered_.times);
@@ -112,6 +144,8 @@ bool History::judgeWaits() const {
 }
 
 Verdict History::judge() const {
+  const bool ends = judgeEnds();
+  const bool order = judgeOrder();
   const bool calls = judgeCalls();
   const bool notifications = judgeNotifications();
   const bool inTime = judgeWaits();
@@ -121,7 +155,7 @@ Verdict History::judge() const {
     failures += times;
   }
   std::printf("dead clients, dead subscribers, stale views: %d\n", failures);
-  if (!calls || !notifications || failures > 0) return Verdict::kWrong;
+  if (!ends || !order || !calls || !notifications || failures > 0) return Verdict::kWrong;
   return inTime ? Verdict::kRight : Verdict::kLate;
 }
 

@@ -23,6 +23,13 @@ class History {
  public:
   explicit History(const Journal& journal) : journal_(journal) {}
 
+  // The ends of requests whose client was destroyed, beside the library's statuses.
+  static constexpr int kDestroyedFirst = -10001;   ///< it may have been sent
+  static constexpr int kDestroyedBehind = -10002;  ///< it waited behind another: not sent
+
+  /// A request was submitted; the tokens count up.
+  void addSubmission() { ++submissions_; }
+  /// A request has ended.
   struct Call {
     std::uint32_t token;
     int status;
@@ -78,10 +85,13 @@ class History {
     Wrong late;
   };
   bool judgeCalls() const;
+  bool judgeEnds() const;
+  bool judgeOrder() const;
   bool judgeNotifications() const;
   bool judgeWaits() const;
 
   const Journal& journal_;
+  std::size_t submissions_ = 0;
   std::vector<Call> calls_;
   std::map<std::string, Longest> waits_;
   std::map<std::string, int> failures_;

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -25,6 +26,17 @@ Journal::Journal(int descriptor) : descriptor_(descriptor) {
   void* const memory = mmap(nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) fail("mmap");
   record_ = static_cast<Record*>(memory);
+}
+
+void Journal::carriedOut(std::uint32_t token) {
+  record_->carriedOut[token].fetch_add(1);
+  const std::uint32_t place = record_->ordered.fetch_add(1);
+  if (place < kTokens) record_->order[place] = token;
+}
+
+std::vector<std::uint32_t> Journal::order() const {
+  const auto* const begin = record_->order.begin();
+  return {begin, begin + std::min(record_->ordered.load(), kTokens)};
 }
 
 std::uint32_t Journal::publish() {

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 #include "tests/faults/documents.h"
 
@@ -21,8 +22,11 @@ class Journal {
 
   int descriptor() const { return descriptor_; }
 
-  void carriedOut(std::uint32_t token) { record_->carriedOut[token].fetch_add(1); }
+  void carriedOut(std::uint32_t token);
   unsigned timesCarriedOut(std::uint32_t token) const { return record_->carriedOut[token].load(); }
+
+  /// The tokens in the order in which the daemons carried them out.
+  std::vector<std::uint32_t> order() const;
 
   /// The number of the next document, which is then the state of its subject. To be called before it is published.
   std::uint32_t publish();
@@ -36,6 +40,8 @@ class Journal {
     std::atomic<std::uint32_t> published;
     std::array<std::atomic<std::uint32_t>, kSubjects> newest;
     std::array<std::atomic<std::uint8_t>, kTokens> carriedOut;
+    std::atomic<std::uint32_t> ordered;
+    std::array<std::atomic<std::uint32_t>, kTokens> order;
   };
   static_assert(std::atomic<std::uint8_t>::is_always_lock_free && std::atomic<std::uint32_t>::is_always_lock_free,
                 "the counts are shared between processes");

@@ -4,12 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
-#include <sstream>
 #include <utility>
 
 #include "client/zmq_utils.h"
 #include "common/status.h"
+#include "tests/support/private_network.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -21,20 +20,8 @@ using std::chrono::microseconds;
 
 microseconds since(Clock::time_point begin) { return std::chrono::duration_cast<microseconds>(Clock::now() - begin); }
 
-/// Whether a connection to the daemon's port for requests is open on our side only.
-bool deadConnectionOpen() {
-  std::ifstream connections("/proc/self/net/tcp");
-  std::string line;
-  std::getline(connections, line);  // the heading
-  while (std::getline(connections, line)) {
-    std::istringstream columns(line);
-    std::string number, local, remote, state;
-    columns >> number >> local >> remote >> state;
-    constexpr const char* kDaemonsPort = ":15B4";
-    constexpr const char* kCloseWait = "08";
-    if (state == kCloseWait && remote.find(kDaemonsPort) != std::string::npos) return true;
-  }
-  return false;
+bool isAnswerTo(std::uint32_t token, const Json::Value& reply) {
+  return reply.isObject() && reply[kToken].isUInt() && reply[kToken].asUInt() == token;
 }
 
 }  // namespace
@@ -88,9 +75,13 @@ bool Run::cacheShows(Subject subject) const {
 
 // ---- the application
 
-Run::Run(std::uint32_t seed) : random(seed) {
+Run::Run(std::uint32_t seed, ClientKind kind) : random(seed) {
   startDaemon();
-  client_.init(ZmqUtils::getInstance().getContext());
+  if (kind == ClientKind::kAsync) {
+    async_ = std::make_unique<AsyncDriver>([this](const AsyncDriver::End& end) { noteEnd(end); });
+  } else {
+    client_.init(ZmqUtils::getInstance().getContext());
+  }
   cache_ = &SystemDefaultCfg::getInstance();
   subscriber_.init(ZmqUtils::getInstance().getContext());
   subscriber_.subscribeAll();
@@ -113,14 +104,73 @@ auto Run::timed(const char* what, milliseconds limit, Action action) {
 }
 
 int Run::call(milliseconds limit, Json::Value wishes) {
+  if (async_) {
+    control_->begin();
+    submit(limit, std::move(wishes));
+    runLoop();
+    return lastStatus_;
+  }
   wishes[kToken] = ++token_;
+  history_.addSubmission();
   IpcMsg request(SysMgrCommands::SYSMGR_SET_PARAMETER, wishes);
   Json::Value reply;
-  client_.limit = limit;
+  client_.setTimeout(limit);
   const int status = timed("request", limit, [&] { return client_.sendMessage(request, reply); });
-  const bool own = status >= 0 && reply[kToken].isUInt() && reply[kToken].asUInt() == token_;
-  history_.add(History::Call{token_, status, own, honestPeer_, fault_});
+  history_.add(History::Call{token_, status, status >= 0 && isAnswerTo(token_, reply), honestPeer_, fault_});
   return status;
+}
+
+void Run::request() {
+  if (!async_) {
+    call();
+    return;
+  }
+  control_->begin();
+  for (unsigned left = 1 + below(6); left > 0; --left) {
+    submit(milliseconds(1 + below(static_cast<unsigned>(kFaultyLimit.count()))));
+    if (below(6) == 0) cancelAny();
+  }
+  while (!async_->waiting().empty()) {
+    if (below(8) == 0) cancelAny();
+    step();
+  }
+}
+
+void Run::renewClient() {
+  if (!async_) return;
+  for (unsigned left = 1 + below(5); left > 0; --left) submit(kFaultyLimit);
+  for (unsigned left = below(4); left > 0 && !async_->waiting().empty(); --left) step();
+  int status = History::kDestroyedFirst;
+  for (const std::uint32_t token : async_->renew()) {
+    history_.add(History::Call{token, status, false, honestPeer_, fault_});
+    status = History::kDestroyedBehind;
+  }
+}
+
+void Run::submit(milliseconds limit, Json::Value wishes) {
+  wishes[kToken] = ++token_;
+  history_.addSubmission();
+  async_->submit(token_, wishes, limit);
+}
+
+void Run::cancelAny() {
+  const std::vector<std::uint32_t> tokens = async_->waiting();
+  async_->cancel(tokens[below(static_cast<unsigned>(tokens.size()))]);
+}
+
+void Run::step() {
+  if (!async_->step()) history_.addFailure("a wake-up that did not come", fault_);
+}
+
+void Run::runLoop() {
+  while (!async_->waiting().empty()) step();
+}
+
+void Run::noteEnd(const AsyncDriver::End& end) {
+  lastStatus_ = end.status;
+  const bool own = end.status >= 0 && isAnswerTo(end.token, end.reply);
+  history_.add(History::Call{end.token, end.status, own, honestPeer_, fault_});
+  history_.add(History::Wait{"request", end.took, end.limit, control_->worst(), fault_});
 }
 
 template <class Receiver>
@@ -140,6 +190,7 @@ void Run::drain(Receiver& receiver, const zmq_pollitem_t& item) {
 
 void Run::listen(milliseconds limit) {
   timed("poll", limit, [&] { return fds_.poll(limit.count()); });
+  if (async_) async_->stepIfReadable();
   drain(subscriber_, fds_[0]);
   drain(*cache_, fds_[1]);
 }
@@ -206,7 +257,7 @@ void Run::recover() {
   // came one by one would take 18 MiB in libzmq, which keeps for each the buffer that it came in.
   waitUntil([this] {
     listen(milliseconds(1));
-    return !deadConnectionOpen();
+    return !isDeadConnectionOpen();
   });
   // Behind what a hostile peer has sent unasked the end cannot be seen: then one request may be lost, and only one.
   const bool mayBeLost = !honestSenders_;

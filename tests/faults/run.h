@@ -12,6 +12,7 @@
 
 #include "client/sysmgr_jsonApi.h"
 #include "config/system_default_cfg.h"
+#include "tests/faults/async_driver.h"
 #include "tests/faults/faulty_daemon.h"
 #include "tests/faults/history.h"
 #include "tests/faults/journal.h"
@@ -20,12 +21,8 @@
 
 namespace zel::test {
 
-/// A client whose time-out can be set.
-class Client final : public SysMgrJsonClient {
- public:
-  int getClientTimeout() override { return static_cast<int>(limit.count()); }
-  std::chrono::milliseconds limit{2000};
-};
+/// Which client a run drives.
+enum class ClientKind { kBlocking, kAsync };
 
 /// One application, with a client, a subscriber and the cache, and beside it the daemon or the peer of the moment.
 /// Whatever it does is entered in a history.
@@ -35,7 +32,7 @@ class Run {
   static constexpr milliseconds kFaultyLimit{60};
   static constexpr milliseconds kHealthyLimit{2000};
 
-  explicit Run(std::uint32_t seed);
+  explicit Run(std::uint32_t seed, ClientKind kind = ClientKind::kBlocking);
 
   // The peer of the moment. At first it is a healthy daemon.
 
@@ -47,9 +44,14 @@ class Run {
   /// Names what goes on from here, for the record.
   void begin(const char* fault) { fault_ = fault; }
 
-  /// One request.
+  /// What an application asks for while something may happen: one request of the blocking client. Of the asynchronous
+  /// one some at once, and it cancels a few of them, before or after they are sent.
+  void request();
+  /// One request, until its end.
   /// @param wishes  what it asks for besides
   int call(milliseconds limit = kFaultyLimit, Json::Value wishes = Json::Value(Json::objectValue));
+  /// Destroys an asynchronous client while requests wait, and makes a new one.
+  void renewClient();
   /// Takes the notifications that come.
   void listen(milliseconds limit = milliseconds(0));
 
@@ -79,6 +81,11 @@ class Run {
   };
 
   void start(std::vector<std::string> arguments);
+  void submit(milliseconds limit, Json::Value wishes = Json::Value(Json::objectValue));
+  void noteEnd(const AsyncDriver::End& end);
+  void step();
+  void runLoop();
+  void cancelAny();
   int note(Subject subject, std::uint32_t number);
   template <class Action>
   auto timed(const char* what, milliseconds limit, Action action);
@@ -98,7 +105,9 @@ class Run {
   bool honestSenders_ = true;  ///< of the notifications that may come
   std::uint32_t token_ = 0;
 
-  Client client_;
+  SysMgrJsonClient client_;
+  std::unique_ptr<AsyncDriver> async_;  ///< null: the blocking client is driven
+  int lastStatus_ = 0;                  ///< of the request that has ended last
   Subscriber subscriber_{*this};
   SystemDefaultCfg* cache_ = nullptr;
   PollFds fds_;

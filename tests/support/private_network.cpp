@@ -12,6 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 namespace zel::test {
 
@@ -51,6 +53,21 @@ std::string enterPrivateNetwork() {
     if (std::string why = handNetworkOn(); !why.empty()) return why;
   }
   return raiseLoopback();
+}
+
+bool isDeadConnectionOpen() {
+  std::ifstream connections("/proc/self/net/tcp");
+  std::string line;
+  std::getline(connections, line);  // the heading
+  while (std::getline(connections, line)) {
+    std::istringstream columns(line);
+    std::string number, local, remote, state;
+    columns >> number >> local >> remote >> state;
+    constexpr const char* kDaemonsPort = ":15B4";
+    constexpr const char* kCloseWait = "08";
+    if (state == kCloseWait && remote.find(kDaemonsPort) != std::string::npos) return true;
+  }
+  return false;
 }
 
 }  // namespace zel::test

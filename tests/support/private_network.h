@@ -10,4 +10,7 @@ namespace zel::test {
 /// @return empty, or why the system does not allow it.
 std::string enterPrivateNetwork();
 
+/// Whether a connection to the daemon's port for requests is open on our side only.
+bool isDeadConnectionOpen();
+
 }  // namespace zel::test

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -59,6 +60,19 @@ class Stopwatch {
   ProcessorWaits before_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
+
+/// The processor time of an action of this thread.
+template <class Action>
+std::chrono::microseconds processorTimeOf(Action action) {
+  const auto now = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  const auto before = now();
+  action();
+  return std::chrono::duration_cast<std::chrono::microseconds>(now() - before);
+}
 
 /// What an action of this thread takes.
 template <class Action>
