@@ -2,7 +2,7 @@
 // history against what the daemons record: every daemon, and every peer that only poses as one, is a process of its own
 // that is really killed, frozen or replaced.
 //
-//   zelFaultHarness [--client async] [--episodes N] [--seconds S] [--seed X]   faults of all kinds
+//   zelFaultHarness [--client blocking|async] [--episodes N] [--seconds S] [--seed X]   faults of all kinds
 //   zelFaultHarness --peers N [--seed X]                      hostile peers only, and the memory that they cost
 //   zelFaultHarness --endurance N                             requests and notifications, and the memory that they cost
 //   zelFaultHarness --endless S                               what a message of endlessly many frames costs in S
@@ -52,8 +52,9 @@ constexpr OptionRow kOptions[] = {
 bool parse(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; i += 2) {
     if (i + 1 < argc && std::strcmp(argv[i], "--client") == 0) {
-      if (std::strcmp(argv[i + 1], "async") != 0) return false;
-      options.client = ClientKind::kAsync;
+      const bool async = std::strcmp(argv[i + 1], "async") == 0;
+      if (!async && std::strcmp(argv[i + 1], "blocking") != 0) return false;
+      options.client = async ? ClientKind::kAsync : ClientKind::kBlocking;
       continue;
     }
     const auto* const row = std::find_if(std::begin(kOptions), std::end(kOptions),
