@@ -1,6 +1,7 @@
 #include <malloc.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -11,8 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/control.h"
 #include "simulator/factory.h"
 #include "simulator/notify.h"
+#include "simulator/script.h"
 #include "simulator/simulator.h"
 
 namespace {
@@ -65,6 +68,7 @@ int fail(int status, const std::string& why) {
   return status;
 }
 
+/// The words with a blank between them.
 std::string joined(const std::vector<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) {
@@ -80,6 +84,8 @@ struct Arguments {
   std::string storeFile;
   std::string faultFile;
   std::vector<std::string> faultRules;
+  std::string control;
+  std::string scriptFile;
   unsigned int liveMs = 1000;
   bool live = false;
   bool verbose = false;
@@ -97,6 +103,9 @@ void describe(CLI::App& app, Arguments& arguments) {
   app.add_option("--fault-rule", arguments.faultRules, "An order to misbehave; may be repeated")
       ->type_name("RULE")
       ->take_all();
+  app.add_option("--control", arguments.control, "Takes orders on a Unix socket, from 'sysmgr-sim tell'")
+      ->type_name("PATH");
+  app.add_option("--script", arguments.scriptFile, "Orders to carry out, with times, one a line")->type_name("FILE");
   app.add_flag("--live", arguments.live, "Temperature, fan and interfaces move and are published");
   app.add_option("--live-interval", arguments.liveMs, "How often they move (1000); implies --live")
       ->type_name("MS")
@@ -138,12 +147,24 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
   return 0;
 }
 
-int serve(zel::sim::SimulatorOptions options) {
+int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // stays so: large frames leave no gaps in the heap behind
   const std::string model = BoardModelType::toText(options.board.model().model);
+  zel::sim::Script script;
+  if (!arguments.scriptFile.empty()) {
+    const std::string why = zel::sim::Script::parseFile(arguments.scriptFile, script);
+    if (!why.empty()) return fail(kFailure, why);
+  }
   Simulator simulator(std::move(options));
   obeySignals(simulator);
   if (const std::string why = simulator.open(); !why.empty()) return fail(kFailure, why);
+  if (const std::string why = script.tryOn(simulator.board()); !why.empty()) return fail(kFailure, why);
+  zel::sim::ControlSocket control;
+  if (!arguments.control.empty()) {
+    if (const std::string why = control.open(arguments.control); !why.empty()) return fail(kFailure, why);
+    control.serve([&simulator](const std::string& line) { return zel::sim::tell(simulator, line); });
+  }
+  script.start(simulator);
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
   std::fflush(stdout);
@@ -154,18 +175,45 @@ int serve(zel::sim::SimulatorOptions options) {
   return 0;
 }
 
+/// `sysmgr-sim tell`: sends an order to a simulator that runs.
+int tell(const std::string& path, const std::vector<std::string>& words) {
+  if (path.empty()) return fail(kWrongUsage, "--control PATH is missing, and SYSMGR_SIM_CONTROL is not set");
+  std::string order = joined(words);
+  std::replace(order.begin(), order.end(), '\n',
+               ' ');  // an order is one line; between the values of JSON it is a blank
+  const zel::sim::OrderResult result = zel::sim::tellAt(path, order);
+  for (const std::string& line : result.lines) std::printf("%s\n", line.c_str());
+  if (std::fflush(stdout) != 0) return fail(kFailure, "the answer cannot be written");
+  return result.status == zel::sim::OrderResult::kDone ? 0 : fail(result.status, result.error);
+}
+
+/// Describes `tell`, whose words from the order on are not looked at.
+CLI::App* describeTell(CLI::App& app, std::string& path) {
+  CLI::App* const tell = app.add_subcommand("tell", "Tells a simulator that runs with --control to do something");
+  tell->prefix_command();
+  tell->add_option("--control", path, "The path of its control socket ($SYSMGR_SIM_CONTROL)")
+      ->envname("SYSMGR_SIM_CONTROL")
+      ->type_name("PATH");
+  tell->footer("\n" + zel::sim::Order::help() +
+               "Exit status: 0 done, 1 the order cannot be carried out or no simulator takes it, 2 wrong usage.");
+  return tell;
+}
+
 int run(int argc, char** argv) {
   Arguments arguments;
   CLI::App app("A virtual board: stands in for the system manager daemon, for any number of clients.", "sysmgr-sim");
   describe(app, arguments);
+  std::string path;
+  const CLI::App* const tellCommand = describeTell(app, path);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kWrongUsage;
   }
+  if (tellCommand->parsed()) return tell(path, tellCommand->remaining());
   zel::sim::SimulatorOptions options;
   if (const int status = prepare(arguments, options); status != 0) return status;
-  return serve(std::move(options));
+  return serve(arguments, std::move(options));
 }
 
 }  // namespace

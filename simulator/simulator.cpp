@@ -12,6 +12,7 @@
 
 #include "client/sysmgr_jsonApi.h"
 #include "common/shared/socket_parts.h"
+#include "simulator/connections.h"
 #include "simulator/field.h"
 
 namespace zel::sim {
@@ -32,16 +33,14 @@ constexpr int kFlushMs = 5000;    // for those that have to arrive
 constexpr std::size_t kMostFrames = 16;
 constexpr std::size_t kMostWaitingRequests = 64;
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
+constexpr std::size_t kMostRemembered = 1000;
+constexpr std::size_t kMostRememberedBytes = std::size_t{2} << 20U;
 constexpr std::chrono::milliseconds kTurn{10};  // then come new requests, timers and the end of the program
 
 std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
   std::string text = "cannot listen on " + endpoint + ": " + error.what();
   if (error.num() == EADDRINUSE) text += ". Is the system manager or another simulator running?";
   return text;
-}
-
-std::uint16_t portOf(const std::string& endpoint) {
-  return static_cast<std::uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
 }
 
 bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
@@ -70,8 +69,9 @@ std::string Simulator::open() {
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
   if (options_.mostGrowth > 0) {
-    guard_.emplace(
-        MemoryGuard::Options{portOf(requestEndpoint()), portOf(publishEndpoint()), options_.mostGrowth, options_.tell});
+    guard_.emplace(MemoryGuard::Options{requests_.get(zmq::sockopt::last_endpoint),
+                                        publisher_.get(zmq::sockopt::last_endpoint), options_.mostGrowth,
+                                        options_.tell});
   }
   return openStore();
 }
@@ -145,17 +145,25 @@ void Simulator::wakeUp() const noexcept {
 void Simulator::misbehave(const FaultRule& rule) { faults_.add(rule); }
 
 void Simulator::run() {
+  serveUntilStopped();
+  const std::lock_guard<std::mutex> lock(postMutex_);
+  ended_ = true;
+  posted_.clear();
+}
+
+void Simulator::serveUntilStopped() {
   if (options_.liveInterval.count() > 0) at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
   for (;;) {
-    zmq_pollitem_t items[] = {{requests_.handle(), 0, ZMQ_POLLIN, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
-    const int ready = zmq_poll(items, 2, waiting_.empty() ? untilNextTimer() : 0);
+    const short wanted = serving_ ? ZMQ_POLLIN : 0;
+    zmq_pollitem_t items[] = {{requests_.handle(), 0, wanted, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
+    const int ready = zmq_poll(items, 2, serving_ && !waiting_.empty() ? 0 : untilNextTimer());
     if (ready < 0) {
       if (zmq_errno() == EINTR) continue;
       return;
     }
     if (items[1].revents != 0 && !goesOn()) return;
     if (items[0].revents != 0) receiveAll();
-    serveWaiting();
+    if (serving_) serveWaiting();
     runTimers();
   }
 }
@@ -168,7 +176,53 @@ bool Simulator::goesOn() {
   if (reloading_.exchange(false)) {
     if (const std::string why = readFaultFile({}); !why.empty()) tell(why);
   }
+  runPosted();
   return true;
+}
+
+void Simulator::post(std::function<void()> action) {
+  const std::lock_guard<std::mutex> lock(postMutex_);
+  if (ended_) return;
+  posted_.push_back(std::move(action));
+  wakeUp();
+}
+
+void Simulator::runPosted() {
+  std::vector<std::function<void()>> actions;
+  {
+    const std::lock_guard<std::mutex> lock(postMutex_);
+    actions.swap(posted_);
+  }
+  for (const std::function<void()>& action : actions) action();
+}
+
+// --- for actions
+
+Outcome Simulator::alter(const std::function<Outcome(Board& board)>& make) {
+  Outcome outcome = change(make);
+  for (const Notification& notification : outcome.notifications) publish(notification);
+  return outcome;
+}
+
+void Simulator::setServing(bool serving) {
+  serving_ = serving;
+  if (!serving_) return;
+  for (const std::function<void()>& send : std::exchange(heldAnswers_, {})) send();
+}
+
+unsigned int Simulator::dropConnections() {
+  const std::vector<std::string> endpoints = {requests_.get(zmq::sockopt::last_endpoint),
+                                              publisher_.get(zmq::sockopt::last_endpoint)};
+  unsigned int count = 0;
+  for (const AcceptedConnection& connection : acceptedConnections(endpoints)) {
+    count += endConnection(connection.descriptor) ? 1 : 0;
+  }
+  return count;
+}
+
+void Simulator::forgetRequests() {
+  served_.clear();
+  servedBytes_ = 0;
 }
 
 /// Has the orders of the file, behind the given ones, replace those that there are.
@@ -304,6 +358,7 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
   if (const std::string why = writeWireJson(outcome.reply, text); !why.empty()) {
     writeWireJson(refusalReply({refusal::kMalformedRequest, "The answer cannot be written: " + why + "."}), text);
   }
+  const Json::Value status = outcome.reply.isObject() ? outcome.reply.get("status", 0) : Json::Value(0);
   if (exchange.editText) exchange.editText(text);
   trace(request, exchange, text);
 
@@ -319,6 +374,7 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
     // gone.
     at(Clock::now() + exchange.crashAfter, [this] { crash(true); });
   }
+  remember(request, exchange, status.isInt() ? status.asInt() : 0);
 }
 
 Outcome Simulator::act(const Request& request) {
@@ -331,15 +387,15 @@ Outcome Simulator::act(const Request& request) {
       return outcome;
     }
   }
-  return change(request.id, body);
+  return change([&](Board& board) { return board.handle(request.id, body); });
 }
 
 /// A change is made if, and only if, the store holds it.
-Outcome Simulator::change(unsigned int id, const Json::Value& body) {
-  if (!store_) return options_.board.handle(id, body);
+Outcome Simulator::change(const std::function<Outcome(Board& board)>& make) {
+  if (!store_) return make(options_.board);
 
   Board next = options_.board;
-  Outcome outcome = next.handle(id, body);
+  Outcome outcome = make(next);
   if (outcome.keptStateChanged) {
     std::string warning;
     if (const std::string why = store_->save(next.keptState(), warning); !why.empty()) {
@@ -357,6 +413,7 @@ Outcome Simulator::change(unsigned int id, const Json::Value& body) {
 }
 
 void Simulator::answer(const Request& request, const std::string& text) {
+  if (!serving_) return heldAnswers_.push_back([this, request, text] { answer(request, text); });
   for (const std::string& frame : request.envelope) {
     if (!sendFrame(requests_, frame, true)) return;  // the client is gone
   }
@@ -368,15 +425,33 @@ void Simulator::refuse(const Request& request, const Refusal& why) {
   writeWireJson(refusalReply(why), text);
   trace(request, Exchange(), text);
   answer(request, text);
+  remember(request, Exchange(), why.status);
+}
+
+void Simulator::remember(const Request& request, const Exchange& exchange, int status) {
+  const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+  served_.push_back({++servedCount_, now, request.id, request.body, status, exchange.fault});
+  servedBytes_ += request.body.size();
+  while (served_.size() > kMostRemembered || servedBytes_ > kMostRememberedBytes) {
+    servedBytes_ -= served_.front().body.size();
+    served_.pop_front();
+  }
+  if (observer_) observer_(served_.back());
 }
 
 void Simulator::publish(const Notification& notification) {
   std::string payload;
   if (!notification.payload.isNull() && !writeWireJson(notification.payload, payload).empty()) return;
+  publishFrames({std::to_string(notification.topic), payload});
+}
+
+void Simulator::publishFrames(const std::vector<std::string>& frames) {
   // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
   // the request that is served now gets its notification.
   eventsOf(publisher_.handle());
-  if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
+  for (std::size_t index = 0; index < frames.size(); ++index) {
+    if (!sendFrame(publisher_, frames[index], index + 1 < frames.size())) return;
+  }
 }
 
 void Simulator::tell(const std::string& text) const {

@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,12 +34,22 @@ struct SimulatorOptions {
   std::function<void(const std::string&)> trace;  ///< receives a line for each request; empty: none
 };
 
+/// A request that was answered, or would have been without a fault.
+struct ServedRequest {
+  std::uint64_t number = 0;         ///< from 1 on, since the start
+  std::chrono::milliseconds at{0};  ///< since the start
+  unsigned int id = 0;              ///< of the command
+  std::string body;
+  int status = 0;               ///< of the board's answer
+  const char* fault = nullptr;  ///< the fault that struck it; null: none
+};
+
 /// A stand-in for the daemon: a virtual board behind the daemon's two sockets, for any number of clients.
 ///
 /// A request is carried out, put into the store, published and then answered, in this order: who has the answer knows
 /// that the change is in force and that its notification is on the way.
-/// Threads: `stop`, `reloadFaults` and `misbehave` may be called from any thread, the first two from a signal handler
-/// too; everything else from one thread.
+/// Threads: `stop`, `reloadFaults`, `misbehave` and `post` may be called from any thread, the first two from a signal
+/// handler too; everything else from one thread, the one that calls `run`.
 class Simulator {
  public:
   explicit Simulator(SimulatorOptions options);
@@ -59,8 +72,36 @@ class Simulator {
   static std::string requestEndpoint();
   static std::string publishEndpoint();
 
- private:
   using Clock = std::chrono::steady_clock;
+
+  /// Has the action run soon in the thread that serves. An action that did not run until `run` returns is destroyed.
+  void post(std::function<void()> action);
+
+  // For actions.
+
+  /// Has the action run at this time.
+  void at(Clock::time_point time, std::function<void()> action);
+  const Board& board() const { return options_.board; }
+  FaultInjector& faults() { return faults_; }
+  /// Makes a change that no client has asked for: it is stored and published as one that a client asks for.
+  /// @param make  changes the board as a whole or not at all
+  Outcome alter(const std::function<Outcome(Board& board)>& make);
+  /// Publishes frames as they are.
+  void publishFrames(const std::vector<std::string>& frames);
+  /// Stops serving requests, which wait then, or goes on.
+  void setServing(bool serving);
+  /// Ends every connection; the clients connect again by themselves.
+  /// @return how many there were
+  unsigned int dropConnections();
+  /// The last requests, the latest at the end.
+  const std::deque<ServedRequest>& requests() const { return served_; }
+  void forgetRequests();
+  /// Has the observer called after each request.
+  void observe(std::function<void(const ServedRequest&)> observer) { observer_ = std::move(observer); }
+  /// Hands a message for people to `SimulatorOptions::tell`.
+  void tell(const std::string& text) const;
+
+ private:
   /// A request as it came.
   struct Request {
     std::vector<std::string> envelope;  ///< returned with the answer: identity, request number, empty frame
@@ -73,6 +114,8 @@ class Simulator {
   std::string listen();
   void wakeUp() const noexcept;
   bool goesOn();
+  void runPosted();
+  void serveUntilStopped();
   std::string readFaultFile(std::vector<FaultRule> rules);
   void receiveAll();
   bool receive(std::vector<std::string>& frames);
@@ -83,16 +126,15 @@ class Simulator {
   void serve(const Request& request);
   void carryOut(const Request& request, const Exchange& exchange);
   Outcome act(const Request& request);
-  Outcome change(unsigned int id, const Json::Value& body);
+  Outcome change(const std::function<Outcome(Board& board)>& make);
   void answer(const Request& request, const std::string& text);
   void refuse(const Request& request, const Refusal& why);
   void publish(const Notification& notification);
   void moveOn();
-  void tell(const std::string& text) const;
+  void remember(const Request& request, const Exchange& exchange, int status);
   void trace(const Request& request, const Exchange& exchange, const std::string& answer) const;
   [[noreturn]] void crash(bool flush);
 
-  void at(Clock::time_point time, std::function<void()> action);
   long untilNextTimer() const;
   void runTimers();
 
@@ -110,6 +152,16 @@ class Simulator {
   WireJsonReader reader_;
   std::multimap<Clock::time_point, std::function<void()>> timers_;
   std::optional<MemoryGuard> guard_;
+  std::mutex postMutex_;
+  std::vector<std::function<void()>> posted_;
+  bool ended_ = false;  ///< nothing is posted any more
+  bool serving_ = true;
+  std::vector<std::function<void()>> heldAnswers_;  ///< that were due while it did not serve
+  const Clock::time_point start_ = Clock::now();
+  std::uint64_t servedCount_ = 0;
+  std::size_t servedBytes_ = 0;  ///< of the bodies in `served_`
+  std::deque<ServedRequest> served_;
+  std::function<void(const ServedRequest&)> observer_;
 };
 
 /// A simulator in a thread of its own, which ends with this object.
