@@ -407,10 +407,10 @@ std::string Order::parseChange(const std::string& name, std::string_view words, 
   const Document& document = *findDocument(name);
   std::string path;
   std::string_view rest = words;
-  if (std::string why = takeWord(rest, path); !why.empty()) path.clear();
-  if (rest.empty()) {  // one word: the document itself
-    path.clear();
-    rest = words;
+  const bool isJson = !words.empty() && (words.front() == '{' || words.front() == '[');  // the document itself
+  if (!isJson) {
+    if (std::string why = takeWord(rest, path); !why.empty()) return why;
+    if (path.empty()) return "PATH is missing";
   }
   if (rest.empty()) return "VALUE is missing";
   order.change_ = [&document, path, word = std::string(rest)](Board& board) {
