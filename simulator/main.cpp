@@ -15,6 +15,7 @@
 #include "simulator/control.h"
 #include "simulator/factory.h"
 #include "simulator/notify.h"
+#include "simulator/replay.h"
 #include "simulator/script.h"
 #include "simulator/simulator.h"
 
@@ -86,10 +87,26 @@ struct Arguments {
   std::vector<std::string> faultRules;
   std::string control;
   std::string scriptFile;
+  std::string replayFile;
+  double speed = 1;
   unsigned int liveMs = 1000;
   bool live = false;
   bool verbose = false;
 };
+
+/// Describes the options of a recording, which takes the place of the board.
+void describeReplay(CLI::App& app, Arguments& arguments) {
+  CLI::Option* const replay =
+      app.add_option("--replay", arguments.replayFile, "Is the board that 'sysmgrctl record' recorded in FILE")
+          ->type_name("FILE");
+  for (const char* const other : {"--model", "--state", "--store", "--live", "--live-interval"}) {
+    replay->excludes(app.get_option(other));
+  }
+  app.add_option("--speed", arguments.speed, "How many times faster the recording runs (1)")
+      ->type_name("X")
+      ->check(CLI::Range(0.01, 1e6))
+      ->needs(replay);
+}
 
 void describe(CLI::App& app, Arguments& arguments) {
   app.set_version_flag("--version", "sysmgr-sim " ZEL_VERSION);
@@ -111,6 +128,7 @@ void describe(CLI::App& app, Arguments& arguments) {
       ->type_name("MS")
       ->check(CLI::Range(1U, 3600000U))
       ->each([&arguments](const std::string&) { arguments.live = true; });
+  describeReplay(app, arguments);
   app.add_flag("-v,--verbose", arguments.verbose, "Shows each request and its answer on standard error");
   app.footer("\n" + zel::sim::FaultRule::help() +
              "Exit status: 0 ended by SIGINT or SIGTERM, 1 failure, 2 wrong usage.");
@@ -149,7 +167,15 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
 
 int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // stays so: large frames leave no gaps in the heap behind
-  const std::string model = BoardModelType::toText(options.board.model().model);
+  const std::string model = arguments.replayFile.empty() ? BoardModelType::toText(options.board.model().model)
+                                                         : "replay of " + arguments.replayFile;
+  zel::sim::Replay replay(arguments.speed);
+  if (!arguments.replayFile.empty()) {
+    std::string cut;
+    if (const std::string why = replay.open(arguments.replayFile, cut); !why.empty()) return fail(kFailure, why);
+    if (!cut.empty()) say(cut);
+    options.replay = &replay;
+  }
   zel::sim::Script script;
   if (!arguments.scriptFile.empty()) {
     const std::string why = zel::sim::Script::parseFile(arguments.scriptFile, script);
@@ -165,6 +191,7 @@ int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
     control.serve([&simulator](const std::string& line) { return zel::sim::tell(simulator, line); });
   }
   script.start(simulator);
+  if (!arguments.replayFile.empty()) replay.start(simulator);
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
               Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
   std::fflush(stdout);

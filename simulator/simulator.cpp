@@ -13,7 +13,9 @@
 #include "client/sysmgr_jsonApi.h"
 #include "common/shared/socket_parts.h"
 #include "simulator/connections.h"
+#include "simulator/current.h"
 #include "simulator/field.h"
+#include "simulator/replay.h"
 
 namespace zel::sim {
 
@@ -199,7 +201,12 @@ void Simulator::runPosted() {
 // --- for actions
 
 Outcome Simulator::alter(const std::function<Outcome(Board& board)>& make) {
-  Outcome outcome = change(make);
+  Outcome outcome;
+  if (options_.replay != nullptr) {
+    outcome.reply = refusalReply({refusal::kRecording, "This board is a recording, which cannot be changed."});
+    return outcome;
+  }
+  outcome = change(make);
   for (const Notification& notification : outcome.notifications) publish(notification);
   return outcome;
 }
@@ -350,7 +357,9 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
   Outcome outcome;
   if (exchange.acts) outcome = act(request);
   for (const Notification& notification : outcome.notifications) publish(notification);
-  for (unsigned int sent = 0; sent < exchange.burst; ++sent) publish(options_.board.dynamicNotification());
+  for (unsigned int sent = 0; sent < exchange.burst; ++sent) {
+    if (const auto dynamic = current(SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE)) publish(*dynamic);
+  }
   if (exchange.crash == Exchange::Crash::kBeforeAnswering) crash(true);
 
   if (exchange.editReply) exchange.editReply(outcome.reply);
@@ -387,6 +396,7 @@ Outcome Simulator::act(const Request& request) {
       return outcome;
     }
   }
+  if (options_.replay != nullptr) return options_.replay->handle(request.id, body);
   return change([&](Board& board) { return board.handle(request.id, body); });
 }
 
@@ -436,13 +446,18 @@ void Simulator::remember(const Request& request, const Exchange& exchange, int s
     servedBytes_ -= served_.front().body.size();
     served_.pop_front();
   }
-  if (observer_) observer_(served_.back());
+  const ServedRequest last = served_.back();  // an observer may have the requests forgotten
+  for (const auto& observer : observers_) observer(last);
 }
 
 void Simulator::publish(const Notification& notification) {
   std::string payload;
   if (!notification.payload.isNull() && !writeWireJson(notification.payload, payload).empty()) return;
   publishFrames({std::to_string(notification.topic), payload});
+}
+
+std::optional<Notification> Simulator::current(SysmgrPublisher::sysmgr_notifications_t topic) const {
+  return options_.replay != nullptr ? options_.replay->current(topic) : currentNotification(options_.board, topic);
 }
 
 void Simulator::publishFrames(const std::vector<std::string>& frames) {

@@ -22,8 +22,11 @@
 
 namespace zel::sim {
 
+class Replay;
+
 struct SimulatorOptions {
   Board board;                                ///< as it is when the simulator starts
+  Replay* replay = nullptr;                   ///< a recording, which answers in place of the board
   std::string storeFile;                      ///< keeps the board's state across restarts; empty: nothing is kept
   std::chrono::milliseconds liveInterval{0};  ///< how often the board moves on by itself; 0: never
   std::vector<FaultRule> faults;              ///< how it misbehaves
@@ -97,7 +100,7 @@ class Simulator {
   const std::deque<ServedRequest>& requests() const { return served_; }
   void forgetRequests();
   /// Has the observer called after each request.
-  void observe(std::function<void(const ServedRequest&)> observer) { observer_ = std::move(observer); }
+  void observe(std::function<void(const ServedRequest&)> observer) { observers_.push_back(std::move(observer)); }
   /// Hands a message for people to `SimulatorOptions::tell`.
   void tell(const std::string& text) const;
 
@@ -131,6 +134,7 @@ class Simulator {
   void refuse(const Request& request, const Refusal& why);
   void publish(const Notification& notification);
   void moveOn();
+  std::optional<Notification> current(SysmgrPublisher::sysmgr_notifications_t topic) const;
   void remember(const Request& request, const Exchange& exchange, int status);
   void trace(const Request& request, const Exchange& exchange, const std::string& answer) const;
   [[noreturn]] void crash(bool flush);
@@ -161,7 +165,7 @@ class Simulator {
   std::uint64_t servedCount_ = 0;
   std::size_t servedBytes_ = 0;  ///< of the bodies in `served_`
   std::deque<ServedRequest> served_;
-  std::function<void(const ServedRequest&)> observer_;
+  std::vector<std::function<void(const ServedRequest&)>> observers_;
 };
 
 /// A simulator in a thread of its own, which ends with this object.
