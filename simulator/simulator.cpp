@@ -25,9 +25,6 @@ namespace {
 // and answers that it does not fetch are dropped.
 constexpr int kQueuedRequests = 1;
 constexpr int kQueuedAnswers = 32;  // with very few, answers are lost: libzmq learns late that those before have left
-constexpr int kQueuedNotifications = 1000;
-constexpr int kQueuedSubscriptions = 64;               // of a client, until the board publishes
-constexpr std::int64_t kMostSubscriptionBytes = 1024;  // and those of a handshake
 constexpr int kWaitingConnections = 512;
 
 constexpr int kShutdownMs = 200;  // for the answers that are on their way
@@ -71,9 +68,8 @@ std::string Simulator::open() {
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
   if (options_.mostGrowth > 0) {
-    guard_.emplace(MemoryGuard::Options{requests_.get(zmq::sockopt::last_endpoint),
-                                        publisher_.get(zmq::sockopt::last_endpoint), options_.mostGrowth,
-                                        options_.tell});
+    guard_.emplace(MemoryGuard::Options{requests_.get(zmq::sockopt::last_endpoint), publisher_->endpoint(),
+                                        options_.mostGrowth, options_.tell});
   }
   return openStore();
 }
@@ -109,22 +105,15 @@ std::string Simulator::listen() {
   requests_.set(zmq::sockopt::sndhwm, kQueuedAnswers);
   requests_.set(zmq::sockopt::backlog, kWaitingConnections);
 
-  publisher_ = zmq::socket_t(context_, zmq::socket_type::pub);
-  publisher_.set(zmq::sockopt::linger, kShutdownMs);
-  publisher_.set(zmq::sockopt::maxmsgsize, kMostSubscriptionBytes);
-  publisher_.set(zmq::sockopt::rcvhwm, kQueuedSubscriptions);
-  publisher_.set(zmq::sockopt::rcvbuf, static_cast<int>(kMostSubscriptionBytes));
-  publisher_.set(zmq::sockopt::sndhwm, kQueuedNotifications);
-  publisher_.set(zmq::sockopt::backlog, kWaitingConnections);
-
   // The publisher first: who is answered can subscribe.
-  for (const auto& [socket, endpoint] :
-       {std::pair(&publisher_, publishEndpoint()), std::pair(&requests_, requestEndpoint())}) {
-    try {
-      socket->bind(endpoint);
-    } catch (const zmq::error_t& error) {
-      return cannotListen(endpoint, error);
-    }
+  std::string endpoint = publishEndpoint();
+  try {
+    publisher_.emplace(context_, nullptr);
+    publisher_->bind(endpoint);
+    endpoint = requestEndpoint();
+    requests_.bind(endpoint);
+  } catch (const zmq::error_t& error) {
+    return cannotListen(endpoint, error);
   }
   return {};
 }
@@ -218,8 +207,7 @@ void Simulator::setServing(bool serving) {
 }
 
 unsigned int Simulator::dropConnections() {
-  const std::vector<std::string> endpoints = {requests_.get(zmq::sockopt::last_endpoint),
-                                              publisher_.get(zmq::sockopt::last_endpoint)};
+  const std::vector<std::string> endpoints = {requests_.get(zmq::sockopt::last_endpoint), publisher_->endpoint()};
   unsigned int count = 0;
   for (const AcceptedConnection& connection : acceptedConnections(endpoints)) {
     count += endConnection(connection.descriptor) ? 1 : 0;
@@ -460,14 +448,7 @@ std::optional<Notification> Simulator::current(SysmgrPublisher::sysmgr_notificat
   return options_.replay != nullptr ? options_.replay->current(topic) : currentNotification(options_.board, topic);
 }
 
-void Simulator::publishFrames(const std::vector<std::string>& frames) {
-  // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
-  // the request that is served now gets its notification.
-  eventsOf(publisher_.handle());
-  for (std::size_t index = 0; index < frames.size(); ++index) {
-    if (!sendFrame(publisher_, frames[index], index + 1 < frames.size())) return;
-  }
-}
+void Simulator::publishFrames(const std::vector<std::string>& frames) { publisher_->publish(frames); }
 
 void Simulator::tell(const std::string& text) const {
   if (options_.tell) options_.tell(text);
@@ -487,10 +468,9 @@ void Simulator::trace(const Request& request, const Exchange& exchange, const st
 /// @param flush  whether what was sent leaves first
 void Simulator::crash(bool flush) {
   if (flush) {
-    for (zmq::socket_t* const socket : {&requests_, &publisher_}) {
-      socket->set(zmq::sockopt::linger, kFlushMs);
-      socket->close();
-    }
+    publisher_->end(kFlushMs);
+    requests_.set(zmq::sockopt::linger, kFlushMs);
+    requests_.close();
     context_.close();  // waits for the messages on their way, for as long as they may linger
   }
   std::raise(SIGKILL);

@@ -18,6 +18,7 @@
 #include "simulator/board.h"
 #include "simulator/fault.h"
 #include "simulator/memory_guard.h"
+#include "simulator/publisher.h"
 #include "simulator/store.h"
 
 namespace zel::sim {
@@ -150,7 +151,7 @@ class Simulator {
   std::atomic<bool> reloading_{false};
   zmq::context_t context_;
   zmq::socket_t requests_;
-  zmq::socket_t publisher_;
+  std::optional<Publisher> publisher_;
   Waiting waiting_;
   std::size_t waitingBytes_ = 0;
   WireJsonReader reader_;
