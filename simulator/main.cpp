@@ -86,6 +86,7 @@ struct Arguments {
   std::string faultFile;
   std::vector<std::string> faultRules;
   std::string control;
+  bool repeatOnSubscribe = false;
   std::string scriptFile;
   std::string replayFile;
   double speed = 1;
@@ -128,6 +129,8 @@ void describe(CLI::App& app, Arguments& arguments) {
       ->type_name("MS")
       ->check(CLI::Range(1U, 3600000U))
       ->each([&arguments](const std::string&) { arguments.live = true; });
+  app.add_flag("--repeat-on-subscribe", arguments.repeatOnSubscribe,
+               "Publishes the current document of a topic whenever a client subscribes to it");
   describeReplay(app, arguments);
   app.add_flag("-v,--verbose", arguments.verbose, "Shows each request and its answer on standard error");
   app.footer("\n" + zel::sim::FaultRule::help() +
@@ -159,6 +162,7 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
   options.storeFile = arguments.storeFile;
   options.faultFile = arguments.faultFile;
   if (arguments.live) options.liveInterval = std::chrono::milliseconds(arguments.liveMs);
+  options.repeatOnSubscribe = arguments.repeatOnSubscribe;
   options.mostGrowth = kMostGrowth;
   options.tell = say;
   if (arguments.verbose) options.trace = say;

@@ -18,7 +18,7 @@ namespace {
 constexpr std::chrono::milliseconds kCalmInterval{50};
 constexpr std::chrono::milliseconds kBusyInterval{5};  // clients can send 1 MiB in a millisecond
 constexpr std::chrono::seconds kTellInterval{1};
-constexpr std::uint64_t kMostSubscriptionsALook = 4096;
+constexpr std::uint64_t kMostSubscriptionsALook = 512;
 constexpr std::uint64_t kNeverTooMuch = 512;  // handshake and subscriptions of a client, or a usual request
 
 std::size_t bytesInUse() {

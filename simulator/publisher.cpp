@@ -13,7 +13,7 @@ namespace zel::sim {
 namespace {
 
 constexpr int kQueuedNotifications = 1000;
-constexpr int kQueuedSubscriptions = 64;               // of a client, until the board publishes
+constexpr int kQueuedSubscriptions = 8;                // of a client, until the publisher takes them
 constexpr std::int64_t kMostSubscriptionBytes = 1024;  // and those of a handshake
 constexpr int kWaitingConnections = 512;
 constexpr int kShutdownMs = 200;  // for what is on its way
@@ -79,32 +79,38 @@ void Publisher::end(int lingerMs) {
 }
 
 void Publisher::run() {
-  while (wait()) {
-    if (onSubscription_) takeSubscriptions();
+  for (bool more = false; wait(more);) {
+    more = onSubscription_ && takeSubscriptions();
     sendAll();
   }
   sendAll();
 }
 
-/// Waits until there is something to do. @return false at the end
-bool Publisher::wait() {
-  zmq_pollitem_t items[] = {{nullptr, wakeUp_, ZMQ_POLLIN, 0}, {socket_.handle(), 0, ZMQ_POLLIN, 0}};
-  const int count = onSubscription_ ? 2 : 1;
-  if (zmq_poll(items, count, -1) < 0 && zmq_errno() != EINTR) return false;
+/// Waits until there is something to do.
+/// @param already  whether there is something, so that nothing is to be waited for
+/// @return false at the end
+bool Publisher::wait(bool already) {
+  // The descriptor becomes readable when libzmq has something to do for the socket, a subscription for example. A PUB
+  // socket itself is never readable, and always writable.
+  zmq_pollitem_t items[] = {{nullptr, wakeUp_, ZMQ_POLLIN, 0}, {nullptr, socket_.get(zmq::sockopt::fd), ZMQ_POLLIN, 0}};
+  if (zmq_poll(items, 2, already ? 0 : -1) < 0 && zmq_errno() != EINTR) return false;
+  eventsOf(socket_.handle());
   eventfd_t woken = 0;
   eventfd_read(wakeUp_, &woken);
   const std::lock_guard<std::mutex> lock(mutex_);
   return !ending_;
 }
 
-void Publisher::takeSubscriptions() {
+/// @return whether there may be more of them
+bool Publisher::takeSubscriptions() {
   constexpr char kSubscribes = 1;
   for (const auto end = Clock::now() + kTurn; Clock::now() < end;) {
     zmq::message_t message;
-    if (!socket_.recv(message, zmq::recv_flags::dontwait)) return;
+    if (!socket_.recv(message, zmq::recv_flags::dontwait)) return false;
     const std::string text = message.to_string();
     if (!text.empty() && text.front() == kSubscribes) onSubscription_(text.substr(1));
   }
+  return true;
 }
 
 bool Publisher::takeWaiting(Frames& frames) {

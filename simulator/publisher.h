@@ -41,8 +41,8 @@ class Publisher {
 
  private:
   void run();
-  bool wait();
-  void takeSubscriptions();
+  bool wait(bool already);
+  bool takeSubscriptions();
   void sendAll();
   bool takeWaiting(Frames& frames);
 

@@ -245,7 +245,7 @@ std::optional<Notification> Replay::current(SysmgrPublisher::sysmgr_notification
 
 void Replay::start(Simulator& simulator) {
   simulator.post([this, &simulator] {
-    simulator.observe([this, &simulator](const ServedRequest&) {
+    simulator.observe([this, &simulator](unsigned int) {
       if (start_) return;
       start_ = Clock::now();
       goOn(simulator);

@@ -118,9 +118,9 @@ std::string Script::tryOn(Board board) const {
 void Script::start(Simulator& simulator) {
   simulator.post([this, &simulator] {
     start_ = last_ = Clock::now();
-    simulator.observe([this, &simulator](const ServedRequest& request) {
+    simulator.observe([this, &simulator](unsigned int id) {
       if (next_ == lines_.size() || lines_[next_].when != When::kAfterRequest) return;
-      if (lines_[next_].command.value_or(request.id) != request.id) return;
+      if (lines_[next_].command.value_or(id) != id) return;
       last_ = Clock::now();
       carryOutNext(simulator);
       goOn(simulator);

@@ -33,8 +33,10 @@ constexpr std::size_t kMostFrames = 16;
 constexpr std::size_t kMostWaitingRequests = 64;
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
 constexpr std::size_t kMostRemembered = 1000;
-constexpr std::size_t kMostRememberedBytes = std::size_t{2} << 20U;
-constexpr std::chrono::milliseconds kTurn{10};  // then come new requests, timers and the end of the program
+constexpr std::size_t kMostRememberedBody = std::size_t{64} << 10U;
+constexpr std::size_t kMostRememberedBytes = std::size_t{1} << 20U;
+constexpr std::chrono::milliseconds kRepeatAfter{10};  // a client subscribes to several topics one after the other
+constexpr std::chrono::milliseconds kTurn{10};         // then come new requests, timers and the end of the program
 
 std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
   std::string text = "cannot listen on " + endpoint + ": " + error.what();
@@ -108,7 +110,9 @@ std::string Simulator::listen() {
   // The publisher first: who is answered can subscribe.
   std::string endpoint = publishEndpoint();
   try {
-    publisher_.emplace(context_, nullptr);
+    Publisher::OnSubscription onSubscription;
+    if (options_.repeatOnSubscribe) onSubscription = [this](const std::string& prefix) { noteSubscription(prefix); };
+    publisher_.emplace(context_, onSubscription);
     publisher_->bind(endpoint);
     endpoint = requestEndpoint();
     requests_.bind(endpoint);
@@ -428,14 +432,14 @@ void Simulator::refuse(const Request& request, const Refusal& why) {
 
 void Simulator::remember(const Request& request, const Exchange& exchange, int status) {
   const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
-  served_.push_back({++servedCount_, now, request.id, request.body, status, exchange.fault});
-  servedBytes_ += request.body.size();
+  served_.push_back(
+      {++servedCount_, now, request.id, request.body.substr(0, kMostRememberedBody), status, exchange.fault});
+  servedBytes_ += served_.back().body.size();
   while (served_.size() > kMostRemembered || servedBytes_ > kMostRememberedBytes) {
     servedBytes_ -= served_.front().body.size();
     served_.pop_front();
   }
-  const ServedRequest last = served_.back();  // an observer may have the requests forgotten
-  for (const auto& observer : observers_) observer(last);
+  for (const auto& observer : observers_) observer(request.id);
 }
 
 void Simulator::publish(const Notification& notification) {
@@ -446,6 +450,25 @@ void Simulator::publish(const Notification& notification) {
 
 std::optional<Notification> Simulator::current(SysmgrPublisher::sysmgr_notifications_t topic) const {
   return options_.replay != nullptr ? options_.replay->current(topic) : currentNotification(options_.board, topic);
+}
+
+/// Called in the publisher's thread.
+void Simulator::noteSubscription(const std::string& prefix) {
+  unsigned int topics = 0;
+  for (std::size_t index = 0; index < std::size(SysmgrPublisher::kNotifications); ++index) {
+    const std::string topic = SysmgrPublisher::topicOf(SysmgrPublisher::kNotifications[index]);
+    if (topic.compare(0, prefix.size(), prefix) == 0) topics |= 1U << index;
+  }
+  // However many clients subscribe meanwhile, a document is published once.
+  if ((subscribedTopics_.fetch_or(topics) & topics) == topics) return;
+  post([this] { at(Clock::now() + kRepeatAfter, [this] { repeat(subscribedTopics_.exchange(0)); }); });
+}
+
+void Simulator::repeat(unsigned int topics) {
+  for (std::size_t index = 0; index < std::size(SysmgrPublisher::kNotifications); ++index) {
+    if ((topics & (1U << index)) == 0) continue;
+    if (const auto notification = current(SysmgrPublisher::kNotifications[index])) publish(*notification);
+  }
 }
 
 void Simulator::publishFrames(const std::vector<std::string>& frames) { publisher_->publish(frames); }

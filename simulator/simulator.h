@@ -32,7 +32,8 @@ struct SimulatorOptions {
   std::chrono::milliseconds liveInterval{0};  ///< how often the board moves on by itself; 0: never
   std::vector<FaultRule> faults;              ///< how it misbehaves
   std::string faultFile;                      ///< more of that, read at the start and by `reloadFaults`; empty: none
-  std::size_t mostGrowth = 0;  ///< bytes that the process may grow by before connections end; 0: no limit
+  bool repeatOnSubscribe = false;  ///< publishes the current document of a topic whenever a client subscribes to it
+  std::size_t mostGrowth = 0;      ///< bytes that the process may grow by before connections end; 0: no limit
   /// Receives messages for people: at the start, and from another thread when connections were ended.
   std::function<void(const std::string&)> tell;
   std::function<void(const std::string&)> trace;  ///< receives a line for each request; empty: none
@@ -43,9 +44,9 @@ struct ServedRequest {
   std::uint64_t number = 0;         ///< from 1 on, since the start
   std::chrono::milliseconds at{0};  ///< since the start
   unsigned int id = 0;              ///< of the command
-  std::string body;
-  int status = 0;               ///< of the board's answer
-  const char* fault = nullptr;  ///< the fault that struck it; null: none
+  std::string body;                 ///< up to 64 KiB of it
+  int status = 0;                   ///< of the board's answer
+  const char* fault = nullptr;      ///< the fault that struck it; null: none
 };
 
 /// A stand-in for the daemon: a virtual board behind the daemon's two sockets, for any number of clients.
@@ -100,8 +101,8 @@ class Simulator {
   /// The last requests, the latest at the end.
   const std::deque<ServedRequest>& requests() const { return served_; }
   void forgetRequests();
-  /// Has the observer called after each request.
-  void observe(std::function<void(const ServedRequest&)> observer) { observers_.push_back(std::move(observer)); }
+  /// Has the observer called after each request, with the command's id.
+  void observe(std::function<void(unsigned int id)> observer) { observers_.push_back(std::move(observer)); }
   /// Hands a message for people to `SimulatorOptions::tell`.
   void tell(const std::string& text) const;
 
@@ -119,6 +120,8 @@ class Simulator {
   void wakeUp() const noexcept;
   bool goesOn();
   void runPosted();
+  void noteSubscription(const std::string& prefix);
+  void repeat(unsigned int topics);
   void serveUntilStopped();
   std::string readFaultFile(std::vector<FaultRule> rules);
   void receiveAll();
@@ -159,14 +162,15 @@ class Simulator {
   std::optional<MemoryGuard> guard_;
   std::mutex postMutex_;
   std::vector<std::function<void()>> posted_;
-  bool ended_ = false;  ///< nothing is posted any more
+  bool ended_ = false;                             ///< nothing is posted any more
+  std::atomic<unsigned int> subscribedTopics_{0};  ///< a bit each, by their order; their documents are due
   bool serving_ = true;
   std::vector<std::function<void()>> heldAnswers_;  ///< that were due while it did not serve
   const Clock::time_point start_ = Clock::now();
   std::uint64_t servedCount_ = 0;
   std::size_t servedBytes_ = 0;  ///< of the bodies in `served_`
   std::deque<ServedRequest> served_;
-  std::vector<std::function<void(const ServedRequest&)>> observers_;
+  std::vector<std::function<void(unsigned int id)>> observers_;
 };
 
 /// A simulator in a thread of its own, which ends with this object.
