@@ -19,9 +19,9 @@
 
 #include "cli/command.h"
 #include "cli/values.h"
+#include "client/endpoints.h"
 #include "client/zmq_utils.h"
 #include "common/shared/utf8.h"
-#include "subscriber/sysmgr_subscriber.h"
 
 namespace zel::ctl {
 
@@ -102,7 +102,7 @@ class Follower {
     socket_.set(zmq::sockopt::subscribe, "");
     zmq_socket_monitor(socket_.handle(), kMonitor, ZMQ_EVENT_ALL);
     monitor_.connect(kMonitor);
-    socket_.connect(SysmgrPublisher::kEndpoint);
+    socket_.connect(endpoint_);
   }
   ~Follower() { zmq_socket_monitor(socket_.handle(), nullptr, 0); }
   Follower(const Follower&) = delete;
@@ -161,10 +161,11 @@ class Follower {
   /// same socket does, and keeps the subscription.
   void renew() {
     std::this_thread::sleep_for(kPause);
-    zmq_disconnect(socket_.handle(), SysmgrPublisher::kEndpoint);
-    socket_.connect(SysmgrPublisher::kEndpoint);
+    zmq_disconnect(socket_.handle(), endpoint_.c_str());
+    socket_.connect(endpoint_);
   }
 
+  const std::string endpoint_ = notificationEndpoint();
   zmq::socket_t socket_;
   zmq::socket_t monitor_;
   bool connected_ = false;

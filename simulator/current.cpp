@@ -4,7 +4,7 @@ namespace zel::sim {
 
 Json::Value answerOf(const Board& board, SysMgrCommands::sysmgr_msg_t command) {
   Board copy = board;
-  return copy.handle(command, Json::Value()).reply;
+  return copy.handle(static_cast<unsigned int>(command), Json::Value()).reply;
 }
 
 std::optional<Notification> currentNotification(const Board& board, SysmgrPublisher::sysmgr_notifications_t topic) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -159,6 +161,12 @@ TEST(Orders, SayWhatIsWrongAndChangeNothing) {
       EXPECT_EQ(documentOf(board, document), documentOf(factory, document)) << order;
     }
   }
+}
+
+TEST(Orders, AreDocumentedAsTheirHelpSays) {
+  std::ifstream file(ZEL_SOURCE_DIR "/docs/simulator.md");
+  const std::string page{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_THAT(page, HasSubstr(Order::help()));
 }
 
 TEST(Script, NamesTheLineOfEachMistake) {
