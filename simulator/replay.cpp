@@ -107,7 +107,7 @@ std::string RecordedEvent::parse(std::string_view line, RecordedEvent& event) {
   made.at = std::chrono::milliseconds(ms.asInt64());
   if (object.isMember("document")) {
     const Json::Value& name = object["document"];
-    const auto isIt = [&name](const Document& document) { return name == document.name; };
+    const auto isIt = [&name](const Document& candidate) { return name == candidate.name; };
     if (findDocument(isIt) == nullptr) return "there is no document " + shown(name);
     made.kind = object.isMember("value") ? Kind::kDocument : Kind::kMissingDocument;
     made.document = name.asString();
