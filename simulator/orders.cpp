@@ -233,6 +233,13 @@ Outcome changeDocument(Board& board, const Document& document, const std::string
   if (const Refusal why = board.applyState(stateDocument(document, path, changed))) {
     return refused(why.status, why.text);
   }
+  Json::Value answer(Json::objectValue);
+  answer[document.stateMember] = document.of(board);
+  std::string text;
+  if (const std::string why = writeWireJson(answer, text); !why.empty()) {
+    board = before;
+    return refused(refusal::kOutOfRange, std::string("an answer with this document would be ") + why + ".");
+  }
   Outcome outcome;
   outcome.reply["status"] = status::kOk;
   publishChanges(before, board, document, outcome);

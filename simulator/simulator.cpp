@@ -57,6 +57,7 @@ Simulator::Simulator(SimulatorOptions options)
 }
 
 Simulator::~Simulator() {
+  publisher_.reset();  // its thread may post
   if (wakeUp_ >= 0) close(wakeUp_);
 }
 

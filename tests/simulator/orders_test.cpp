@@ -142,6 +142,7 @@ TEST(Orders, SayWhatIsWrongAndChangeNothing) {
       {"model model NONE", "\"board-model/model\" is \"NONE\""},
       {"gpio gpio9/value true", "there is no \"gpio9\"; there are: gpio0, "},
       {"info [5]", "\"systemInfo\" is [5], which is not an object."},
+      {"info a " + std::string(63, '[') + std::string(63, ']'), "an answer with this document would be "},
       {"fault", "fault: do=FAULT is missing"},
       {"fault do=dance", "fault: do=dance: one of the faults is wanted"},
       {"publish", "publish: TOPIC is missing"},
