@@ -15,7 +15,7 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/field.h"
+#include "simulator/judge.h"
 
 namespace zel::sim {
 

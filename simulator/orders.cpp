@@ -14,7 +14,7 @@
 #include "common/shared/format_text.h"
 #include "common/shared/wire_json.h"
 #include "simulator/current.h"
-#include "simulator/field.h"
+#include "simulator/judge.h"
 #include "simulator/simulator.h"
 
 namespace zel::sim {
@@ -53,7 +53,6 @@ struct Document {
   const char* name;         ///< in orders
   const char* stateMember;  ///< in a state document
   bool whole;               ///< a state document replaces it as a whole; otherwise the members that it has
-  std::optional<SysmgrPublisher::sysmgr_notifications_t> topic;
   Json::Value (*of)(const Board& board);
 };
 
@@ -62,21 +61,17 @@ Json::Value answered(const Board& board) {
   return answerOf(board, query)[findCommand(query)->payload];
 }
 
-constexpr auto kNoTopic = std::nullopt;
 const Document kDocuments[] = {
-    {"stored", "stored", false, SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE,
-     answered<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS>},
-    {"dynamic", "dynamic", false, SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
-     answered<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS>},
+    {"stored", "stored", false, answered<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS>},
+    {"dynamic", "dynamic", false, answered<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS>},
     // The system's own entries stay, so only the others can be changed.
-    {"whitelist", "white-list", true, SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE,
-     [](const Board& board) { return board.keptState()["white-list"]; }},
-    {"model", "board-model", false, kNoTopic, answered<SysMgrCommands::SYSMGR_GET_BOARD_MODEL>},
-    {"info", "systemInfo", true, kNoTopic, answered<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO>},
-    {"network", "network-stack-status", true, kNoTopic, answered<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS>},
-    {"gpio", "gpio", false, kNoTopic,
+    {"whitelist", "white-list", true, [](const Board& board) { return board.keptState()["white-list"]; }},
+    {"model", "board-model", false, answered<SysMgrCommands::SYSMGR_GET_BOARD_MODEL>},
+    {"info", "systemInfo", true, answered<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO>},
+    {"network", "network-stack-status", true, answered<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS>},
+    {"gpio", "gpio", false,
      [](const Board& board) { return answerOf(board, SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION)["gpio"]; }},
-    {"modules", "module-state", false, SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE,
+    {"modules", "module-state", false,
      [](const Board& board) {
        return answerOf(board, SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO)["debug-info"]["module-state"];
      }},
@@ -86,18 +81,6 @@ const Document* findDocument(std::string_view name) {
   const auto* const found = std::find_if(std::begin(kDocuments), std::end(kDocuments),
                                          [name](const Document& document) { return document.name == name; });
   return found == std::end(kDocuments) ? nullptr : found;
-}
-
-/// Adds what is published when the documents of a board become others, and this one in any case.
-void publishChanges(const Board& before, const Board& after, const Document& changed, Outcome& outcome) {
-  for (const auto topic : SysmgrPublisher::kNotifications) {
-    const std::optional<Notification> now = currentNotification(after, topic);
-    if (!now) continue;
-    if (topic == changed.topic || now->payload != currentNotification(before, topic)->payload) {
-      outcome.notifications.push_back(*now);
-    }
-  }
-  outcome.keptStateChanged = before.keptState() != after.keptState();
 }
 
 // --- places in documents
@@ -224,26 +207,13 @@ Outcome refused(int status, const std::string& why) {
   return outcome;
 }
 
-Outcome changeDocument(Board& board, const Document& document, const std::string& path, const std::string& word) {
-  const Board before = board;
+Outcome changeDocument(Board& board, const Document& document, const std::string& path, const std::string& word,
+                       const Board::Keep& keep) {
   Json::Value changed = document.of(board);
   if (const std::string why = setAt(changed, path, word); !why.empty()) {
     return refused(refusal::kNotFound, std::string(document.name) + " " + shownBytes(path) + ": " + why + ".");
   }
-  if (const Refusal why = board.applyState(stateDocument(document, path, changed))) {
-    return refused(why.status, why.text);
-  }
-  Json::Value answer(Json::objectValue);
-  answer[document.stateMember] = document.of(board);
-  std::string text;
-  if (const std::string why = writeWireJson(answer, text); !why.empty()) {
-    board = before;
-    return refused(refusal::kOutOfRange, std::string("an answer with this document would be ") + why + ".");
-  }
-  Outcome outcome;
-  outcome.reply["status"] = status::kOk;
-  publishChanges(before, board, document, outcome);
-  return outcome;
+  return board.alter(stateDocument(document, path, changed), keep);
 }
 
 // --- frames
@@ -420,8 +390,8 @@ std::string Order::parseChange(const std::string& name, std::string_view words, 
     if (path.empty()) return "PATH is missing";
   }
   if (rest.empty()) return "VALUE is missing";
-  order.change_ = [&document, path, word = std::string(rest)](Board& board) {
-    return changeDocument(board, document, path, word);
+  order.change_ = [&document, path, word = std::string(rest)](Board& board, const Board::Keep& keep) {
+    return changeDocument(board, document, path, word, keep);
   };
   order.act_ = [change = order.change_](Simulator& simulator) {
     const Outcome outcome = simulator.alter(change);
@@ -477,7 +447,7 @@ std::string Order::help() {
 
 std::string Order::tryOn(Board& board) const {
   if (!change_) return {};
-  const Outcome outcome = change_(board);
+  const Outcome outcome = change_(board, {});
   return outcome.accepted() ? "" : outcome.reply["error"].asString();
 }
 

@@ -44,7 +44,7 @@ class Order {
   static std::string parseChange(const std::string& document, std::string_view words, Order& order);
 
   std::function<OrderResult(Simulator& simulator)> act_;
-  std::function<Outcome(Board& board)> change_;  ///< of a document; none for other orders
+  std::function<Outcome(Board& board, const Board::Keep& keep)> change_;  ///< of a document; none for other orders
 };
 
 /// Has a running simulator carry out an order, and waits for it. Any thread but the one in which the simulator serves.

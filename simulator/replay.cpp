@@ -9,7 +9,7 @@
 
 #include "client/commands.h"
 #include "common/shared/wire_json.h"
-#include "simulator/field.h"
+#include "simulator/judge.h"
 #include "simulator/simulator.h"
 
 namespace zel::sim {

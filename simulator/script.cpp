@@ -6,7 +6,7 @@
 #include <iterator>
 #include <utility>
 
-#include "simulator/field.h"
+#include "simulator/judge.h"
 #include "simulator/simulator.h"
 
 namespace zel::sim {

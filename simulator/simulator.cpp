@@ -11,10 +11,11 @@
 #include <utility>
 
 #include "client/sysmgr_jsonApi.h"
+#include "common/envelope.h"
 #include "common/shared/socket_parts.h"
 #include "simulator/connections.h"
 #include "simulator/current.h"
-#include "simulator/field.h"
+#include "simulator/judge.h"
 #include "simulator/replay.h"
 
 namespace zel::sim {
@@ -194,13 +195,13 @@ void Simulator::runPosted() {
 
 // --- for actions
 
-Outcome Simulator::alter(const std::function<Outcome(Board& board)>& make) {
+Outcome Simulator::alter(const Alteration& make) {
   Outcome outcome;
   if (options_.replay != nullptr) {
     outcome.reply = refusalReply({refusal::kRecording, "This board is a recording, which cannot be changed."});
     return outcome;
   }
-  outcome = change(make);
+  outcome = make(options_.board, keep());
   for (const Notification& notification : outcome.notifications) publish(notification);
   return outcome;
 }
@@ -390,29 +391,23 @@ Outcome Simulator::act(const Request& request) {
     }
   }
   if (options_.replay != nullptr) return options_.replay->handle(request.id, body);
-  return change([&](Board& board) { return board.handle(request.id, body); });
+  return options_.board.handle(request.id, body, keep());
 }
 
 /// A change is made if, and only if, the store holds it.
-Outcome Simulator::change(const std::function<Outcome(Board& board)>& make) {
-  if (!store_) return make(options_.board);
-
-  Board next = options_.board;
-  Outcome outcome = make(next);
-  if (outcome.keptStateChanged) {
+Board::Keep Simulator::keep() {
+  if (!store_) return {};
+  return [this](const Json::Value& keptState, Json::Value& reply) -> Refusal {
     std::string warning;
-    if (const std::string why = store_->save(next.keptState(), warning); !why.empty()) {
-      outcome = {};
-      outcome.reply = refusalReply({refusal::kNotStored, "The change cannot be stored: " + why + "."});
-      return outcome;
+    if (const std::string why = store_->save(keptState, warning); !why.empty()) {
+      return {refusal::kNotStored, "The change cannot be stored: " + why + "."};
     }
     if (!warning.empty()) {
-      outcome.reply["status"] = kStoredButNotSynced;
-      outcome.reply["aux-errors"].append("The change is stored, but a power failure may undo it: " + warning + ".");
+      reply[envelope::kStatus] = kStoredButNotSynced;
+      reply[envelope::kAuxErrors].append("The change is stored, but a power failure may undo it: " + warning + ".");
     }
-  }
-  options_.board = std::move(next);
-  return outcome;
+    return {};
+  };
 }
 
 void Simulator::answer(const Request& request, const std::string& text) {

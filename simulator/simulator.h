@@ -89,8 +89,8 @@ class Simulator {
   const Board& board() const { return options_.board; }
   FaultInjector& faults() { return faults_; }
   /// Makes a change that no client has asked for: it is stored and published as one that a client asks for.
-  /// @param make  changes the board as a whole or not at all
-  Outcome alter(const std::function<Outcome(Board& board)>& make);
+  using Alteration = std::function<Outcome(Board& board, const Board::Keep& keep)>;
+  Outcome alter(const Alteration& make);
   /// Publishes frames as they are.
   void publishFrames(const std::vector<std::string>& frames);
   /// Stops serving requests, which wait then, or goes on.
@@ -133,7 +133,7 @@ class Simulator {
   void serve(const Request& request);
   void carryOut(const Request& request, const Exchange& exchange);
   Outcome act(const Request& request);
-  Outcome change(const std::function<Outcome(Board& board)>& make);
+  Board::Keep keep();
   void answer(const Request& request, const std::string& text);
   void refuse(const Request& request, const Refusal& why);
   void publish(const Notification& notification);
