@@ -8,40 +8,63 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "simulator/control.h"
 #include "simulator/factory.h"
 #include "simulator/notify.h"
+#include "simulator/private_network.h"
 #include "simulator/replay.h"
 #include "simulator/script.h"
 #include "simulator/simulator.h"
+#include "simulator/watched_command.h"
 
 namespace {
 
 using zel::sim::Simulator;
+using zel::sim::WatchedCommand;
 
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 constexpr std::size_t kMostGrowth = std::size_t{32} << 20U;
 constexpr long kLongestEndNs = 600'000'000;
+constexpr char kWithoutNetwork[] =
+    "Allow it (run as root, or permit user namespaces: sysctl kernel.unprivileged_userns_clone=1,\n"
+    "sysctl kernel.apparmor_restrict_unprivileged_userns=0, or in a container the option\n"
+    "--security-opt seccomp=unconfined or --cap-add=SYS_ADMIN), or give --shared-network: then the board\n"
+    "takes the ports of this machine, and only one can run at a time.";
 
 Simulator* running = nullptr;
+bool runsCommand = false;           ///< `sysmgr-sim run`, whose own exit statuses are not those of the board
+WatchedCommand* command = nullptr;  ///< once there is one
 
 timer_t deadline;
+volatile std::sig_atomic_t endStatus = 0;
 
-extern "C" void onSignal(int signal) {
-  if (signal == SIGUSR1) return running->reloadFaults();
+void endSoon() {
   const itimerspec end{{}, {0, kLongestEndNs}};
   timer_settime(deadline, 0, &end, nullptr);
-  running->stop();
+}
+
+extern "C" void onSignal(int signal, siginfo_t* info, void*) {
+  if (signal == SIGUSR1) return running->reloadFaults();
+  if (command == nullptr) {
+    endSoon();
+    running->stop();
+  } else if (signal == SIGCHLD) {
+    if (command->hasEnded()) running->stop();
+  } else if (info->si_code != SI_KERNEL) {  // one from the terminal reaches the command, too
+    command->pass(signal);
+  }
 }
 
 // ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing is lost with it: the store is
 // written before each answer.
-extern "C" void onDeadline(int) { std::_Exit(0); }
+extern "C" void onDeadline(int) { std::_Exit(endStatus); }
 
 void obeySignals(Simulator& simulator) {
   running = &simulator;
@@ -49,8 +72,10 @@ void obeySignals(Simulator& simulator) {
   action.sa_handler = onDeadline;
   sigaction(SIGALRM, &action, nullptr);
   timer_create(CLOCK_MONOTONIC, nullptr, &deadline);  // sends SIGALRM
-  action.sa_handler = onSignal;
+  action.sa_sigaction = onSignal;
+  action.sa_flags = SA_SIGINFO;
   for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+  if (command != nullptr) sigaction(SIGCHLD, &action, nullptr);
 }
 
 void ignoreSignals() {
@@ -66,7 +91,7 @@ void tellServiceManager(const char* state) {
 
 int fail(int status, const std::string& why) {
   say(why);
-  return status;
+  return runsCommand ? WatchedCommand::kFailed : status;
 }
 
 /// The words with a blank between them.
@@ -93,6 +118,8 @@ struct Arguments {
   unsigned int liveMs = 1000;
   bool live = false;
   bool verbose = false;
+  std::vector<std::string> command;  ///< of `run`
+  bool sharedNetwork = false;
 };
 
 /// Describes the options of a recording, which takes the place of the board.
@@ -110,7 +137,6 @@ void describeReplay(CLI::App& app, Arguments& arguments) {
 }
 
 void describe(CLI::App& app, Arguments& arguments) {
-  app.set_version_flag("--version", "sysmgr-sim " ZEL_VERSION);
   const std::string models = "Board model (" + arguments.model + "): " + joined(zel::sim::modelTexts());
   app.add_option("--model", arguments.model, models)->type_name("NAME");
   app.add_option("--state", arguments.stateFile, "JSON state document, or a piece of one, to start with")
@@ -169,7 +195,32 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
   return 0;
 }
 
+/// Makes the process that waits to start the command, in the network in which the board will be.
+/// @return 0, or the exit status with which the program ends, which has said why
+int prepareCommand(const Arguments& arguments, std::optional<WatchedCommand>& made) {
+  if (!arguments.sharedNetwork) {
+    const std::string why = zel::sim::enterPrivateNetwork();
+    if (!why.empty()) return fail(kFailure, "a private network cannot be made (" + why + ").\n" + kWithoutNetwork);
+  }
+  if (!arguments.control.empty()) setenv("SYSMGR_SIM_CONTROL", arguments.control.c_str(), 1);  // for `sysmgr-sim tell`
+  command = &made.emplace(arguments.command);
+  return 0;
+}
+
+/// Says that the board can be reached: to the one who has started it, or by the start of the command.
+void tellReady(const std::string& model) {
+  if (command != nullptr) return command->start();
+  std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
+              Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
+  std::fflush(stdout);
+  tellServiceManager("READY=1");
+}
+
 int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
+  std::optional<WatchedCommand> made;
+  if (runsCommand) {
+    if (const int status = prepareCommand(arguments, made); status != 0) return status;
+  }
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // stays so: large frames leave no gaps in the heap behind
   const std::string model = arguments.replayFile.empty() ? BoardModelType::toText(options.board.model().model)
                                                          : "replay of " + arguments.replayFile;
@@ -196,14 +247,39 @@ int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
   }
   script.start(simulator);
   if (!arguments.replayFile.empty()) replay.start(simulator);
-  std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
-              Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
-  std::fflush(stdout);
-  tellServiceManager("READY=1");
+  tellReady(model);
   simulator.run();
-  tellServiceManager("STOPPING=1");
+  if (command == nullptr) tellServiceManager("STOPPING=1");
+  if (command != nullptr) endStatus = command->wait();
   ignoreSignals();  // from here on there is nothing to stop
-  return 0;
+  if (command != nullptr) endSoon();
+  return endStatus;
+}
+
+void describeRun(CLI::App& app, Arguments& arguments) {
+  CLI::App* const run =
+      app.add_subcommand("run", "Runs a command beside a board of its own: run [OPTIONS] -- COMMAND...");
+  describe(*run, arguments);
+  run->add_flag("--shared-network", arguments.sharedNetwork,
+                "The board listens in the network of the machine, not in a private one");
+  run->preparse_callback([](std::size_t) { runsCommand = true; });
+  run->footer(
+      "\nThe exit status is the command's, or 128 and the number of the signal that ended it; 125 when the command\n"
+      "was not started, 126 when it cannot be executed, 127 when there is no such command.");
+}
+
+/// Takes the command of `run` off the end of the arguments. The parser would take some words of it apart: "[a,b]".
+/// @return how many arguments are left
+int takeCommand(int argc, char** argv, std::vector<std::string>& words) {
+  const auto isOneOf = [](const std::vector<std::string_view>& wanted) {
+    return [wanted](const char* word) { return std::find(wanted.begin(), wanted.end(), word) != wanted.end(); };
+  };
+  char** const end = argv + argc;
+  char** const subcommand = std::find_if(argv, end, isOneOf({"run", "tell"}));
+  if (subcommand == end || std::string_view(*subcommand) != "run") return argc;
+  char** const separator = std::find_if(subcommand, end, isOneOf({"--"}));
+  if (separator != end) words.assign(separator + 1, end);
+  return static_cast<int>(separator - argv);
 }
 
 /// `sysmgr-sim tell`: sends an order to a simulator that runs.
@@ -232,16 +308,21 @@ CLI::App* describeTell(CLI::App& app, std::string& path) {
 
 int run(int argc, char** argv) {
   Arguments arguments;
+  argc = takeCommand(argc, argv, arguments.command);
   CLI::App app("A virtual board: stands in for the system manager daemon, for any number of clients.", "sysmgr-sim");
   describe(app, arguments);
+  app.set_version_flag("--version", "sysmgr-sim " ZEL_VERSION);
+  describeRun(app, arguments);
   std::string path;
   const CLI::App* const tellCommand = describeTell(app, path);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kWrongUsage;
+    const bool asked = app.exit(error) == 0;  // for the help or the version
+    return asked ? 0 : runsCommand ? WatchedCommand::kFailed : kWrongUsage;
   }
   if (tellCommand->parsed()) return tell(path, tellCommand->remaining());
+  if (runsCommand && arguments.command.empty()) return fail(kWrongUsage, "run: the command is missing behind '--'");
   zel::sim::SimulatorOptions options;
   if (const int status = prepare(arguments, options); status != 0) return status;
   return serve(arguments, std::move(options));
@@ -253,7 +334,6 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "sysmgr-sim: %s\n", error.what());
-    return kFailure;
+    return fail(kFailure, error.what());
   }
 }

@@ -105,6 +105,20 @@ TEST(SysmgrSim, SaysThatAPortIsTaken) {
   EXPECT_EQ(contentOf(folder.file("store")), "not JSON");  // it belongs to the one that runs
 }
 
+TEST(SysmgrSim, RunsACommandInTheSharedNetwork) {
+  const std::vector<std::string> arguments = {"run", "--shared-network", "--", "sh", "-c", "echo begun; sleep 1000"};
+  ChildProcess first = startBoard(arguments);
+  ASSERT_TRUE(first.waitForOutput("begun\n"));
+  zmq::context_t context;
+  TestClient client(context, kSoon);
+  EXPECT_EQ(client.send(3).code, 0);
+
+  const Ended second = runToItsEnd(arguments);
+  EXPECT_EQ(second.status, 125);
+  EXPECT_THAT(second.output, IsEmpty());
+  EXPECT_THAT(second.errors, HasSubstr("Address already in use"));
+}
+
 TEST(SysmgrSim, StartsFromAStateFile) {
   const TemporaryFolder folder;
   write(folder.file("state"), R"({"board-model": {"model": "MERIX"}, "stored": {"rtsp": {"tcp-port": 5004}}})");
