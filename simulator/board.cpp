@@ -5,7 +5,6 @@
 
 #include "client/commands.h"
 #include "common/envelope.h"
-#include "common/error_aux_msg.h"
 #include "common/shared/wire_json.h"
 #include "simulator/factory.h"
 #include "simulator/judge.h"
@@ -186,6 +185,7 @@ Json::Value refusalReply(const Refusal& why) {
   Json::Value reply(Json::objectValue);
   reply[envelope::kStatus] = why.status;
   reply[envelope::kError] = why.text;
+  for (const std::string& reason : why.reasons) reply[envelope::kAuxErrors].append(reason);
   return reply;
 }
 
@@ -220,15 +220,11 @@ Refusal Board::run(unsigned int id, const Json::Value& body, const Keep& keep, O
 }
 
 Outcome Board::handle(unsigned int id, const Json::Value& body, const Keep& keep) {
-  ErrorAuxMsg::getInstance()->clear();
   Outcome outcome;
   outcome.reply[envelope::kStatus] = status::kOk;
   if (Refusal why = run(id, body, keep, outcome)) {
     outcome = {};
     outcome.reply = refusalReply(why);
-    for (const std::string& message : ErrorAuxMsg::getInstance()->getMessages()) {
-      outcome.reply[envelope::kAuxErrors].append(message);
-    }
     ++refused_;
   } else {
     ++accepted_;

@@ -31,14 +31,6 @@ constexpr std::string_view kNotUnderstood = "not-understood";
 
 std::string failure(const std::string& what) { return what + ": " + std::strerror(errno); }
 
-std::optional<sockaddr_un> addressOf(const std::string& path) {
-  sockaddr_un address{};
-  if (path.empty() || path.size() >= sizeof address.sun_path) return std::nullopt;
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, path.size());
-  return address;
-}
-
 std::string wrongPath(const std::string& path) {
   return "\"" + shownBytes(path) + "\" cannot be the path of a socket: it has " + std::to_string(path.size()) +
          " bytes, 1 to " + std::to_string(sizeof(sockaddr_un::sun_path) - 1) + " are possible";
@@ -63,18 +55,6 @@ class Socket {
  private:
   int descriptor_;
 };
-
-/// Removes a socket that is left of a process that has ended.
-/// @return empty, or why there cannot be a new one
-std::string makeRoom(const std::string& path, const sockaddr_un& address) {
-  struct stat found = {};
-  if (lstat(path.c_str(), &found) != 0) return errno == ENOENT ? "" : failure(path + " cannot be examined");
-  if (!S_ISSOCK(found.st_mode)) return path + " is there already, and is not a socket";
-  const Socket probe(SOCK_NONBLOCK);
-  if (probe.connectTo(address) || errno == EAGAIN) return path + " is in use: another process listens on it";
-  if (errno != ECONNREFUSED) return failure(path + " cannot be tried");
-  return unlink(path.c_str()) == 0 || errno == ENOENT ? "" : failure(path + " cannot be removed");
-}
 
 std::string_view headOf(OrderResult::Status status) {
   switch (status) {
@@ -103,17 +83,16 @@ std::string answerText(const OrderResult& result) {
 }  // namespace
 
 std::string ControlSocket::open(const std::string& path) {
-  const auto address = addressOf(path);
+  const auto address = socketAddress(path);
   if (!address) return wrongPath(path);
-  if (std::string why = makeRoom(path, *address); !why.empty()) return why;
+  if (std::string why = makeRoomForSocket(path); !why.empty()) return why;
   Socket socket(SOCK_NONBLOCK);
   // The mode of the socket becomes that of its file, so the file is never open to others.
   if (socket.get() < 0 || fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0 ||
       bind(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
     return failure(path + " cannot be made");
   }
-  path_ = path;
-  lstat(path.c_str(), &file_);
+  file_.emplace(path);
   listener_ = socket.release();
   end_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (end_ < 0 || listen(listener_, kWaitingClients) != 0) return failure(path + " cannot be listened on");
@@ -129,10 +108,6 @@ ControlSocket::~ControlSocket() {
   for (const int descriptor : {listener_, end_}) {
     if (descriptor >= 0) close(descriptor);
   }
-  struct stat now = {};
-  const bool own =
-      listener_ >= 0 && lstat(path_.c_str(), &now) == 0 && now.st_dev == file_.st_dev && now.st_ino == file_.st_ino;
-  if (own) unlink(path_.c_str());
 }
 
 void ControlSocket::serve(std::function<OrderResult(const std::string& line)> carryOut) {
@@ -284,7 +259,7 @@ bool readAnswer(AnswerReader& reader, OrderResult& result) {
 }  // namespace
 
 OrderResult tellAt(const std::string& path, const std::string& line) {
-  const auto address = addressOf(path);
+  const auto address = socketAddress(path);
   if (!address) return {OrderResult::kFailed, wrongPath(path), {}};
   const Socket socket(0);
   setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kLongestWait, sizeof kLongestWait);

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <chrono>
 #include <functional>
 #include <list>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "simulator/orders.h"
+#include "simulator/socket_file.h"
 
 namespace zel::sim {
 
@@ -52,8 +52,7 @@ class ControlSocket {
   bool send(Client& client) const;
   void answerFirstLine(Client& client) const;
 
-  std::string path_;
-  struct stat file_ = {};
+  std::optional<SocketFile> file_;
   int listener_ = -1;
   int end_ = -1;  ///< an eventfd
   std::list<Client> clients_;

@@ -106,6 +106,8 @@ std::string joined(const std::vector<std::string>& texts) {
 
 struct Arguments {
   std::string model = "ORVEN_AES67";
+  std::string requests;
+  std::string notifications;
   std::string stateFile;
   std::string storeFile;
   std::string faultFile;
@@ -139,6 +141,10 @@ void describeReplay(CLI::App& app, Arguments& arguments) {
 void describe(CLI::App& app, Arguments& arguments) {
   const std::string models = "Board model (" + arguments.model + "): " + joined(zel::sim::modelTexts());
   app.add_option("--model", arguments.model, models)->type_name("NAME");
+  app.add_option("--requests", arguments.requests, "Answers there, not on tcp://127.0.0.1:5556; ipc:///PATH too")
+      ->type_name("ENDPOINT");
+  app.add_option("--notifications", arguments.notifications, "Publishes there, not on tcp://127.0.0.1:5575")
+      ->type_name("ENDPOINT");
   app.add_option("--state", arguments.stateFile, "JSON state document, or a piece of one, to start with")
       ->type_name("FILE");
   app.add_option("--store", arguments.storeFile, "Keeps stored parameters and whitelist across restarts")
@@ -185,6 +191,8 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
     if (const auto why = options.board.applyState(document))
       return fail(kFailure, arguments.stateFile + ": " + why.text);
   }
+  options.requests = arguments.requests;
+  options.notifications = arguments.notifications;
   options.storeFile = arguments.storeFile;
   options.faultFile = arguments.faultFile;
   if (arguments.live) options.liveInterval = std::chrono::milliseconds(arguments.liveMs);
@@ -208,10 +216,10 @@ int prepareCommand(const Arguments& arguments, std::optional<WatchedCommand>& ma
 }
 
 /// Says that the board can be reached: to the one who has started it, or by the start of the command.
-void tellReady(const std::string& model) {
+void tellReady(const std::string& model, const Simulator& simulator) {
   if (command != nullptr) return command->start();
   std::printf("sysmgr-sim: %s ready, requests on %s, notifications on %s\n", model.c_str(),
-              Simulator::requestEndpoint().c_str(), Simulator::publishEndpoint().c_str());
+              simulator.requestEndpoint().c_str(), simulator.notificationEndpoint().c_str());
   std::fflush(stdout);
   tellServiceManager("READY=1");
 }
@@ -247,7 +255,7 @@ int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
   }
   script.start(simulator);
   if (!arguments.replayFile.empty()) replay.start(simulator);
-  tellReady(model);
+  tellReady(model, simulator);
   simulator.run();
   if (command == nullptr) tellServiceManager("STOPPING=1");
   if (command != nullptr) endStatus = command->wait();

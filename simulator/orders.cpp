@@ -4,9 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstring>
-#include <future>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <utility>
 
@@ -161,15 +159,18 @@ void removeFrom(Json::Value& list, const Json::Value* element) {
   }
 }
 
+/// A value for a place of a document. @param textWanted  whether there is a text at the place
+using ValueFor = std::function<Json::Value(bool textWanted)>;
+
 /// Sets the value at a place of a document; null takes an element out of a list.
-std::string setAt(Json::Value& document, const std::string& path, const std::string& word) {
+std::string setAt(Json::Value& document, const std::string& path, const ValueFor& valueFor) {
   if (path.empty()) {
-    document = valueOf(word, false);
+    document = valueFor(false);
     return {};
   }
   Place place;
   if (std::string why = find(document, path, place); !why.empty()) return why;
-  const Json::Value value = valueOf(word, place.value != nullptr && place.value->isString());
+  const Json::Value value = valueFor(place.value != nullptr && place.value->isString());
   if (place.value == nullptr && place.parent->isObject()) {
     (*place.parent)[place.newStep] = value;
   } else if (place.value == nullptr) {
@@ -207,10 +208,10 @@ Outcome refused(int status, const std::string& why) {
   return outcome;
 }
 
-Outcome changeDocument(Board& board, const Document& document, const std::string& path, const std::string& word,
+Outcome changeDocument(Board& board, const Document& document, const std::string& path, const ValueFor& valueFor,
                        const Board::Keep& keep) {
   Json::Value changed = document.of(board);
-  if (const std::string why = setAt(changed, path, word); !why.empty()) {
+  if (const std::string why = setAt(changed, path, valueFor); !why.empty()) {
     return refused(refusal::kNotFound, std::string(document.name) + " " + shownBytes(path) + ": " + why + ".");
   }
   return board.alter(stateDocument(document, path, changed), keep);
@@ -391,7 +392,8 @@ std::string Order::parseChange(const std::string& name, std::string_view words, 
   }
   if (rest.empty()) return "VALUE is missing";
   order.change_ = [&document, path, word = std::string(rest)](Board& board, const Board::Keep& keep) {
-    return changeDocument(board, document, path, word, keep);
+    return changeDocument(
+        board, document, path, [&](bool textWanted) { return valueOf(word, textWanted); }, keep);
   };
   order.act_ = [change = order.change_](Simulator& simulator) {
     const Outcome outcome = simulator.alter(change);
@@ -454,15 +456,21 @@ std::string Order::tryOn(Board& board) const {
 OrderResult tell(Simulator& simulator, std::string_view line) {
   Order order;
   if (std::string why = Order::parse(line, order); !why.empty()) return {OrderResult::kNotUnderstood, why, {}};
-  auto promise = std::make_shared<std::promise<OrderResult>>();
-  std::future<OrderResult> result = promise->get_future();
-  // The action alone holds the promise, so that the wait ends when the simulator destroys the action.
-  simulator.post([&simulator, order, promise = std::move(promise)] { promise->set_value(order.carryOut(simulator)); });
-  try {
-    return result.get();
-  } catch (const std::future_error&) {
-    return {OrderResult::kFailed, "the simulator has ended", {}};
-  }
+  const auto result = simulator.await([&] { return order.carryOut(simulator); });
+  return result.value_or(OrderResult{OrderResult::kFailed, "the simulator has ended", {}});
+}
+
+Outcome setValue(Board& board, const std::string& document, const std::string& path, const Json::Value& value,
+                 const Board::Keep& keep) {
+  const Document* const known = findDocument(document);
+  if (known == nullptr) return refused(refusal::kNotFound, "there is no document \"" + shownBytes(document) + "\".");
+  return changeDocument(
+      board, *known, path, [&value](bool) { return value; }, keep);
+}
+
+std::optional<Json::Value> documentNamed(const Board& board, const std::string& name) {
+  const Document* const known = findDocument(name);
+  return known == nullptr ? std::nullopt : std::optional(known->of(board));
 }
 
 }  // namespace zel::sim

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,5 +50,11 @@ class Order {
 
 /// Has a running simulator carry out an order, and waits for it. Any thread but the one in which the simulator serves.
 OrderResult tell(Simulator& simulator, std::string_view line);
+
+/// Sets the value at a place of a document of a board, as the order "DOCUMENT PATH VALUE" does.
+Outcome setValue(Board& board, const std::string& document, const std::string& path, const Json::Value& value,
+                 const Board::Keep& keep = {});
+/// The document that orders call by this name; nothing when there is none.
+std::optional<Json::Value> documentNamed(const Board& board, const std::string& name);
 
 }  // namespace zel::sim

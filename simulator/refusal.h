@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "common/status.h"
 
@@ -40,6 +41,7 @@ constexpr int kStoredButNotSynced = 1;
 struct Refusal {
   int status = 0;
   std::string text;
+  std::vector<std::string> reasons = {};  ///< what the checks reported, for "aux-errors"
 
   explicit operator bool() const { return status < 0; }
 };

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "client/endpoints.h"
 #include "client/sysmgr_jsonApi.h"
 #include "common/envelope.h"
 #include "common/shared/socket_parts.h"
@@ -36,6 +37,7 @@ constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
 constexpr std::size_t kMostRemembered = 1000;
 constexpr std::size_t kMostRememberedBody = std::size_t{64} << 10U;
 constexpr std::size_t kMostRememberedBytes = std::size_t{1} << 20U;
+constexpr std::chrono::seconds kPortsAreFreeWithin{5};
 constexpr std::chrono::milliseconds kRepeatAfter{10};  // a client subscribes to several topics one after the other
 constexpr std::chrono::milliseconds kTurn{10};         // then come new requests, timers and the end of the program
 
@@ -43,6 +45,15 @@ std::string cannotListen(const std::string& endpoint, const zmq::error_t& error)
   std::string text = "cannot listen on " + endpoint + ": " + error.what();
   if (error.num() == EADDRINUSE) text += ". Is the system manager or another simulator running?";
   return text;
+}
+
+/// The path of the file of an ipc:// endpoint; nothing for others, and for those that have no file or a new one.
+std::optional<std::string> pathOf(const std::string& endpoint) {
+  constexpr std::string_view kIpc = "ipc://";
+  if (endpoint.compare(0, kIpc.size(), kIpc) != 0) return std::nullopt;
+  std::string path = endpoint.substr(kIpc.size());
+  if (path.empty() || path.front() == '@' || path == "*") return std::nullopt;
+  return path;
 }
 
 bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
@@ -55,6 +66,8 @@ bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
 Simulator::Simulator(SimulatorOptions options)
     : options_(std::move(options)), wakeUp_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (!options_.storeFile.empty()) store_.emplace(options_.storeFile);
+  if (options_.requests.empty()) options_.requests = zel::requestEndpoint();
+  if (options_.notifications.empty()) options_.notifications = zel::notificationEndpoint();
 }
 
 Simulator::~Simulator() {
@@ -62,18 +75,13 @@ Simulator::~Simulator() {
   if (wakeUp_ >= 0) close(wakeUp_);
 }
 
-std::string Simulator::requestEndpoint() { return SysMgrJsonClient().getIpcConnectAddress(); }
-
-std::string Simulator::publishEndpoint() { return SysmgrPublisher::kEndpoint; }
-
 std::string Simulator::open() {
   if (wakeUp_ < 0) return "no event descriptor can be made";
   if (std::string why = readFaultFile(options_.faults); !why.empty()) return why;
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
   if (options_.mostGrowth > 0) {
-    guard_.emplace(MemoryGuard::Options{requests_.get(zmq::sockopt::last_endpoint), publisher_->endpoint(),
-                                        options_.mostGrowth, options_.tell});
+    guard_.emplace(MemoryGuard::Options{options_.requests, options_.notifications, options_.mostGrowth, options_.tell});
   }
   return openStore();
 }
@@ -101,7 +109,26 @@ std::string Simulator::openStore() {
   return why;
 }
 
+/// Sees that libzmq, which removes any file at the path of an ipc:// endpoint, removes only a socket that is left over.
+std::string Simulator::makeRoom() const {
+  for (const std::string& endpoint : {options_.notifications, options_.requests}) {
+    const auto path = pathOf(endpoint);
+    if (!path) continue;
+    if (std::string why = makeRoomForSocket(*path); !why.empty()) return "cannot listen on " + endpoint + ": " + why;
+  }
+  return {};
+}
+
 std::string Simulator::listen() {
+  if (std::string why = makeRoom(); !why.empty()) return why;
+  if (std::string why = tryToListen(); !why.empty()) return why;
+  for (const std::string& endpoint : {options_.notifications, options_.requests}) {
+    if (const auto path = pathOf(endpoint)) files_.emplace_back(*path);
+  }
+  return {};
+}
+
+std::string Simulator::tryToListen() {
   requests_ = zmq::socket_t(context_, zmq::socket_type::router);
   requests_.set(zmq::sockopt::linger, kShutdownMs);
   requests_.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(kMaxFrameBytes));
@@ -110,15 +137,19 @@ std::string Simulator::listen() {
   requests_.set(zmq::sockopt::backlog, kWaitingConnections);
 
   // The publisher first: who is answered can subscribe.
-  std::string endpoint = publishEndpoint();
+  std::string endpoint = options_.notifications;
   try {
     Publisher::OnSubscription onSubscription;
     if (options_.repeatOnSubscribe) onSubscription = [this](const std::string& prefix) { noteSubscription(prefix); };
     publisher_.emplace(context_, onSubscription);
     publisher_->bind(endpoint);
-    endpoint = requestEndpoint();
+    options_.notifications = publisher_->endpoint();
+    endpoint = options_.requests;
     requests_.bind(endpoint);
+    options_.requests = requests_.get(zmq::sockopt::last_endpoint);
   } catch (const zmq::error_t& error) {
+    publisher_.reset();
+    requests_.close();
     return cannotListen(endpoint, error);
   }
   return {};
@@ -151,15 +182,15 @@ void Simulator::run() {
 void Simulator::serveUntilStopped() {
   if (options_.liveInterval.count() > 0) at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
   for (;;) {
-    const short wanted = serving_ ? ZMQ_POLLIN : 0;
-    zmq_pollitem_t items[] = {{requests_.handle(), 0, wanted, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
-    const int ready = zmq_poll(items, 2, serving_ && !waiting_.empty() ? 0 : untilNextTimer());
+    const bool receives = serving_ && publisher_;
+    zmq_pollitem_t items[] = {{nullptr, wakeUp_, ZMQ_POLLIN, 0}, {requests_.handle(), 0, ZMQ_POLLIN, 0}};
+    const int ready = zmq_poll(items, receives ? 2 : 1, serving_ && !waiting_.empty() ? 0 : untilNextTimer());
     if (ready < 0) {
       if (zmq_errno() == EINTR) continue;
       return;
     }
-    if (items[1].revents != 0 && !goesOn()) return;
-    if (items[0].revents != 0) receiveAll();
+    if (items[0].revents != 0 && !goesOn()) return;
+    if (receives && publisher_ && items[1].revents != 0) receiveAll();
     if (serving_) serveWaiting();
     runTimers();
   }
@@ -212,10 +243,30 @@ void Simulator::setServing(bool serving) {
   for (const std::function<void()>& send : std::exchange(heldAnswers_, {})) send();
 }
 
+void Simulator::leave() {
+  publisher_.reset();
+  requests_.close();
+  files_.clear();
+  waiting_.clear();
+  waitingBytes_ = 0;
+  heldAnswers_.clear();
+}
+
+std::string Simulator::comeBack() {
+  if (publisher_) return {};
+  ++stay_;
+  // libzmq gives the ports up in a thread of its own, a moment after the sockets are closed.
+  const auto end = Clock::now() + kPortsAreFreeWithin;
+  for (;;) {
+    std::string why = listen();
+    if (why.empty() || Clock::now() > end) return why;
+    std::this_thread::sleep_for(kTurn);
+  }
+}
+
 unsigned int Simulator::dropConnections() {
-  const std::vector<std::string> endpoints = {requests_.get(zmq::sockopt::last_endpoint), publisher_->endpoint()};
   unsigned int count = 0;
-  for (const AcceptedConnection& connection : acceptedConnections(endpoints)) {
+  for (const AcceptedConnection& connection : acceptedConnections({options_.requests, options_.notifications})) {
     count += endConnection(connection.descriptor) ? 1 : 0;
   }
   return count;
@@ -316,6 +367,7 @@ void Simulator::take(std::vector<std::string> frames) {
   if (delimiter == frames.end()) return;  // no envelope: nobody could take an answer
 
   Request request;
+  request.stay = stay_;
   request.envelope.assign(frames.begin(), delimiter + 1);
   const auto content = frames.end() - (delimiter + 1);
   if (content != 2) {
@@ -346,6 +398,7 @@ void Simulator::serve(const Request& request) {
 }
 
 void Simulator::carryOut(const Request& request, const Exchange& exchange) {
+  if (!publisher_ || request.stay != stay_) return;  // the daemon that took it has ended
   if (exchange.crash == Exchange::Crash::kBeforeActing) crash(false);
 
   Outcome outcome;
@@ -411,6 +464,7 @@ Board::Keep Simulator::keep() {
 }
 
 void Simulator::answer(const Request& request, const std::string& text) {
+  if (!publisher_ || request.stay != stay_) return;
   if (!serving_) return heldAnswers_.push_back([this, request, text] { answer(request, text); });
   for (const std::string& frame : request.envelope) {
     if (!sendFrame(requests_, frame, true)) return;  // the client is gone
@@ -467,7 +521,9 @@ void Simulator::repeat(unsigned int topics) {
   }
 }
 
-void Simulator::publishFrames(const std::vector<std::string>& frames) { publisher_->publish(frames); }
+void Simulator::publishFrames(const std::vector<std::string>& frames) {
+  if (publisher_) publisher_->publish(frames);
+}
 
 void Simulator::tell(const std::string& text) const {
   if (options_.tell) options_.tell(text);
@@ -498,17 +554,17 @@ void Simulator::crash(bool flush) {
 
 // --- in a thread
 
-BackgroundSimulator::BackgroundSimulator(SimulatorOptions options)
+SimulatorThread::SimulatorThread(SimulatorOptions options)
     : simulator_(std::move(options)), failure_(simulator_.open()) {
   if (failure_.empty()) thread_ = std::thread([this] { simulator_.run(); });
 }
 
-BackgroundSimulator::~BackgroundSimulator() {
+SimulatorThread::~SimulatorThread() {
   simulator_.stop();
   if (thread_.joinable()) thread_.join();
 }
 
-std::string BackgroundSimulator::misbehave(const std::string& rule) {
+std::string SimulatorThread::misbehave(const std::string& rule) {
   FaultRule read;
   std::string why = FaultRule::parse(rule, read);
   if (why.empty()) simulator_.misbehave(read);

@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -19,6 +22,7 @@
 #include "simulator/fault.h"
 #include "simulator/memory_guard.h"
 #include "simulator/publisher.h"
+#include "simulator/socket_file.h"
 #include "simulator/store.h"
 
 namespace zel::sim {
@@ -28,6 +32,8 @@ class Replay;
 struct SimulatorOptions {
   Board board;                                ///< as it is when the simulator starts
   Replay* replay = nullptr;                   ///< a recording, which answers in place of the board
+  std::string requests;                       ///< the endpoint on which it answers; empty: the daemon's
+  std::string notifications;                  ///< the endpoint on which it publishes; empty: the daemon's
   std::string storeFile;                      ///< keeps the board's state across restarts; empty: nothing is kept
   std::chrono::milliseconds liveInterval{0};  ///< how often the board moves on by itself; 0: never
   std::vector<FaultRule> faults;              ///< how it misbehaves
@@ -74,13 +80,29 @@ class Simulator {
   /// Gives one more order to misbehave.
   void misbehave(const FaultRule& rule);
 
-  static std::string requestEndpoint();
-  static std::string publishEndpoint();
+  /// Where it listens, as libzmq writes it; of "tcp://127.0.0.1:*" the port that it has got.
+  const std::string& requestEndpoint() const { return options_.requests; }
+  const std::string& notificationEndpoint() const { return options_.notifications; }
 
   using Clock = std::chrono::steady_clock;
 
   /// Has the action run soon in the thread that serves. An action that did not run until `run` returns is destroyed.
   void post(std::function<void()> action);
+
+  /// Runs an action in the thread that serves, and waits for its end. Any thread except that one.
+  /// @return what the action returns; nothing when the simulator has ended before it ran
+  template <class Action>
+  auto await(Action action) -> std::optional<decltype(action())> {
+    auto task = std::make_shared<std::packaged_task<decltype(action())()>>(std::move(action));
+    auto result = task->get_future();
+    // The simulator alone holds the task, so that the wait ends when it destroys the task.
+    post([task = std::move(task)] { (*task)(); });
+    try {
+      return result.get();
+    } catch (const std::future_error&) {
+      return std::nullopt;
+    }
+  }
 
   // For actions.
 
@@ -95,6 +117,11 @@ class Simulator {
   void publishFrames(const std::vector<std::string>& frames);
   /// Stops serving requests, which wait then, or goes on.
   void setServing(bool serving);
+  /// Goes away as a daemon does that ends: every connection ends, nothing listens, and requests that wait are lost.
+  void leave();
+  /// Listens again, at the same endpoints. The board is as it was.
+  /// @return empty, or why it cannot
+  std::string comeBack();
   /// Ends every connection; the clients connect again by themselves.
   /// @return how many there were
   unsigned int dropConnections();
@@ -112,11 +139,14 @@ class Simulator {
     std::vector<std::string> envelope;  ///< returned with the answer: identity, request number, empty frame
     unsigned int id = 0;
     std::string body;
+    unsigned int stay = 0;  ///< during which it came
   };
   using Waiting = std::multimap<std::size_t, Request>;  ///< by size
 
   std::string openStore();
   std::string listen();
+  std::string tryToListen();
+  std::string makeRoom() const;
   void wakeUp() const noexcept;
   bool goesOn();
   void runPosted();
@@ -154,7 +184,9 @@ class Simulator {
   std::atomic<bool> reloading_{false};
   zmq::context_t context_;
   zmq::socket_t requests_;
+  unsigned int stay_ = 1;  ///< how often it has begun to listen
   std::optional<Publisher> publisher_;
+  std::list<SocketFile> files_;  ///< of ipc:// endpoints; libzmq leaves them behind
   Waiting waiting_;
   std::size_t waitingBytes_ = 0;
   WireJsonReader reader_;
@@ -174,13 +206,15 @@ class Simulator {
 };
 
 /// A simulator in a thread of its own, which ends with this object.
-class BackgroundSimulator {
+class SimulatorThread {
  public:
-  explicit BackgroundSimulator(SimulatorOptions options = {});
-  ~BackgroundSimulator();
-  BackgroundSimulator(const BackgroundSimulator&) = delete;
-  BackgroundSimulator& operator=(const BackgroundSimulator&) = delete;
+  explicit SimulatorThread(SimulatorOptions options = {});
+  ~SimulatorThread();
+  SimulatorThread(const SimulatorThread&) = delete;
+  SimulatorThread& operator=(const SimulatorThread&) = delete;
 
+  Simulator& simulator() { return simulator_; }
+  const Simulator& simulator() const { return simulator_; }
   /// Empty, or why the simulator does not run.
   const std::string& failure() const { return failure_; }
   void misbehave(const FaultRule& rule) { simulator_.misbehave(rule); }

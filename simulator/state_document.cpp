@@ -1,10 +1,13 @@
 #include "simulator/state_document.h"
 
 #include <algorithm>
+#include <mutex>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "client/commands.h"
+#include "common/error_aux_msg.h"
 #include "common/shared/format_text.h"
 #include "simulator/factory.h"
 #include "simulator/judge.h"
@@ -102,11 +105,27 @@ Refusal mergeInterface(const std::string& name, const EthIpV4Cfg& cfg, SysParame
   return {};
 }
 
+/// Why a configuration may not be applied; empty when it may. The record reports it in the store of the process, whose
+/// messages belong to the application where the board runs in a test: they are put back.
+std::vector<std::string> faultsOf(const EthIpV4Cfg& cfg) {
+  static std::mutex oneAtATime;
+  const std::lock_guard<std::mutex> lock(oneAtATime);
+  ErrorAuxMsg& store = *ErrorAuxMsg::getInstance();
+  const std::vector<std::string> earlier = store.getMessages();
+  store.clear();
+  std::vector<std::string> faults;
+  if (cfg.validate() < 0) faults = store.getMessages();
+  store.clear();
+  for (const std::string& message : earlier) store.addMessage("%s", message.c_str());
+  return faults;
+}
+
 Refusal addInterface(const std::string& name, const Json::Value& value, SysParameters& stored) {
   EthIpV4Cfg cfg;
   if (Refusal why = readInterface(name, value, cfg)) return why;
-  if (cfg.validate() < 0) {
-    return {refusal::kInvalidAddress, "\"" + name + "\" is " + shown(value) + ", which may not be applied."};
+  if (std::vector<std::string> faults = faultsOf(cfg); !faults.empty()) {
+    return {refusal::kInvalidAddress, "\"" + name + "\" is " + shown(value) + ", which may not be applied.",
+            std::move(faults)};
   }
   return mergeInterface(name, cfg, stored);
 }
