@@ -151,6 +151,14 @@ const std::vector<Command>& commands() {
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until\n"
        "Ctrl-C. The exit status is 3 when the time ends before N changes have come."},
+      {"record",
+       "keep what the board reports in a file, for 'sysmgr-sim --replay'",
+       runRecord,
+       {{"file", "FILE", "a new file, an event a line", 1}},
+       {{"--timeout", "SECONDS", "end after this time"}},
+       "Each line is a JSON object: the stored parameters, the dynamic information, the board model and\n"
+       "the whitelist at the start and whenever the daemon is back, and every notification as it came.\n"
+       "Without --timeout it runs until Ctrl-C. A daemon that goes away is waited for."},
       {"delta", "the stored parameters that are not as the factory set them", runDelta},
       {"dump", "the stored parameters as the library lists them in logs", runDump},
       {"host", "this machine's interfaces, addresses and DHCP leases", runHost, {}, {kLeases}},

@@ -114,6 +114,8 @@ void runReboot(Call& call);
 void runFactoryReset(Call& call);
 // watch.cpp
 void runWatch(Call& call);
+// record.cpp
+void runRecord(Call& call);
 // host.cpp
 void runHost(Call& call);
 // doctor.cpp

@@ -1,5 +1,5 @@
-# What an installation holds, in five components: runtime (the libraries), dev (headers, CMake package, pkg-config),
-# tools (the command line), simulator, doc. No step runs a program of the target, so cross builds install as native ones
+# What an installation holds, in six components: runtime (the libraries), dev (headers, CMake package, pkg-config),
+# tools (the command line), simulator, simulator-dev (the kit for the tests of applications), doc. No step runs a program of the target, so cross builds install as native ones
 # do.
 
 include(CMakePackageConfigHelpers)
@@ -34,6 +34,7 @@ install(
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/zelSysMgrApiConfig.cmake.in" "${PROJECT_BINARY_DIR}/zelSysMgrApiConfig.cmake"
   INSTALL_DESTINATION ${zel_package_dir}
+  PATH_VARS CMAKE_INSTALL_BINDIR
   NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/zelSysMgrApiConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(
@@ -99,6 +100,22 @@ if(TARGET sysmgr-sim)
     FILES "${unit_file}"
     DESTINATION lib/systemd/system
     COMPONENT simulator)
+endif()
+if(TARGET zelSysMgrSimulator)
+  install(
+    TARGETS zelSysMgrSimulator
+    EXPORT zelSysMgrSimulatorTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT simulator-dev
+    FILE_SET HEADERS DESTINATION ${zel_header_dir} COMPONENT simulator-dev)
+  install(
+    EXPORT zelSysMgrSimulatorTargets
+    NAMESPACE zelSysMgrApi::
+    DESTINATION ${zel_package_dir}
+    COMPONENT simulator-dev)
+  install(
+    FILES "${PROJECT_SOURCE_DIR}/cmake/ZelSysMgrTest.cmake"
+    DESTINATION ${zel_package_dir}
+    COMPONENT simulator-dev)
 endif()
 
 install(

@@ -3,231 +3,228 @@
 #include <algorithm>
 #include <utility>
 
-#include "client/sysmgr_jsonApi.h"
-#include "common/error_aux_msg.h"
+#include "client/commands.h"
+#include "common/envelope.h"
+#include "common/shared/wire_json.h"
 #include "simulator/factory.h"
-#include "simulator/field.h"
-#include "simulator/stored_fields.h"
+#include "simulator/judge.h"
+#include "simulator/whitelist.h"
 
 namespace zel::sim {
 
 namespace {
 
-// Bounds what clients can pile up, so that every document fits into a frame.
-constexpr std::size_t kMostWhitelistEntries = 1024;
-constexpr std::size_t kMostModules = 64;
-constexpr std::size_t kLongestModuleName = 64;
-constexpr int kGpioLines = 8;
+// --- what is published
 
-constexpr int kModuleErrorCode = 1;
-constexpr int kModuleWarningCode = 2;
-
-template <class Record>
-Json::Value serialized(const Record& record) {
-  Json::Value document(Json::objectValue);
-  record.Serialize(document);
-  return document;
+void publishStored(const State& state, Outcome& outcome) {
+  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE, serialized(state.stored)});
+  outcome.keptStateChanged = true;
 }
 
-Json::Value serialized(const WhiteListDb& db) {
-  Json::Value entries(Json::arrayValue);
-  db.Serialize(entries);
-  return entries;
+void publishWhitelist(const State& state, Outcome& outcome) {
+  Json::Value payload(Json::objectValue);
+  payload[kWhitelistMember] = serialized(state.whitelist);
+  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE, std::move(payload)});
+  outcome.keptStateChanged = true;
 }
 
-// --- whitelist entries
+void publishDynamic(const State& state, Outcome& outcome) {
+  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, serialized(state.dynamic)});
+}
 
-constexpr std::uint32_t firstOctet(std::uint32_t address) { return address >> 24U; }
-constexpr bool isMulticast(std::uint32_t address) { return firstOctet(address) >= 224 && firstOctet(address) <= 239; }
-constexpr bool isNetworkMask(std::uint32_t mask) { return mask != 0 && (~mask & (~mask + 1U)) == 0; }
-
-template <std::uint32_t WhiteListEntry::*place>
-Refusal applyEntryAddress(const std::string& name, const Json::Value& value, WhiteListEntry& entry) {
-  if (!value.isString()) return wrongType(name, value, "a text");
-  IpAddress address;
-  if (value.asString().empty() || address.setAddress(value.asString()) < 0) {
-    return {refusal::kInvalidAddress, "\"" + name + "\" is " + shown(value) + ", which is no IPv4 address."};
+/// Publishes the documents that a state document is about, and others that are not what they were.
+void publishChanges(const Json::Value& document, const State& before, const State& after, Outcome& outcome) {
+  if (document.isMember("stored") || serialized(before.stored) != serialized(after.stored)) {
+    publishStored(after, outcome);
   }
-  entry.*place = address.getAddress();
-  return {};
-}
-
-Refusal readEntry(const Json::Value& value, WhiteListEntry& entry) {
-  static const Field<WhiteListEntry> kFields[] = {
-      {"ip", applyEntryAddress<&WhiteListEntry::ip>},
-      {"mask", applyEntryAddress<&WhiteListEntry::mask>},
-      {"enabled", &WhiteListEntry::enabled},
-  };
-  if (Refusal why = assignMembers(kFields, "white-list", value, entry)) return why;
-  if (!isMulticast(entry.ip)) {
-    return {refusal::kInvalidAddress, "\"white-list/ip\" is \"" + entry.getIpStr() + "\", which is not multicast."};
+  if (document.isMember("dynamic") || document.isMember("module-state") ||
+      serialized(before.dynamic) != serialized(after.dynamic)) {
+    publishDynamic(after, outcome);
   }
-  if (!isNetworkMask(entry.mask)) {
-    return {refusal::kInvalidAddress, "\"white-list/mask\" is \"" + entry.getMaskStr() + "\", which is no mask."};
+  if (document.isMember(kWhitelistMember) || serialized(before.whitelist) != serialized(after.whitelist)) {
+    publishWhitelist(after, outcome);
   }
-  return {};
 }
 
-Refusal forEachEntry(const Json::Value& entries, const std::function<Refusal(const WhiteListEntry&)>& use) {
-  if (!entries.isArray()) return wrongType("white-list", entries, "an array");
-  for (const Json::Value& element : entries) {
-    WhiteListEntry entry;
-    if (Refusal why = readEntry(element, entry)) return why;
-    if (Refusal why = use(entry)) return why;
-  }
-  return {};
+Refusal keepChange(const Board::Keep& keep, const State& next, Outcome& outcome) {
+  return outcome.keptStateChanged && keep ? keep(keptDocument(next), outcome.reply) : Refusal{};
 }
 
-std::string rangeText(const WhiteListEntry& entry) { return entry.getIpStr() + "/" + entry.getMaskStr(); }
+// --- what can be asked for
 
-Refusal refuseFixed(const WhiteListEntry& entry) {
-  return {refusal::kFixedEntry,
-          "\"white-list\" holds " + rangeText(entry) + ", an entry of the system's own that cannot be changed."};
-}
+struct Query {
+  SysMgrCommands::sysmgr_msg_t id;
+  Json::Value (*answer)(const State& state);
+};
 
-Refusal addEntry(WhiteListDb& db, const WhiteListEntry& entry) {
-  const auto known = db.entries.find(entry.ip);
-  if (known != db.entries.end() && db.isEntryFixed(known->second.type)) return refuseFixed(known->second);
-  if (known == db.entries.end() && db.entries.size() >= kMostWhitelistEntries) {
-    return {refusal::kTooMany, "\"white-list\" is full: " + rangeText(entry) + " is more than " +
-                                   std::to_string(kMostWhitelistEntries) + " entries."};
-  }
-  db.entries.insert_or_assign(entry.ip, entry);
-  return {};
-}
+const Query kQueries[] = {
+    {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, [](const State& state) { return serialized(state.stored); }},
+    {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, [](const State& state) { return serialized(state.dynamic); }},
+    {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, [](const State& state) { return serialized(state.model); }},
+    {SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, [](const State& state) { return state.networkStackStatus; }},
+    {SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, [](const State& state) { return state.systemInfo; }},
+    {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, [](const State& state) { return serialized(state.whitelist); }},
+};
 
-/// Finds an entry that a client may change.
-Refusal findEntry(WhiteListDb& db, const WhiteListEntry& wanted, std::map<unsigned int, WhiteListEntry>::iterator& at) {
-  at = db.entries.find(wanted.ip);
-  if (at == db.entries.end() || at->second.mask != wanted.mask) {
-    return {refusal::kNotFound, "\"white-list\" has no entry " + rangeText(wanted) + "."};
-  }
-  return db.isEntryFixed(at->second.type) ? refuseFixed(at->second) : Refusal{};
-}
-
-// --- documents of the state file
-
-/// Whether a document has only keys and types that the reference has; an array has elements like the reference's first.
-Refusal comparable(const std::string& name, const Json::Value& given, const Json::Value& reference) {
-  if (reference.isObject()) {
-    if (!given.isObject()) return wrongType(name, given, "an object");
-    for (auto member = given.begin(); member != given.end(); ++member) {
-      const std::string memberName = name + "/" + member.name();
-      if (!reference.isMember(member.name())) return unknownKey(memberName, *member);
-      if (Refusal why = comparable(memberName, *member, reference[member.name()])) return why;
+/// Refuses a state whose documents would not fit into an answer: they are too large or too deep.
+Refusal judgeAnswers(const State& state) {
+  for (const Query& query : kQueries) {
+    Json::Value answer(Json::objectValue);
+    const char* const member = findCommand(query.id)->payload;
+    answer[member] = query.answer(state);
+    std::string text;
+    if (const std::string why = writeWireJson(answer, text); !why.empty()) {
+      return {refusal::kOutOfRange,
+              std::string("\"") + member + "\": an answer with this document would be " + why + "."};
     }
-    return {};
   }
-  if (reference.isArray()) {
-    if (!given.isArray()) return wrongType(name, given, "an array");
-    for (const Json::Value& element : given) {
-      if (Refusal why = comparable(name, element, reference[0])) return why;
-    }
-    return {};
-  }
-  if (reference.isString()) return given.isString() ? Refusal{} : wrongType(name, given, "a text");
-  if (reference.isBool()) return judgeFlag(name, given);
-  if (reference.isDouble() && !reference.isInt()) {
-    return given.isNumeric() ? Refusal{} : wrongType(name, given, "a number");
-  }
-  return given.isInt() && given.type() != Json::realValue ? Refusal{} : wrongType(name, given, "an integer");
+  return {};
 }
 
-/// A dynamic document with every key that there can be.
-Json::Value fullDynamicDocument() {
-  SysParametersDynamic full;
-  full.errors.emplace_back();
-  full.ethBasics.emplace_back();
-  full.ethBasics.back().sfp = {};
-  full.ethBasics.back().sfp.temperature = 0.5F;  // not whole: a real number, not an integer
-  full.ethBasics.back().sfp.rxPower = 0.5F;
-  full.ethBasics.back().sfp.txPower = 0.5F;
-  return serialized(full);
+Refusal applyAnswerable(const Json::Value& document, State& state) {
+  if (Refusal why = applyDocument(document, state)) return why;
+  return judgeAnswers(state);
+}
+
+// --- what can be done
+
+Refusal setParameter(const Json::Value& body, State& state, Outcome& outcome) {
+  if (Refusal why = setKeys(body, SettingRow::Route::kKey, state)) return why;
+  publishStored(state, outcome);
+  return {};
+}
+
+Refusal factoryReset(const Json::Value&, State& state, Outcome& outcome) {
+  const std::size_t entriesBefore = state.whitelist.entries.size();
+  resetToFactory(state);
+  publishStored(state, outcome);
+  if (state.whitelist.entries.size() != entriesBefore) publishWhitelist(state, outcome);
+  return {};
+}
+
+Refusal setModuleState(const Json::Value& body, State& state, Outcome& outcome) {
+  if (Refusal why = setModules(body, state)) return why;
+  publishDynamic(state, outcome);
+  return {};
+}
+
+Refusal reboot(const Json::Value&, State&, Outcome& outcome) {
+  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_REBOOT_REQUEST, Json::Value()});
+  return {};
+}
+
+template <Refusal (*change)(const Json::Value& entries, WhiteListDb& db)>
+Refusal changeWhitelist(const Json::Value& body, State& state, Outcome& outcome) {
+  for (const std::string& name : body.getMemberNames()) {
+    if (name != kWhitelistMember) return unknownMember("", name, body[name]);
+  }
+  const Json::Value& entries = body[kWhitelistMember];
+  if (entries.isArray() && entries.empty()) {
+    return {refusal::kOutOfRange, "\"white-list\" is [], which holds no entry."};
+  }
+  if (Refusal why = change(entries, state.whitelist)) return why;
+  publishWhitelist(state, outcome);
+  return {};
+}
+
+Refusal setGpioLines(const Json::Value& body, State& state, Outcome&) { return setGpio(body, state); }
+
+Refusal getGpioLines(const Json::Value& body, State& state, Outcome& outcome) {
+  if (!body.isNull() && !body.isObject()) {
+    return {refusal::kMalformedRequest, "The body is " + shown(body) + ", which is not an object."};
+  }
+  Json::Value& lines = outcome.reply["gpio"];
+  if (body.empty()) lines = state.gpio;
+  for (const std::string& name : body.getMemberNames()) {
+    if (!state.gpio.isMember(name)) {
+      return {refusal::kNotFound, "There is no GPIO line \"" + shownBytes(name) + "\"."};
+    }
+    lines[name] = state.gpio[name];
+  }
+  return {};
+}
+
+Refusal setIdentify(const Json::Value& body, State& state, Outcome& outcome) {
+  Json::Value change = body;
+  change[settings::kIdentifyEnable.key];  // a missing key is refused as a null one is
+  if (Refusal why = setKeys(change, SettingRow::Route::kIdentify, state)) return why;
+  publishStored(state, outcome);
+  return {};
+}
+
+struct Command {
+  SysMgrCommands::sysmgr_msg_t id;
+  bool wantsObject;
+  Refusal (*run)(const Json::Value& body, State& state, Outcome& outcome);
+};
+
+const Command kCommandsOfTheBoard[] = {
+    {SysMgrCommands::SYSMGR_SET_PARAMETER, true, setParameter},
+    {SysMgrCommands::SYSMGR_FACTORY_RESET, false, factoryReset},
+    {SysMgrCommands::SYSMGR_SET_MODULE_STATE, true, setModuleState},
+    {SysMgrCommands::SYSMGR_REBOOT_DEVICE, false, reboot},
+    {SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST, true, changeWhitelist<addToWhitelist>},
+    {SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST, true, changeWhitelist<removeFromWhitelist>},
+    {SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST, true, changeWhitelist<enableOnWhitelist>},
+    {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, true, setGpioLines},
+    {SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION, false, getGpioLines},
+    {SysMgrCommands::SYSMGR_SET_IDENTIFY_LEDS, true, setIdentify},
+};
+
+/// The row of a command; null when the table has none.
+template <class Row, std::size_t count>
+const Row* find(const Row (&table)[count], unsigned int id) {
+  const auto* const found =
+      std::find_if(table, table + count, [id](const Row& row) { return static_cast<unsigned int>(row.id) == id; });
+  return found == table + count ? nullptr : found;
 }
 
 }  // namespace
 
 Json::Value refusalReply(const Refusal& why) {
   Json::Value reply(Json::objectValue);
-  reply["status"] = why.status;
-  reply["error"] = why.text;
+  reply[envelope::kStatus] = why.status;
+  reply[envelope::kError] = why.text;
+  for (const std::string& reason : why.reasons) reply[envelope::kAuxErrors].append(reason);
   return reply;
-}
-
-Board::Board(BoardModelType::board_models_t model) { becomeModel(model); }
-
-void Board::becomeModel(BoardModelType::board_models_t model) {
-  model_ = factoryModel(model);
-  stored_ = factoryParameters(model_);
-  dynamic_ = factoryDynamic(model_, stored_);
-  systemInfo_.fields = factorySystemInfo(model_, stored_.serialNumber);
-  networkStackStatus_.fields = factoryNetworkStackStatus();
-  whitelist_ = factoryWhitelist();
-  for (int line = 0; line < kGpioLines; ++line) gpio_["gpio" + std::to_string(line)] = {};
-  restingDegrees_ = dynamic_.temperature.fpga;
 }
 
 // --- requests
 
-struct Board::Query {
-  SysMgrCommands::sysmgr_msg_t id;
-  const char* member;
-  Json::Value (Board::*answer)() const;
-};
-
-struct Board::Command {
-  SysMgrCommands::sysmgr_msg_t id;
-  bool wantsObject;
-  Refusal (Board::*run)(const Json::Value& body, Outcome& outcome);
-};
-
-Refusal Board::run(unsigned int id, const Json::Value& body, Outcome& outcome) {
-  static const Query kQueries[] = {
-      {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, "stored", &Board::storedDocument},
-      {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, "dynamic", &Board::dynamicDocument},
-      {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, "board-model", &Board::modelDocument},
-      {SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, "network-stack-status", &Board::networkStackDocument},
-      {SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, "systemInfo", &Board::systemInfoDocument},
-      {SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO, "debug-info", &Board::debugDocument},
-      {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, "white-list", &Board::whitelistDocument},
-  };
-  static const Command kCommands[] = {
-      {SysMgrCommands::SYSMGR_SET_PARAMETER, true, &Board::setParameter},
-      {SysMgrCommands::SYSMGR_FACTORY_RESET, false, &Board::factoryReset},
-      {SysMgrCommands::SYSMGR_SET_MODULE_STATE, true, &Board::setModuleState},
-      {SysMgrCommands::SYSMGR_REBOOT_DEVICE, false, &Board::reboot},
-      {SysMgrCommands::SYSMGR_ADD_MCAST_WHITELIST, true, &Board::addToWhitelist},
-      {SysMgrCommands::SYSMGR_REMOVE_MCAST_WHITELIST, true, &Board::removeFromWhitelist},
-      {SysMgrCommands::SYSMGR_ENABLE_MCAST_WHITELIST, true, &Board::enableOnWhitelist},
-      {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, true, &Board::setGpio},
-      {SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION, false, &Board::getGpio},
-      {SysMgrCommands::SYSMGR_SET_IDENTIFY_LEDS, true, &Board::setIdentify},
-  };
-  for (const Query& query : kQueries) {
-    if (static_cast<unsigned int>(query.id) != id) continue;
-    outcome.reply[query.member] = (this->*query.answer)();
-    return {};
-  }
-  for (const Command& command : kCommands) {
-    if (static_cast<unsigned int>(command.id) != id) continue;
-    if (command.wantsObject && !body.isObject()) {
-      return {refusal::kMalformedRequest, "The body is " + shown(body) + ", which is not an object."};
-    }
-    return (this->*command.run)(body, outcome);
-  }
-  return {refusal::kUnknownCommand, "There is no command " + std::to_string(id) + "."};
+template <class Change>
+Refusal Board::commit(Change change) {
+  State next = state_;
+  if (Refusal why = change(next)) return why;
+  state_ = std::move(next);
+  return {};
 }
 
-Outcome Board::handle(unsigned int id, const Json::Value& body) {
-  ErrorAuxMsg::getInstance()->clear();
+Refusal Board::run(unsigned int id, const Json::Value& body, const Keep& keep, Outcome& outcome) {
+  if (id == static_cast<unsigned int>(SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO)) {
+    outcome.reply["debug-info"] = debugDocument();
+    return {};
+  }
+  if (const Query* const query = find(kQueries, id)) {
+    outcome.reply[findCommand(query->id)->payload] = query->answer(state_);
+    return {};
+  }
+  const Command* const command = find(kCommandsOfTheBoard, id);
+  if (command == nullptr) return {refusal::kUnknownCommand, "There is no command " + std::to_string(id) + "."};
+  if (command->wantsObject && !body.isObject()) {
+    return {refusal::kMalformedRequest, "The body is " + shown(body) + ", which is not an object."};
+  }
+  return commit([&](State& next) -> Refusal {
+    if (Refusal why = command->run(body, next, outcome)) return why;
+    return keepChange(keep, next, outcome);
+  });
+}
+
+Outcome Board::handle(unsigned int id, const Json::Value& body, const Keep& keep) {
   Outcome outcome;
-  outcome.reply["status"] = status::kOk;
-  if (Refusal why = run(id, body, outcome)) {
+  outcome.reply[envelope::kStatus] = status::kOk;
+  if (Refusal why = run(id, body, keep, outcome)) {
     outcome = {};
     outcome.reply = refusalReply(why);
-    for (const std::string& message : ErrorAuxMsg::getInstance()->getMessages()) {
-      outcome.reply["aux-errors"].append(message);
-    }
     ++refused_;
   } else {
     ++accepted_;
@@ -235,196 +232,30 @@ Outcome Board::handle(unsigned int id, const Json::Value& body) {
   return outcome;
 }
 
-// --- what can be asked for
-
-Json::Value Board::storedDocument() const { return serialized(stored_); }
-Json::Value Board::dynamicDocument() const { return serialized(dynamic_); }
-Json::Value Board::modelDocument() const { return serialized(model_); }
-Json::Value Board::networkStackDocument() const { return networkStackStatus_.fields; }
-Json::Value Board::systemInfoDocument() const { return systemInfo_.fields; }
-Json::Value Board::whitelistDocument() const { return serialized(whitelist_); }
+Outcome Board::alter(const Json::Value& document, const Keep& keep) {
+  Outcome outcome;
+  outcome.reply[envelope::kStatus] = status::kOk;
+  const Refusal why = commit([&](State& next) -> Refusal {
+    if (Refusal refused = applyAnswerable(document, next)) return refused;
+    publishChanges(document, state_, next, outcome);
+    return keepChange(keep, next, outcome);
+  });
+  if (!why) return outcome;
+  outcome = {};
+  outcome.reply = refusalReply(why);
+  return outcome;
+}
 
 Json::Value Board::debugDocument() const {
   Json::Value info(Json::objectValue);
   info["requests-accepted"] = accepted_;
   info["requests-refused"] = refused_;
-  info["module-state"] = Json::Value(Json::objectValue);
-  for (const auto& [name, state] : modules_) {
-    info["module-state"][name]["error"] = state.error;
-    info["module-state"][name]["warn"] = state.warn;
-  }
+  info["module-state"] = state_.modules;
   return info;
 }
 
-// --- what is published
-
-void Board::publishStored(Outcome& outcome) const {
-  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE, storedDocument()});
-  outcome.keptStateChanged = true;
-}
-
-void Board::publishWhitelist(Outcome& outcome) const {
-  Json::Value payload(Json::objectValue);
-  payload["white-list"] = whitelistDocument();
-  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE, std::move(payload)});
-  outcome.keptStateChanged = true;
-}
-
 Notification Board::dynamicNotification() const {
-  return {SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, dynamicDocument()};
-}
-
-// --- what can be done
-
-Refusal Board::setParameter(const Json::Value& body, Outcome& outcome) {
-  if (Refusal why = applyChange(body, stored_)) return why;
-  publishStored(outcome);
-  return {};
-}
-
-Refusal Board::factoryReset(const Json::Value&, Outcome& outcome) {
-  const std::string serialNumber = stored_.serialNumber;  // belongs to the board, not to its configuration
-  stored_ = factoryParameters(model_);
-  stored_.serialNumber = serialNumber;
-  for (auto& [name, line] : gpio_) line = {};
-  publishStored(outcome);
-
-  WhiteListDb factory = factoryWhitelist();
-  if (factory.entries.size() != whitelist_.entries.size()) {
-    whitelist_ = std::move(factory);
-    publishWhitelist(outcome);
-  }
-  return {};
-}
-
-Refusal Board::setModuleState(const Json::Value& body, Outcome& outcome) {
-  if (Refusal why = applyModuleStates(body)) return why;
-  outcome.notifications.push_back(dynamicNotification());
-  return {};
-}
-
-Refusal Board::applyModuleStates(const Json::Value& body) {
-  if (!body.isObject()) return wrongType("module-state", body, "an object");
-  static const Field<ModuleState> kFields[] = {{"error", &ModuleState::error}, {"warn", &ModuleState::warn}};
-  ModuleStates changed = modules_;
-  for (auto member = body.begin(); member != body.end(); ++member) {
-    const std::string name = member.name();
-    if (name.size() > kLongestModuleName) {
-      return {refusal::kOutOfRange, "\"" + shownBytes(name) + "\" is no module's name: it is longer than " +
-                                        std::to_string(kLongestModuleName) + " bytes (its value is " + shown(*member) +
-                                        ")."};
-    }
-    if (Refusal why = assignMembers(kFields, name, *member, changed[name])) return why;
-    if (changed.size() > kMostModules) {
-      return {refusal::kTooMany, "\"" + name + "\" is " + shown(*member) + ": there are " +
-                                     std::to_string(kMostModules) + " modules already."};
-    }
-  }
-  modules_ = std::move(changed);
-  showModuleStates();
-  return {};
-}
-
-/// What modules report stands in the list of active errors.
-void Board::showModuleStates() {
-  dynamic_.errors.clear();
-  const auto show = [this](bool on, int code, const std::string& text) {
-    if (!on) return;
-    SystemError error;
-    error.code = code;
-    error.description = text;
-    dynamic_.errors.push_back(error);
-  };
-  for (const auto& [name, state] : modules_) {
-    show(state.error, kModuleErrorCode, name + " reports an error");
-    show(state.warn, kModuleWarningCode, name + " reports a warning");
-  }
-}
-
-Refusal Board::reboot(const Json::Value&, Outcome& outcome) {
-  outcome.notifications.push_back({SysmgrPublisher::SYSMGR_REBOOT_REQUEST, Json::Value()});
-  return {};
-}
-
-Refusal Board::changeWhitelist(const Json::Value& body, Outcome& outcome, const WhitelistChange& change) {
-  for (const std::string& name : body.getMemberNames()) {
-    if (name != "white-list") return unknownKey(name, body[name]);
-  }
-  const Json::Value& entries = body["white-list"];
-  if (entries.isArray() && entries.empty()) {
-    return {refusal::kOutOfRange, "\"white-list\" is [], which holds no entry."};
-  }
-  WhiteListDb changed = whitelist_;
-  if (Refusal why = forEachEntry(entries, [&](const WhiteListEntry& entry) { return change(changed, entry); })) {
-    return why;
-  }
-  whitelist_ = std::move(changed);
-  publishWhitelist(outcome);
-  return {};
-}
-
-Refusal Board::addToWhitelist(const Json::Value& body, Outcome& outcome) {
-  return changeWhitelist(body, outcome, addEntry);
-}
-
-Refusal Board::removeFromWhitelist(const Json::Value& body, Outcome& outcome) {
-  return changeWhitelist(body, outcome, [](WhiteListDb& db, const WhiteListEntry& wanted) {
-    std::map<unsigned int, WhiteListEntry>::iterator at;
-    if (Refusal why = findEntry(db, wanted, at)) return why;
-    db.entries.erase(at);
-    return Refusal{};
-  });
-}
-
-Refusal Board::enableOnWhitelist(const Json::Value& body, Outcome& outcome) {
-  return changeWhitelist(body, outcome, [](WhiteListDb& db, const WhiteListEntry& wanted) {
-    std::map<unsigned int, WhiteListEntry>::iterator at;
-    if (Refusal why = findEntry(db, wanted, at)) return why;
-    at->second.enable(wanted.is_enabled());
-    return Refusal{};
-  });
-}
-
-Refusal Board::setGpio(const Json::Value& body, Outcome&) { return applyGpio(body); }
-
-Refusal Board::applyGpio(const Json::Value& body) {
-  if (!body.isObject()) return wrongType("gpio", body, "an object");
-  static const Field<GpioLine> kFields[] = {{"output", &GpioLine::output}, {"value", &GpioLine::value}};
-  GpioLines changed = gpio_;
-  for (auto member = body.begin(); member != body.end(); ++member) {
-    const auto line = changed.find(member.name());
-    if (line == changed.end()) return unknownKey(member.name(), *member);
-    if (Refusal why = assignMembers(kFields, line->first, *member, line->second)) return why;
-  }
-  gpio_ = std::move(changed);
-  return {};
-}
-
-Refusal Board::getGpio(const Json::Value& body, Outcome& outcome) {
-  if (!body.isNull() && !body.isObject()) {
-    return {refusal::kMalformedRequest, "The body is " + shown(body) + ", which is not an object."};
-  }
-  for (const std::string& name : body.getMemberNames()) {
-    if (gpio_.count(name) == 0) return {refusal::kNotFound, "There is no GPIO line \"" + shownBytes(name) + "\"."};
-  }
-  Json::Value& lines = outcome.reply["gpio"];
-  for (const auto& [name, line] : gpio_) {
-    if (!body.empty() && !body.isMember(name)) continue;
-    lines[name]["output"] = line.output;
-    lines[name]["value"] = line.value;
-  }
-  return {};
-}
-
-Refusal Board::setIdentify(const Json::Value& body, Outcome& outcome) {
-  for (const std::string& name : body.getMemberNames()) {
-    if (name != "identify-enable") return unknownKey(name, body[name]);
-  }
-  const Json::Value& on = body["identify-enable"];
-  if (Refusal why = judgeFlag("identify-enable", on)) return why;
-  stored_.identifyEnable = on.asBool();
-  publishStored(outcome);
-  return {};
+  return {SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, serialized(state_.dynamic)};
 }
 
 // --- time
@@ -433,14 +264,14 @@ std::vector<Notification> Board::moveOn() {
   const auto between = [this](int least, int most) { return std::uniform_int_distribution<int>(least, most)(chance_); };
 
   constexpr int kSwing = 8;  // degrees around the resting temperature
-  int& degrees = dynamic_.temperature.fpga;
-  degrees = std::clamp(degrees + between(-1, 1), restingDegrees_ - kSwing, restingDegrees_ + kSwing);
+  int& degrees = state_.dynamic.temperature.fpga;
+  degrees = std::clamp(degrees + between(-1, 1), state_.restingDegrees - kSwing, state_.restingDegrees + kSwing);
   // The fan follows the temperature.
   constexpr int kSpeedADegree = 60;
   constexpr int kCoolDegrees = -6;
-  dynamic_.fanSpeed.main = (degrees - kCoolDegrees) * kSpeedADegree + between(-20, 20);
+  state_.dynamic.fanSpeed.main = (degrees - kCoolDegrees) * kSpeedADegree + between(-20, 20);
 
-  for (EthBasicInfo& interface : dynamic_.ethBasics) {
+  for (EthBasicInfo& interface : state_.dynamic.ethBasics) {
     if (!interface.sfp.present) continue;
     interface.sfp.temperature = 38.5F + 0.25F * static_cast<float>(between(-8, 8));
     interface.sfp.rxPower = -3.25F + 0.01F * static_cast<float>(between(-30, 30));
@@ -451,109 +282,18 @@ std::vector<Notification> Board::moveOn() {
 
 // --- state documents
 
-Json::Value Board::keptState() const {
-  Json::Value document(Json::objectValue);
-  document["stored"] = serialized(stored_);
-  if (stored_.ethIPv4Cfg.empty()) document["stored"]["ethipv4"] = Json::Value(Json::arrayValue);
-  document["white-list"] = Json::Value(Json::arrayValue);
-  whitelist_.SerializeVariable(document["white-list"]);
-  return document;
-}
-
 Refusal Board::applyState(const Json::Value& document) {
-  Board changed = *this;
-  if (Refusal why = changed.apply(document)) return why;
-  *this = std::move(changed);
-  return {};
+  return commit([&document](State& next) { return applyAnswerable(document, next); });
 }
 
 Refusal Board::restore(const Json::Value& document) {
-  Board changed = *this;
-  const std::string serialNumber = stored_.serialNumber;
-  changed.stored_ = factoryParameters(model_);
-  changed.stored_.serialNumber = serialNumber;
-  changed.whitelist_ = factoryWhitelist();
-  if (Refusal why = changed.apply(document)) return why;
-  *this = std::move(changed);
-  return {};
-}
-
-Refusal Board::apply(const Json::Value& document) {
-  struct Piece {
-    const char* name;
-    Refusal (Board::*take)(const Json::Value& given);
-  };
-  static const Piece kPieces[] = {
-      {"board-model", &Board::applyBoardModel},  // first: it decides on the defaults of the rest
-      {"stored", &Board::applyStored},
-      {"dynamic", &Board::applyDynamic},
-      {"systemInfo", &Board::applySystemInfo},
-      {"network-stack-status", &Board::applyNetworkStackStatus},
-      {"gpio", &Board::applyGpio},
-      {"module-state", &Board::applyModuleStates},
-      {"white-list", &Board::applyVariableWhitelist},
-  };
-  if (!document.isObject()) return wrongType("state", document, "an object");
-  for (const std::string& name : document.getMemberNames()) {
-    const auto isIt = [&name](const Piece& piece) { return name == piece.name; };
-    if (std::none_of(std::begin(kPieces), std::end(kPieces), isIt)) return unknownKey(name, document[name]);
-  }
-  for (const Piece& piece : kPieces) {
-    if (!document.isMember(piece.name)) continue;
-    if (Refusal why = (this->*piece.take)(document[piece.name])) return why;
-  }
-  return {};
-}
-
-Refusal Board::applyStored(const Json::Value& given) { return applyDocument(given, stored_); }
-
-Refusal Board::applySystemInfo(const Json::Value& given) {
-  if (!given.isObject()) return wrongType("systemInfo", given, "an object");
-  systemInfo_.fields = given;
-  return {};
-}
-
-Refusal Board::applyNetworkStackStatus(const Json::Value& given) {
-  if (!given.isObject()) return wrongType("network-stack-status", given, "an object");
-  networkStackStatus_.fields = given;
-  return {};
-}
-
-Refusal Board::applyBoardModel(const Json::Value& given) {
-  Json::Value reference = serialized(model_);
-  if (Refusal why = comparable("board-model", given, reference)) return why;
-  if (given.isMember("model")) {
-    const auto model = modelFromText(given["model"].asString());
-    if (!model) {
-      return {refusal::kOutOfRange, "\"board-model/model\" is " + shown(given["model"]) + ", which is no model."};
-    }
-    becomeModel(*model);
-  }
-  if (given.isMember("module")) {
-    Json::Value module = given;
-    model_.bitstream.Deserialize(module);
-    model_.initializeSupportedVideoFormatList();
-  }
-  return {};
-}
-
-Refusal Board::applyDynamic(const Json::Value& given) {
-  static const Json::Value kFull = fullDynamicDocument();
-  if (Refusal why = comparable("dynamic", given, kFull)) return why;
-  Json::Value document = serialized(dynamic_);
-  for (auto member = given.begin(); member != given.end(); ++member) document[member.name()] = *member;
-  dynamic_.Deserialize(document);
-  restingDegrees_ = dynamic_.temperature.fpga;
-  return {};
-}
-
-Refusal Board::applyVariableWhitelist(const Json::Value& given) {
-  WhiteListDb db = factoryWhitelist();
-  if (Refusal why = forEachEntry(given, [&db](const WhiteListEntry& entry) { return addEntry(db, entry); })) {
-    return why;
-  }
-  whitelist_ = std::move(db);
-  return {};
+  return commit([&document](State& next) {
+    std::string serialNumber = std::move(next.stored.serialNumber);
+    next.stored = factoryParameters(next.model);
+    next.stored.serialNumber = std::move(serialNumber);
+    next.whitelist = factoryWhitelist();
+    return applyDocument(document, next);
+  });
 }
 
 }  // namespace zel::sim

@@ -3,14 +3,13 @@
 #include <json/value.h>
 
 #include <functional>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "simulator/refusal.h"
+#include "simulator/state_document.h"
 #include "subscriber/sysmgr_subscriber.h"
-#include "types/sysmgr_types.h"
 
 namespace zel::sim {
 
@@ -39,93 +38,48 @@ Json::Value refusalReply(const Refusal& why);
 /// Threads: one caller at a time.
 class Board {
  public:
+  /// Stores the state that a change leads to, before the change is made. What it refuses is not made. It may add a
+  /// remark to the answer.
+  using Keep = std::function<Refusal(const Json::Value& keptState, Json::Value& reply)>;
+
   Board() : Board(BoardModelType::ORVEN_AES67) {}
-  explicit Board(BoardModelType::board_models_t model);
+  explicit Board(BoardModelType::board_models_t model) : state_(model) {}
 
   /// Serves a request.
   /// @param body  null when it has none
-  Outcome handle(unsigned int id, const Json::Value& body);
+  /// @param keep  called when the request changes `keptState`; empty: nothing stores it
+  Outcome handle(unsigned int id, const Json::Value& body, const Keep& keep = {});
+
+  /// Makes a change that no client asks for: takes over a state document, or a piece of one, as `applyState` does, and
+  /// publishes what it is about and what changes with it.
+  Outcome alter(const Json::Value& document, const Keep& keep = {});
 
   /// Lets time pass: temperature, fan and interfaces move a little.
   /// @return what the board publishes
   std::vector<Notification> moveOn();
   Notification dynamicNotification() const;
 
-  /// Takes over a state document, or a piece of one: an object of "board-model", "stored", "dynamic", "systemInfo",
-  /// "network-stack-status", "gpio", "module-state", "white-list". What is missing stays. All of it or nothing.
+  /// Takes over a state document, or a piece of one, see `applyDocument`. All of it or nothing.
   Refusal applyState(const Json::Value& document);
 
   /// What outlives a restart, as a state document: the stored parameters and the whitelist.
-  Json::Value keptState() const;
+  Json::Value keptState() const { return keptDocument(state_); }
   /// Takes over a kept state in place of the present one. All of it or nothing.
   Refusal restore(const Json::Value& document);
 
-  const BoardModel& model() const { return model_; }
+  const BoardModel& model() const { return state_.model; }
 
  private:
-  struct Query;
-  struct Command;
-  struct GpioLine {
-    bool output = false;
-    bool value = false;
-  };
-  struct ModuleState {
-    bool error = false;
-    bool warn = false;
-  };
-  using GpioLines = std::map<std::string, GpioLine>;
-  using ModuleStates = std::map<std::string, ModuleState>;
-
-  Refusal run(unsigned int id, const Json::Value& body, Outcome& outcome);
-
-  Json::Value storedDocument() const;
-  Json::Value dynamicDocument() const;
-  Json::Value modelDocument() const;
-  Json::Value networkStackDocument() const;
-  Json::Value systemInfoDocument() const;
+  Refusal run(unsigned int id, const Json::Value& body, const Keep& keep, Outcome& outcome);
   Json::Value debugDocument() const;
-  Json::Value whitelistDocument() const;
 
-  Refusal setParameter(const Json::Value& body, Outcome& outcome);
-  Refusal factoryReset(const Json::Value& body, Outcome& outcome);
-  Refusal setModuleState(const Json::Value& body, Outcome& outcome);
-  Refusal reboot(const Json::Value& body, Outcome& outcome);
-  Refusal addToWhitelist(const Json::Value& body, Outcome& outcome);
-  Refusal removeFromWhitelist(const Json::Value& body, Outcome& outcome);
-  Refusal enableOnWhitelist(const Json::Value& body, Outcome& outcome);
-  Refusal setGpio(const Json::Value& body, Outcome& outcome);
-  Refusal getGpio(const Json::Value& body, Outcome& outcome);
-  Refusal setIdentify(const Json::Value& body, Outcome& outcome);
+  /// Makes a change of the state, or leaves the state as it is when the change is refused.
+  template <class Change>
+  Refusal commit(Change change);
 
-  using WhitelistChange = std::function<Refusal(WhiteListDb& db, const WhiteListEntry& entry)>;
-  Refusal changeWhitelist(const Json::Value& body, Outcome& outcome, const WhitelistChange& change);
-
-  void publishStored(Outcome& outcome) const;
-  void publishWhitelist(Outcome& outcome) const;
-
-  Refusal apply(const Json::Value& document);
-  Refusal applyBoardModel(const Json::Value& given);
-  Refusal applyStored(const Json::Value& given);
-  Refusal applyDynamic(const Json::Value& given);
-  Refusal applySystemInfo(const Json::Value& given);
-  Refusal applyNetworkStackStatus(const Json::Value& given);
-  Refusal applyGpio(const Json::Value& given);
-  Refusal applyModuleStates(const Json::Value& given);
-  Refusal applyVariableWhitelist(const Json::Value& given);
-  void becomeModel(BoardModelType::board_models_t model);
-  void showModuleStates();
-
-  BoardModel model_;
-  SysParameters stored_;
-  SysParametersDynamic dynamic_;
-  SystemBasicInfo systemInfo_;
-  NetworkStackStatus networkStackStatus_;
-  WhiteListDb whitelist_;
-  GpioLines gpio_;
-  ModuleStates modules_;
+  State state_;
   Json::UInt64 accepted_ = 0;
   Json::UInt64 refused_ = 0;
-  int restingDegrees_ = 0;  ///< around which the temperature moves
   std::minstd_rand chance_;
 };
 

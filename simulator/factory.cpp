@@ -4,11 +4,13 @@
 #include <cstdio>
 
 #include "common/ip_address.h"
+#include "types/shared/board_models.h"
 
 namespace zel::sim {
 
 namespace {
 
+// The chips of each model. What the API itself knows of a model is in the table of types/shared/board_models.h.
 struct ModelFacts {
   BoardModelType::board_models_t model;
   BitstreamType::bitstream_t bitstream;
@@ -17,7 +19,7 @@ struct ModelFacts {
   int fanSpeed;
 };
 
-constexpr ModelFacts kModels[] = {
+constexpr ModelFacts kModelFacts[] = {
     {BoardModelType::ORVEN_AES67, BitstreamType::BITSTREAM_NONE, "ZEL-A1", 47, 3200},
     {BoardModelType::TRISK_AES67, BitstreamType::BITSTREAM_NONE, "ZEL-A1", 46, 3150},
     {BoardModelType::ORVEN_AVB, BitstreamType::BITSTREAM_NONE, "ZEL-A2", 45, 3100},
@@ -35,7 +37,7 @@ constexpr ModelFacts kModels[] = {
 };
 
 const ModelFacts& factsOf(BoardModelType::board_models_t model) {
-  for (const ModelFacts& facts : kModels) {
+  for (const ModelFacts& facts : kModelFacts) {
     if (facts.model == model) return facts;
   }
   return factsOf(BoardModelType::BOARD_MODEL_UNDEFINED);
@@ -91,7 +93,8 @@ std::optional<BoardModelType::board_models_t> modelFromText(const std::string& t
 
 std::vector<std::string> modelTexts() {
   std::vector<std::string> texts;
-  for (const ModelFacts& facts : kModels) texts.emplace_back(BoardModelType::toText(facts.model));
+  for (const models::Row& row : models::kTable) texts.emplace_back(row.text);
+  texts.emplace_back(BoardModelType::toText(BoardModelType::BOARD_MODEL_UNDEFINED));
   return texts;
 }
 

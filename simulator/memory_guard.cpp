@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <utility>
+
+#include "simulator/connections.h"
 
 namespace zel::sim {
 
@@ -18,7 +18,7 @@ namespace {
 constexpr std::chrono::milliseconds kCalmInterval{50};
 constexpr std::chrono::milliseconds kBusyInterval{5};  // clients can send 1 MiB in a millisecond
 constexpr std::chrono::seconds kTellInterval{1};
-constexpr std::uint64_t kMostSubscriptionsALook = 4096;
+constexpr std::uint64_t kMostSubscriptionsALook = 512;
 constexpr std::uint64_t kNeverTooMuch = 512;  // handshake and subscriptions of a client, or a usual request
 
 std::size_t bytesInUse() {
@@ -32,14 +32,6 @@ tcp_info factsOf(int descriptor) {
   socklen_t size = sizeof facts;
   getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &facts, &size);
   return facts;
-}
-
-/// The local port of a descriptor; 0 when it is not a socket.
-std::uint16_t localPort(int descriptor) {
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  const bool known = getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-  return known && address.sin_family == AF_INET ? ntohs(address.sin_port) : 0;
 }
 
 }  // namespace
@@ -92,12 +84,7 @@ void MemoryGuard::watch() {
 /// Learns what has come over each connection.
 void MemoryGuard::look() {
   std::map<int, Connection> now;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
-       entry.increment(error)) {
-    const int descriptor = std::atoi(entry->path().filename().c_str());
-    const std::uint16_t port = localPort(descriptor);
-    if (port != options_.requestPort && port != options_.publishPort) continue;
+  for (const auto& [descriptor, endpoint] : acceptedConnections({options_.requestEndpoint, options_.publishEndpoint})) {
     const tcp_info facts = factsOf(descriptor);
     Connection connection = connections_[descriptor];
     // Fewer bytes than before: the descriptor was another connection's then.
@@ -105,7 +92,7 @@ void MemoryGuard::look() {
     connection.news = facts.tcpi_bytes_received - connection.received;
     connection.received = facts.tcpi_bytes_received;
     connection.unfetched = facts.tcpi_notsent_bytes;
-    connection.subscribes = port == options_.publishPort;
+    connection.subscribes = endpoint == options_.publishEndpoint;
     now[descriptor] = connection;
   }
   connections_ = std::move(now);
@@ -116,7 +103,7 @@ void MemoryGuard::look() {
 unsigned int MemoryGuard::endFastSubscribers() {
   unsigned int count = 0;
   for (const auto& [descriptor, connection] : connections_) {
-    if (connection.subscribes && connection.news > kMostSubscriptionsALook) count += end(descriptor);
+    if (connection.subscribes && connection.news > kMostSubscriptionsALook) count += endConnection(descriptor) ? 1 : 0;
   }
   return count;
 }
@@ -128,11 +115,9 @@ unsigned int MemoryGuard::endThoseThatHoldMost() {
   unsigned int count = 0;
   for (const auto& [descriptor, connection] : connections_) {
     const std::uint64_t held = connection.held();
-    if (held > kNeverTooMuch && held * connections_.size() >= sum) count += end(descriptor);
+    if (held > kNeverTooMuch && held * connections_.size() >= sum) count += endConnection(descriptor) ? 1 : 0;
   }
   return count;
 }
-
-unsigned int MemoryGuard::end(int descriptor) { return shutdown(descriptor, SHUT_RDWR) == 0 ? 1 : 0; }
 
 }  // namespace zel::sim

@@ -19,8 +19,8 @@ namespace zel::sim {
 class MemoryGuard {
  public:
   struct Options {
-    std::uint16_t requestPort = 0;
-    std::uint16_t publishPort = 0;
+    std::string requestEndpoint;
+    std::string publishEndpoint;
     std::size_t mostGrowth = 0;  ///< how many bytes of its heap the process may have in use more than now
     std::function<void(const std::string&)>
         tell;  ///< receives, from the guard's thread, a message at most once a second
@@ -48,7 +48,6 @@ class MemoryGuard {
   void look();
   unsigned int endFastSubscribers();
   unsigned int endThoseThatHoldMost();
-  static unsigned int end(int descriptor);
 
   const Options options_;
   const std::size_t calmInUse_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "common/status.h"
 
@@ -25,6 +26,8 @@ constexpr int kTooMany = -10;
 constexpr int kBusy = -11;
 /// The change cannot be written to the store, so it was not made.
 constexpr int kNotStored = -12;
+/// The board is a recording, which does not hold the answer and cannot be changed.
+constexpr int kRecording = -13;
 constexpr int kInterfaceNotFound = status::kInterfaceNotFound;
 /// An address is no address, or an interface configuration may not be applied: "aux-errors" has the reason.
 constexpr int kInvalidAddress = status::kInvalidAddress;
@@ -38,6 +41,7 @@ constexpr int kStoredButNotSynced = 1;
 struct Refusal {
   int status = 0;
   std::string text;
+  std::vector<std::string> reasons = {};  ///< what the checks reported, for "aux-errors"
 
   explicit operator bool() const { return status < 0; }
 };

@@ -10,9 +10,14 @@
 #include <iterator>
 #include <utility>
 
+#include "client/endpoints.h"
 #include "client/sysmgr_jsonApi.h"
+#include "common/envelope.h"
 #include "common/shared/socket_parts.h"
-#include "simulator/field.h"
+#include "simulator/connections.h"
+#include "simulator/current.h"
+#include "simulator/judge.h"
+#include "simulator/replay.h"
 
 namespace zel::sim {
 
@@ -22,9 +27,6 @@ namespace {
 // and answers that it does not fetch are dropped.
 constexpr int kQueuedRequests = 1;
 constexpr int kQueuedAnswers = 32;  // with very few, answers are lost: libzmq learns late that those before have left
-constexpr int kQueuedNotifications = 1000;
-constexpr int kQueuedSubscriptions = 64;               // of a client, until the board publishes
-constexpr std::int64_t kMostSubscriptionBytes = 1024;  // and those of a handshake
 constexpr int kWaitingConnections = 512;
 
 constexpr int kShutdownMs = 200;  // for the answers that are on their way
@@ -32,7 +34,12 @@ constexpr int kFlushMs = 5000;    // for those that have to arrive
 constexpr std::size_t kMostFrames = 16;
 constexpr std::size_t kMostWaitingRequests = 64;
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
-constexpr std::chrono::milliseconds kTurn{10};  // then come new requests, timers and the end of the program
+constexpr std::size_t kMostRemembered = 1000;
+constexpr std::size_t kMostRememberedBody = std::size_t{64} << 10U;
+constexpr std::size_t kMostRememberedBytes = std::size_t{1} << 20U;
+constexpr std::chrono::seconds kPortsAreFreeWithin{5};
+constexpr std::chrono::milliseconds kRepeatAfter{10};  // a client subscribes to several topics one after the other
+constexpr std::chrono::milliseconds kTurn{10};         // then come new requests, timers and the end of the program
 
 std::string cannotListen(const std::string& endpoint, const zmq::error_t& error) {
   std::string text = "cannot listen on " + endpoint + ": " + error.what();
@@ -40,8 +47,13 @@ std::string cannotListen(const std::string& endpoint, const zmq::error_t& error)
   return text;
 }
 
-std::uint16_t portOf(const std::string& endpoint) {
-  return static_cast<std::uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
+/// The path of the file of an ipc:// endpoint; nothing for others, and for those that have no file or a new one.
+std::optional<std::string> pathOf(const std::string& endpoint) {
+  constexpr std::string_view kIpc = "ipc://";
+  if (endpoint.compare(0, kIpc.size(), kIpc) != 0) return std::nullopt;
+  std::string path = endpoint.substr(kIpc.size());
+  if (path.empty() || path.front() == '@' || path == "*") return std::nullopt;
+  return path;
 }
 
 bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
@@ -54,15 +66,14 @@ bool sendFrame(zmq::socket_t& socket, const std::string& frame, bool more) {
 Simulator::Simulator(SimulatorOptions options)
     : options_(std::move(options)), wakeUp_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (!options_.storeFile.empty()) store_.emplace(options_.storeFile);
+  if (options_.requests.empty()) options_.requests = zel::requestEndpoint();
+  if (options_.notifications.empty()) options_.notifications = zel::notificationEndpoint();
 }
 
 Simulator::~Simulator() {
+  publisher_.reset();  // its thread may post
   if (wakeUp_ >= 0) close(wakeUp_);
 }
-
-std::string Simulator::requestEndpoint() { return SysMgrJsonClient().getIpcConnectAddress(); }
-
-std::string Simulator::publishEndpoint() { return SysmgrPublisher::kEndpoint; }
 
 std::string Simulator::open() {
   if (wakeUp_ < 0) return "no event descriptor can be made";
@@ -70,8 +81,7 @@ std::string Simulator::open() {
   // The ports first: who cannot listen must leave the store of the one that does alone.
   if (std::string why = listen(); !why.empty()) return why;
   if (options_.mostGrowth > 0) {
-    guard_.emplace(
-        MemoryGuard::Options{portOf(requestEndpoint()), portOf(publishEndpoint()), options_.mostGrowth, options_.tell});
+    guard_.emplace(MemoryGuard::Options{options_.requests, options_.notifications, options_.mostGrowth, options_.tell});
   }
   return openStore();
 }
@@ -99,7 +109,26 @@ std::string Simulator::openStore() {
   return why;
 }
 
+/// Sees that libzmq, which removes any file at the path of an ipc:// endpoint, removes only a socket that is left over.
+std::string Simulator::makeRoom() const {
+  for (const std::string& endpoint : {options_.notifications, options_.requests}) {
+    const auto path = pathOf(endpoint);
+    if (!path) continue;
+    if (std::string why = makeRoomForSocket(*path); !why.empty()) return "cannot listen on " + endpoint + ": " + why;
+  }
+  return {};
+}
+
 std::string Simulator::listen() {
+  if (std::string why = makeRoom(); !why.empty()) return why;
+  if (std::string why = tryToListen(); !why.empty()) return why;
+  for (const std::string& endpoint : {options_.notifications, options_.requests}) {
+    if (const auto path = pathOf(endpoint)) files_.emplace_back(*path);
+  }
+  return {};
+}
+
+std::string Simulator::tryToListen() {
   requests_ = zmq::socket_t(context_, zmq::socket_type::router);
   requests_.set(zmq::sockopt::linger, kShutdownMs);
   requests_.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(kMaxFrameBytes));
@@ -107,22 +136,21 @@ std::string Simulator::listen() {
   requests_.set(zmq::sockopt::sndhwm, kQueuedAnswers);
   requests_.set(zmq::sockopt::backlog, kWaitingConnections);
 
-  publisher_ = zmq::socket_t(context_, zmq::socket_type::pub);
-  publisher_.set(zmq::sockopt::linger, kShutdownMs);
-  publisher_.set(zmq::sockopt::maxmsgsize, kMostSubscriptionBytes);
-  publisher_.set(zmq::sockopt::rcvhwm, kQueuedSubscriptions);
-  publisher_.set(zmq::sockopt::rcvbuf, static_cast<int>(kMostSubscriptionBytes));
-  publisher_.set(zmq::sockopt::sndhwm, kQueuedNotifications);
-  publisher_.set(zmq::sockopt::backlog, kWaitingConnections);
-
   // The publisher first: who is answered can subscribe.
-  for (const auto& [socket, endpoint] :
-       {std::pair(&publisher_, publishEndpoint()), std::pair(&requests_, requestEndpoint())}) {
-    try {
-      socket->bind(endpoint);
-    } catch (const zmq::error_t& error) {
-      return cannotListen(endpoint, error);
-    }
+  std::string endpoint = options_.notifications;
+  try {
+    Publisher::OnSubscription onSubscription;
+    if (options_.repeatOnSubscribe) onSubscription = [this](const std::string& prefix) { noteSubscription(prefix); };
+    publisher_.emplace(context_, onSubscription);
+    publisher_->bind(endpoint);
+    options_.notifications = publisher_->endpoint();
+    endpoint = options_.requests;
+    requests_.bind(endpoint);
+    options_.requests = requests_.get(zmq::sockopt::last_endpoint);
+  } catch (const zmq::error_t& error) {
+    publisher_.reset();
+    requests_.close();
+    return cannotListen(endpoint, error);
   }
   return {};
 }
@@ -145,17 +173,25 @@ void Simulator::wakeUp() const noexcept {
 void Simulator::misbehave(const FaultRule& rule) { faults_.add(rule); }
 
 void Simulator::run() {
+  serveUntilStopped();
+  const std::lock_guard<std::mutex> lock(postMutex_);
+  ended_ = true;
+  posted_.clear();
+}
+
+void Simulator::serveUntilStopped() {
   if (options_.liveInterval.count() > 0) at(Clock::now() + options_.liveInterval, [this] { moveOn(); });
   for (;;) {
-    zmq_pollitem_t items[] = {{requests_.handle(), 0, ZMQ_POLLIN, 0}, {nullptr, wakeUp_, ZMQ_POLLIN, 0}};
-    const int ready = zmq_poll(items, 2, waiting_.empty() ? untilNextTimer() : 0);
+    const bool receives = serving_ && publisher_;
+    zmq_pollitem_t items[] = {{nullptr, wakeUp_, ZMQ_POLLIN, 0}, {requests_.handle(), 0, ZMQ_POLLIN, 0}};
+    const int ready = zmq_poll(items, receives ? 2 : 1, serving_ && !waiting_.empty() ? 0 : untilNextTimer());
     if (ready < 0) {
       if (zmq_errno() == EINTR) continue;
       return;
     }
-    if (items[1].revents != 0 && !goesOn()) return;
-    if (items[0].revents != 0) receiveAll();
-    serveWaiting();
+    if (items[0].revents != 0 && !goesOn()) return;
+    if (receives && publisher_ && items[1].revents != 0) receiveAll();
+    if (serving_) serveWaiting();
     runTimers();
   }
 }
@@ -168,7 +204,77 @@ bool Simulator::goesOn() {
   if (reloading_.exchange(false)) {
     if (const std::string why = readFaultFile({}); !why.empty()) tell(why);
   }
+  runPosted();
   return true;
+}
+
+void Simulator::post(std::function<void()> action) {
+  const std::lock_guard<std::mutex> lock(postMutex_);
+  if (ended_) return;
+  posted_.push_back(std::move(action));
+  wakeUp();
+}
+
+void Simulator::runPosted() {
+  std::vector<std::function<void()>> actions;
+  {
+    const std::lock_guard<std::mutex> lock(postMutex_);
+    actions.swap(posted_);
+  }
+  for (const std::function<void()>& action : actions) action();
+}
+
+// --- for actions
+
+Outcome Simulator::alter(const Alteration& make) {
+  Outcome outcome;
+  if (options_.replay != nullptr) {
+    outcome.reply = refusalReply({refusal::kRecording, "This board is a recording, which cannot be changed."});
+    return outcome;
+  }
+  outcome = make(options_.board, keep());
+  for (const Notification& notification : outcome.notifications) publish(notification);
+  return outcome;
+}
+
+void Simulator::setServing(bool serving) {
+  serving_ = serving;
+  if (!serving_) return;
+  for (const std::function<void()>& send : std::exchange(heldAnswers_, {})) send();
+}
+
+void Simulator::leave() {
+  publisher_.reset();
+  requests_.close();
+  files_.clear();
+  waiting_.clear();
+  waitingBytes_ = 0;
+  heldAnswers_.clear();
+}
+
+std::string Simulator::comeBack() {
+  if (publisher_) return {};
+  ++stay_;
+  // libzmq gives the ports up in a thread of its own, a moment after the sockets are closed.
+  const auto end = Clock::now() + kPortsAreFreeWithin;
+  for (;;) {
+    std::string why = listen();
+    if (why.empty() || Clock::now() > end) return why;
+    std::this_thread::sleep_for(kTurn);
+  }
+}
+
+unsigned int Simulator::dropConnections() {
+  unsigned int count = 0;
+  for (const AcceptedConnection& connection : acceptedConnections({options_.requests, options_.notifications})) {
+    count += endConnection(connection.descriptor) ? 1 : 0;
+  }
+  return count;
+}
+
+void Simulator::forgetRequests() {
+  served_.clear();
+  servedBytes_ = 0;
 }
 
 /// Has the orders of the file, behind the given ones, replace those that there are.
@@ -261,6 +367,7 @@ void Simulator::take(std::vector<std::string> frames) {
   if (delimiter == frames.end()) return;  // no envelope: nobody could take an answer
 
   Request request;
+  request.stay = stay_;
   request.envelope.assign(frames.begin(), delimiter + 1);
   const auto content = frames.end() - (delimiter + 1);
   if (content != 2) {
@@ -291,12 +398,15 @@ void Simulator::serve(const Request& request) {
 }
 
 void Simulator::carryOut(const Request& request, const Exchange& exchange) {
+  if (!publisher_ || request.stay != stay_) return;  // the daemon that took it has ended
   if (exchange.crash == Exchange::Crash::kBeforeActing) crash(false);
 
   Outcome outcome;
   if (exchange.acts) outcome = act(request);
   for (const Notification& notification : outcome.notifications) publish(notification);
-  for (unsigned int sent = 0; sent < exchange.burst; ++sent) publish(options_.board.dynamicNotification());
+  for (unsigned int sent = 0; sent < exchange.burst; ++sent) {
+    if (const auto dynamic = current(SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE)) publish(*dynamic);
+  }
   if (exchange.crash == Exchange::Crash::kBeforeAnswering) crash(true);
 
   if (exchange.editReply) exchange.editReply(outcome.reply);
@@ -304,6 +414,7 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
   if (const std::string why = writeWireJson(outcome.reply, text); !why.empty()) {
     writeWireJson(refusalReply({refusal::kMalformedRequest, "The answer cannot be written: " + why + "."}), text);
   }
+  const Json::Value status = outcome.reply.isObject() ? outcome.reply.get("status", 0) : Json::Value(0);
   if (exchange.editText) exchange.editText(text);
   trace(request, exchange, text);
 
@@ -319,6 +430,7 @@ void Simulator::carryOut(const Request& request, const Exchange& exchange) {
     // gone.
     at(Clock::now() + exchange.crashAfter, [this] { crash(true); });
   }
+  remember(request, exchange, status.isInt() ? status.asInt() : 0);
 }
 
 Outcome Simulator::act(const Request& request) {
@@ -331,32 +443,29 @@ Outcome Simulator::act(const Request& request) {
       return outcome;
     }
   }
-  return change(request.id, body);
+  if (options_.replay != nullptr) return options_.replay->handle(request.id, body);
+  return options_.board.handle(request.id, body, keep());
 }
 
 /// A change is made if, and only if, the store holds it.
-Outcome Simulator::change(unsigned int id, const Json::Value& body) {
-  if (!store_) return options_.board.handle(id, body);
-
-  Board next = options_.board;
-  Outcome outcome = next.handle(id, body);
-  if (outcome.keptStateChanged) {
+Board::Keep Simulator::keep() {
+  if (!store_) return {};
+  return [this](const Json::Value& keptState, Json::Value& reply) -> Refusal {
     std::string warning;
-    if (const std::string why = store_->save(next.keptState(), warning); !why.empty()) {
-      outcome = {};
-      outcome.reply = refusalReply({refusal::kNotStored, "The change cannot be stored: " + why + "."});
-      return outcome;
+    if (const std::string why = store_->save(keptState, warning); !why.empty()) {
+      return {refusal::kNotStored, "The change cannot be stored: " + why + "."};
     }
     if (!warning.empty()) {
-      outcome.reply["status"] = kStoredButNotSynced;
-      outcome.reply["aux-errors"].append("The change is stored, but a power failure may undo it: " + warning + ".");
+      reply[envelope::kStatus] = kStoredButNotSynced;
+      reply[envelope::kAuxErrors].append("The change is stored, but a power failure may undo it: " + warning + ".");
     }
-  }
-  options_.board = std::move(next);
-  return outcome;
+    return {};
+  };
 }
 
 void Simulator::answer(const Request& request, const std::string& text) {
+  if (!publisher_ || request.stay != stay_) return;
+  if (!serving_) return heldAnswers_.push_back([this, request, text] { answer(request, text); });
   for (const std::string& frame : request.envelope) {
     if (!sendFrame(requests_, frame, true)) return;  // the client is gone
   }
@@ -368,15 +477,52 @@ void Simulator::refuse(const Request& request, const Refusal& why) {
   writeWireJson(refusalReply(why), text);
   trace(request, Exchange(), text);
   answer(request, text);
+  remember(request, Exchange(), why.status);
+}
+
+void Simulator::remember(const Request& request, const Exchange& exchange, int status) {
+  const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+  served_.push_back(
+      {++servedCount_, now, request.id, request.body.substr(0, kMostRememberedBody), status, exchange.fault});
+  servedBytes_ += served_.back().body.size();
+  while (served_.size() > kMostRemembered || servedBytes_ > kMostRememberedBytes) {
+    servedBytes_ -= served_.front().body.size();
+    served_.pop_front();
+  }
+  for (const auto& observer : observers_) observer(request.id);
 }
 
 void Simulator::publish(const Notification& notification) {
   std::string payload;
   if (!notification.payload.isNull() && !writeWireJson(notification.payload, payload).empty()) return;
-  // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
-  // the request that is served now gets its notification.
-  eventsOf(publisher_.handle());
-  if (sendFrame(publisher_, std::to_string(notification.topic), true)) sendFrame(publisher_, payload, false);
+  publishFrames({std::to_string(notification.topic), payload});
+}
+
+std::optional<Notification> Simulator::current(SysmgrPublisher::sysmgr_notifications_t topic) const {
+  return options_.replay != nullptr ? options_.replay->current(topic) : currentNotification(options_.board, topic);
+}
+
+/// Called in the publisher's thread.
+void Simulator::noteSubscription(const std::string& prefix) {
+  unsigned int topics = 0;
+  for (std::size_t index = 0; index < std::size(SysmgrPublisher::kNotifications); ++index) {
+    const std::string topic = SysmgrPublisher::topicOf(SysmgrPublisher::kNotifications[index]);
+    if (topic.compare(0, prefix.size(), prefix) == 0) topics |= 1U << index;
+  }
+  // However many clients subscribe meanwhile, a document is published once.
+  if ((subscribedTopics_.fetch_or(topics) & topics) == topics) return;
+  post([this] { at(Clock::now() + kRepeatAfter, [this] { repeat(subscribedTopics_.exchange(0)); }); });
+}
+
+void Simulator::repeat(unsigned int topics) {
+  for (std::size_t index = 0; index < std::size(SysmgrPublisher::kNotifications); ++index) {
+    if ((topics & (1U << index)) == 0) continue;
+    if (const auto notification = current(SysmgrPublisher::kNotifications[index])) publish(*notification);
+  }
+}
+
+void Simulator::publishFrames(const std::vector<std::string>& frames) {
+  if (publisher_) publisher_->publish(frames);
 }
 
 void Simulator::tell(const std::string& text) const {
@@ -397,10 +543,9 @@ void Simulator::trace(const Request& request, const Exchange& exchange, const st
 /// @param flush  whether what was sent leaves first
 void Simulator::crash(bool flush) {
   if (flush) {
-    for (zmq::socket_t* const socket : {&requests_, &publisher_}) {
-      socket->set(zmq::sockopt::linger, kFlushMs);
-      socket->close();
-    }
+    publisher_->end(kFlushMs);
+    requests_.set(zmq::sockopt::linger, kFlushMs);
+    requests_.close();
     context_.close();  // waits for the messages on their way, for as long as they may linger
   }
   std::raise(SIGKILL);
@@ -409,17 +554,17 @@ void Simulator::crash(bool flush) {
 
 // --- in a thread
 
-BackgroundSimulator::BackgroundSimulator(SimulatorOptions options)
+SimulatorThread::SimulatorThread(SimulatorOptions options)
     : simulator_(std::move(options)), failure_(simulator_.open()) {
   if (failure_.empty()) thread_ = std::thread([this] { simulator_.run(); });
 }
 
-BackgroundSimulator::~BackgroundSimulator() {
+SimulatorThread::~SimulatorThread() {
   simulator_.stop();
   if (thread_.joinable()) thread_.join();
 }
 
-std::string BackgroundSimulator::misbehave(const std::string& rule) {
+std::string SimulatorThread::misbehave(const std::string& rule) {
   FaultRule read;
   std::string why = FaultRule::parse(rule, read);
   if (why.empty()) simulator_.misbehave(read);

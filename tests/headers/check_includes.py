@@ -3,7 +3,7 @@
 
   check_includes.py SOURCE-TREE PUBLIC-HEADER...
 
-A room is a folder at the top of the tree. Its public headers are installed; common/shared/ is for every room of this tree;
+A room is a folder at the top of the tree. Its public headers are installed; its shared/ is for every room of this tree;
 the headers in a room's internal/ are for that room and for its tests.
 """
 
@@ -21,7 +21,7 @@ LIBRARIES = {
     "config": {"common", "types", "client", "subscriber"},
     "view": {"common", "types", "client", "subscriber"},
 }
-PROGRAMS = {"simulator", "cli", "examples", "bench", "docs"}  # see public headers and common/shared/
+PROGRAMS = {"simulator", "cli", "examples", "bench", "docs"}  # see public headers and the rooms' shared/
 TESTS = {"tests", "fuzz"}
 # The one header that crosses the line upwards.
 ACROSS = {("common/eth_basic_info.h", "types/sfp_info.h")}
@@ -53,8 +53,8 @@ def fault(source, target, public):
     if "/internal/" in target:
         return "private to its room"
     if room in PROGRAMS:
-        usable = target in public or target.startswith("common/shared/") or other == "tests"
-        return None if usable else "neither public nor in common/shared/"
+        usable = target in public or "/shared/" in target or other == "tests"
+        return None if usable else "neither public nor in a shared/"
     return None if other in LIBRARIES[room] else "against the order of the rooms"
 
 

@@ -7,11 +7,13 @@
 #include "client/sysmgr_jsonApi.h"
 #include "simulator/factory.h"
 #include "tests/simulator/json_text.h"
+#include "types/settings.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using Kind = zel::SettingRow::Kind;
 using zel::sim::Board;
 using zel::sim::Notification;
 using zel::sim::Outcome;
@@ -114,6 +116,69 @@ INSTANTIATE_TEST_SUITE_P(
                     Change{R"({"bitstream-type": {"module": "sdi-tr04"}})", "bitstream/module", R"("SDI-TR04")"},
                     Change{R"({"add-eth-cfg": {"eth": "eth0", "mode": "DHCP"}, "rem-eth-cfg": "eth1"})", "ethipv4",
                            R"([{"eth": "eth0", "mode": "DHCP"}, {"eth": "eth2", "mode": "DHCP"}])"}));
+
+// --- the table of settings
+
+std::string letters(std::int64_t length) { return std::string(static_cast<std::size_t>(length), 'x'); }
+
+/// The first and the last value that the daemon accepts.
+std::vector<Json::Value> acceptedBy(const zel::SettingRow& row) {
+  switch (row.kind) {
+    case Kind::kSwitch: return {true, false};
+    case Kind::kNumber: return {Json::Value(Json::Int64{row.values.least}), Json::Value(Json::Int64{row.values.most})};
+    case Kind::kText: return {letters(row.values.least), letters(row.values.most)};
+    case Kind::kChoice: return {row.choices().front(), row.choices().back()};
+    default: return {Json::Value(Json::objectValue)};
+  }
+}
+
+std::vector<Json::Value> refusedBy(const zel::SettingRow& row) {
+  switch (row.kind) {
+    case Kind::kSwitch: return {0, "true", Json::Value()};
+    case Kind::kNumber: return {Json::Int64{row.values.least - 1}, Json::Int64{row.values.most + 1}, "1", 1.0};
+    case Kind::kText: return {letters(row.values.most + 1), 1, true, Json::Value()};
+    case Kind::kChoice: return {"no such text", 1, Json::Value()};
+    default: return {1, "text", Json::Value(Json::arrayValue), Json::Value()};
+  }
+}
+
+/// The body of a request that sets one value.
+Json::Value requestOf(const zel::SettingRow& row, const Json::Value& value) {
+  Json::Value body;
+  if (row.route != zel::SettingRow::Route::kBlock) {
+    body[row.key] = value;
+  } else {
+    const std::string path = row.path;
+    body[row.key][path.substr(path.find('/') + 1)] = value;
+  }
+  return body;
+}
+
+bool isSetByARequest(const zel::SettingRow& row) {
+  using Route = zel::SettingRow::Route;
+  return row.route == Route::kKey || row.route == Route::kBlock || row.route == Route::kIdentify;
+}
+
+TEST(Board, JudgesEachSettingByItsRow) {
+  int rows = 0;
+  zel::settings::forEach([&rows](const zel::SettingRow& row) {
+    if (!isSetByARequest(row)) return;
+    ++rows;
+    Board board;
+    const unsigned int command = row.route == zel::SettingRow::Route::kIdentify ? 19 : kSet;
+    for (const Json::Value& value : acceptedBy(row)) {
+      EXPECT_EQ(board.handle(command, requestOf(row, value)).reply["status"], 0) << row.path << value;
+      if (value.isObject()) continue;  // a block without members leaves everything as it is
+      EXPECT_EQ(text(at(storedOf(board), row.path)), text(value)) << row.path;
+    }
+    const Json::Value before = storedOf(board);
+    for (const Json::Value& value : refusedBy(row)) {
+      EXPECT_FALSE(board.handle(command, requestOf(row, value)).accepted()) << row.path << value;
+      EXPECT_EQ(storedOf(board), before) << row.path;
+    }
+  });
+  EXPECT_GT(rows, 35);
+}
 
 TEST(Board, AddsAnInterfaceInTheOrderOfTheNames) {
   Board board;
@@ -582,6 +647,16 @@ TEST(Board, NamesWhatIsWrongWithAStateDocumentAndTakesNothing) {
       {R"({"gpio": 1})", "gpio"},
       {R"({"module-state": [1]})", "module-state"},
       {R"({"white-list": [{"ip": "224.0.1.129", "mask": "255.255.255.255"}]})", "224.0.1.129"},
+      {R"({"dynamic": {"eth-basics": [{"name": "eth0", "ip": "10.0.0"}]}})", "10.0.0"},
+      // paths where the names of members belong
+      {R"({"stored": {"rtsp/tcp-port": 5004}})", R"("stored/rtsp/tcp-port" is a path)"},
+      {R"({"stored": {"rtsp/tcp-port": 5004}})", R"({"rtsp":{"tcp-port":5004}})"},
+      {R"({"stored": {"nmos/": {"slot-id": 1}}})", "nmos/"},
+      {R"({"stored": {"vlan": {"/primary-id": 1}}})", R"("vlan//primary-id" is a path)"},
+      {R"({"stored/rtsp/tcp-port": 5004})", R"({"stored":{"rtsp":{"tcp-port":5004}}})"},
+      {R"({"dynamic": {"temperature/fpga": 80}})", R"({"temperature":{"fpga":80}})"},
+      {R"({"gpio": {"gpio1/value": true}})", R"({"gpio1":{"value":true}})"},
+      {R"({"stored": {"ethipv4/remove": "eth1"}})", "ethipv4/remove"},
   };
   for (const auto& [document, word] : kRows) {
     Board board;

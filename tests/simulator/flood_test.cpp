@@ -54,6 +54,17 @@ std::string manyMembers() {
   return body;
 }
 
+std::string subscriptions(unsigned int connection, unsigned int turn) {
+  constexpr unsigned int kCount = 1000;
+  std::string frames;
+  for (unsigned int number = 0; number < kCount; ++number) {
+    const std::size_t hash =
+        std::hash<std::string>()(std::to_string(connection) + "/" + std::to_string(turn * kCount + number));
+    frames += zmtp::frame(0, "\1" + std::string(reinterpret_cast<const char*>(&hash), sizeof hash));
+  }
+  return frames;
+}
+
 struct FloodRow {
   const char* name;
   std::uint16_t port;
@@ -164,6 +175,7 @@ INSTANTIATE_TEST_SUITE_P(
                    for (int count = 0; count < 10000; ++count) bytes += zmtp::frame(zmtp::kMore, "x");
                    return bytes;
                  }},
+        FloodRow{"Subscriptions", kNotifications, subscriptions},
         FloodRow{"EndlessSubscription", kNotifications,
                  [](unsigned int, unsigned int) { return longFrame(zmtp::kMore, "\1" + std::string(1000000, 'x')); }},
         FloodRow{"LongTopics", kNotifications,

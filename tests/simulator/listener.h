@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "client/endpoints.h"
 #include "common/poll_fds.h"
 #include "common/subscribe_json_client.h"
-#include "subscriber/sysmgr_subscriber.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -17,7 +17,7 @@ class Listener {
  public:
   /// Is subscribed when it returns: what is published from here on is received.
   Listener(zmq::context_t& context, const std::vector<std::string>& topics) : client_(context) {
-    EXPECT_EQ(client_.connect(SysmgrPublisher::kEndpoint), 0);
+    EXPECT_EQ(client_.connect(zel::notificationEndpoint()), 0);
     for (const std::string& topic : topics) EXPECT_EQ(client_.subscribe(topic), 0);
     EXPECT_EQ(client_.getPollItems(fds_), 0);
   }

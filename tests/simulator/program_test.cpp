@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "client/endpoints.h"
+#include "client/sysmgr_client.h"
 #include "simulator/fault.h"
 #include "simulator/refusal.h"
 #include "tests/common/test_client.h"
@@ -103,6 +105,46 @@ TEST(SysmgrSim, SaysThatAPortIsTaken) {
   EXPECT_THAT(second.errors, HasSubstr("sysmgr-sim: cannot listen on tcp://127.0.0.1:55"));
   EXPECT_THAT(second.errors, HasSubstr("Address already in use"));
   EXPECT_EQ(contentOf(folder.file("store")), "not JSON");  // it belongs to the one that runs
+}
+
+TEST(SysmgrSim, ListensAtOtherEndpoints) {
+  const TemporaryFolder folder;
+  const std::string requests = "ipc://" + folder.file("requests");
+  const std::string notifications = "ipc://" + folder.file("notifications");
+  ChildProcess board = startBoard({"--requests", requests, "--notifications", notifications});
+  ASSERT_TRUE(board.waitForOutput("requests on " + requests + ", notifications on " + notifications + "\n"));
+  zel::useEndpoints(requests, notifications);
+  zmq::context_t context;
+  SysMgrClient client;
+  ASSERT_EQ(client.init(context), 0);
+  zel::test::Listener listener(context, {"1000"});
+  EXPECT_EQ(client.setRtspTcpPort(5004), 0);
+  EXPECT_TRUE(listener.waitFor([](const std::string& topic, const Json::Value&) { return topic == "1000"; }));
+  board.signal(SIGTERM);
+  EXPECT_EQ(board.wait(), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(SysmgrSim, SaysWhichEndpointItCannotUse) {
+  for (const char* endpoint : {"tcp://nowhere", "carrier-pigeon://x", "ipc:///no/such/folder/socket"}) {
+    const Ended ended = runToItsEnd({"--requests", endpoint});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.errors, HasSubstr(std::string("sysmgr-sim: cannot listen on ") + endpoint + ": "));
+  }
+}
+
+TEST(SysmgrSim, RunsACommandInTheSharedNetwork) {
+  const std::vector<std::string> arguments = {"run", "--shared-network", "--", "sh", "-c", "echo begun; sleep 1000"};
+  ChildProcess first = startBoard(arguments);
+  ASSERT_TRUE(first.waitForOutput("begun\n"));
+  zmq::context_t context;
+  TestClient client(context, kSoon);
+  EXPECT_EQ(client.send(3).code, 0);
+
+  const Ended second = runToItsEnd(arguments);
+  EXPECT_EQ(second.status, 125);
+  EXPECT_THAT(second.output, IsEmpty());
+  EXPECT_THAT(second.errors, HasSubstr("Address already in use"));
 }
 
 TEST(SysmgrSim, StartsFromAStateFile) {

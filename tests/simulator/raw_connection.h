@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 
 #include "tests/support/zmtp.h"
@@ -28,6 +29,14 @@ class RawConnection {
   RawConnection& operator=(const RawConnection&) = delete;
 
   bool connected() const { return connected_; }
+  /// Waits until the board has closed the connection. @return whether it has
+  bool isClosed() const {
+    char bytes[256];
+    for (;;) {
+      const ssize_t got = recv(descriptor_, bytes, sizeof bytes, 0);
+      if (got <= 0) return got == 0 || errno == ECONNRESET;
+    }
+  }
   zmtp::Stream stream() const { return zmtp::Stream(descriptor_); }
 
  private:

@@ -19,8 +19,8 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-using zel::sim::BackgroundSimulator;
 using zel::sim::SimulatorOptions;
+using zel::sim::SimulatorThread;
 using zel::test::at;
 using zel::test::FailingFiles;
 using zel::test::json;
@@ -45,7 +45,7 @@ SimulatorOptions with(const std::vector<std::string>& faults) {
 
 /// Calls a setter, and expects the value at a path of the stored parameters and of the notification.
 void expectStored(const std::function<int(SysMgrClient&)>& setter, const char* path, const Json::Value& value) {
-  const BackgroundSimulator simulator;
+  const SimulatorThread simulator;
   ASSERT_THAT(simulator.failure(), IsEmpty());
   zmq::context_t context;
   SysMgrClient client;
@@ -106,7 +106,7 @@ class RunningSimulator : public testing::Test {
     return report;
   }
 
-  BackgroundSimulator simulator_;
+  SimulatorThread simulator_;
   zmq::context_t context_;
   SysMgrClient client_;
   TestClient json_{context_, kSoon};
@@ -214,8 +214,8 @@ TEST_F(RunningSimulator, IsNotKeptFromAnsweringAndPublishingBySignals) {
 }
 
 TEST(Simulator, SaysThatAPortIsTaken) {
-  const BackgroundSimulator first;
-  const BackgroundSimulator second;
+  const SimulatorThread first;
+  const SimulatorThread second;
   EXPECT_THAT(first.failure(), IsEmpty());
   EXPECT_THAT(second.failure(), HasSubstr("cannot listen on tcp://127.0.0.1:55"));
   EXPECT_THAT(second.failure(), HasSubstr("another simulator"));
@@ -224,7 +224,7 @@ TEST(Simulator, SaysThatAPortIsTaken) {
 TEST(Simulator, MovesByItself) {
   SimulatorOptions options;
   options.liveInterval = std::chrono::milliseconds(5);
-  const BackgroundSimulator simulator(std::move(options));
+  const SimulatorThread simulator(std::move(options));
   zmq::context_t context;
   Listener listener(context, {"1001"});
   int temperature = 0;
@@ -252,7 +252,7 @@ TEST(Simulator, KeepsItsStateAcrossARestart) {
   zmq::context_t context;
   TestClient client(context, kSoon);
   for (const unsigned int port : {5004U, 5005U}) {
-    const BackgroundSimulator simulator(withStore(folder.file("store")));
+    const SimulatorThread simulator(withStore(folder.file("store")));
     ASSERT_THAT(simulator.failure(), IsEmpty());
     const auto before = client.send(0);
     EXPECT_EQ(at(before.reply, "stored/rtsp/tcp-port").asUInt(), port == 5004 ? 8554U : 5004U);
@@ -267,7 +267,7 @@ TEST(Simulator, KeepsItsStateAcrossARestart) {
 TEST(Simulator, DoesNotMakeAChangeThatTheStoreDoesNotTake) {
   const zel::test::TemporaryFolder folder;
   std::filesystem::create_directory(folder.file("moved"));
-  const BackgroundSimulator simulator(withStore(folder.file("moved") + "/store"));
+  const SimulatorThread simulator(withStore(folder.file("moved") + "/store"));
   ASSERT_THAT(simulator.failure(), IsEmpty());
   std::filesystem::remove_all(folder.file("moved"));
 
@@ -294,7 +294,7 @@ TEST_P(StoreThatFails, IsAnsweredWithWhatIsInForceAfterARestart) {
   TestClient client(context, kSoon);
   const unsigned int expected = GetParam().code < 0 ? 8554 : 5004;
   {
-    const BackgroundSimulator simulator(withStore(folder.file("store")));
+    const SimulatorThread simulator(withStore(folder.file("store")));
     ASSERT_THAT(simulator.failure(), IsEmpty());
     (zel::test::failingFiles.*GetParam().step) = GetParam().call;
     const auto answer = client.send(2, json(R"({"rtsp-tcp-port": 5004})"));
@@ -304,7 +304,7 @@ TEST_P(StoreThatFails, IsAnsweredWithWhatIsInForceAfterARestart) {
     EXPECT_THAT(reason, HasSubstr("Input/output error"));
     EXPECT_EQ(portOf(client), expected);
   }
-  const BackgroundSimulator restarted(withStore(folder.file("store")));
+  const SimulatorThread restarted(withStore(folder.file("store")));
   ASSERT_THAT(restarted.failure(), IsEmpty());
   EXPECT_EQ(portOf(client), expected);
 }
@@ -329,7 +329,7 @@ void PrintTo(const FaultRow& row, std::ostream* out) { *out << row.rule; }
 class OrderedFault : public testing::TestWithParam<FaultRow> {};
 
 TEST_P(OrderedFault, StrikesOnceAndLeavesAWorkingBoard) {
-  const BackgroundSimulator simulator(with({GetParam().rule}));
+  const SimulatorThread simulator(with({GetParam().rule}));
   ASSERT_THAT(simulator.failure(), IsEmpty());
   zmq::context_t context;
   // Who gets no answer waits for it in full; who gets one is not hurried.
@@ -356,7 +356,7 @@ INSTANTIATE_TEST_SUITE_P(Simulator, OrderedFault,
                                          FaultRow{"do=burst command=2 count=3", 0, 5004}));
 
 TEST(Simulator, ServesOthersWhileARequestIsDelayed) {
-  const BackgroundSimulator simulator(with({"do=delay command=3 ms=300"}));
+  const SimulatorThread simulator(with({"do=delay command=3 ms=300"}));
   zmq::context_t context;
   TestClient impatient(context, std::chrono::milliseconds(50));
   EXPECT_EQ(impatient.send(3).code, zel::status::kNoAnswer);  // it is there, and waits
@@ -365,7 +365,7 @@ TEST(Simulator, ServesOthersWhileARequestIsDelayed) {
 }
 
 TEST(Simulator, SendsABurstBeforeTheAnswer) {
-  const BackgroundSimulator simulator(with({"do=burst command=0 count=40"}));
+  const SimulatorThread simulator(with({"do=burst command=0 count=40"}));
   zmq::context_t context;
   Listener listener(context, {"1001"});
   TestClient client(context, kSoon);
@@ -375,7 +375,7 @@ TEST(Simulator, SendsABurstBeforeTheAnswer) {
 }
 
 TEST(Simulator, TakesOrdersWhileItRuns) {
-  BackgroundSimulator simulator;
+  SimulatorThread simulator;
   zmq::context_t context;
   TestClient client(context, kSoon);
   EXPECT_EQ(client.send(0).code, 0);

@@ -1,0 +1,251 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/simulator/board_process.h"
+
+// sysmgr-sim run. The tests run in the machine's network, beside each other: the private networks keep them apart.
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using zel::test::ChildProcess;
+using zel::test::kSoon;
+
+using Words = std::vector<std::string>;
+
+Words operator+(Words first, const Words& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+Words shell(const std::string& script) { return {"sh", "-c", script}; }
+
+/// How `sysmgr-sim run` is started: by the user of the test, or, where that is root, by an ordinary one.
+Words runs(const Words& command, const Words& options = {}) {
+  return Words{ZEL_SYSMGR_SIM, "run"} + options + Words{"--"} + command;
+}
+const Words kAsNobody = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+
+struct Ended {
+  std::optional<int> status;
+  std::string output;
+  std::string errors;
+};
+Ended toItsEnd(const Words& words) {
+  ChildProcess process = ChildProcess::run(words);
+  Ended ended;
+  ended.status = process.wait();
+  ended.output = process.output();
+  ended.errors = process.errors();
+  return ended;
+}
+
+/// A pipe whose write end every process inherits that is started while this object lives.
+class Trace {
+ public:
+  Trace() { EXPECT_EQ(pipe(ends_.data()), 0); }
+  ~Trace() {
+    close(ends_[0]);
+    letGo();
+  }
+  Trace(const Trace&) = delete;
+  Trace& operator=(const Trace&) = delete;
+
+  /// Waits until no process but this one holds the pipe. @return whether they are all gone
+  bool isGone() {
+    letGo();
+    pollfd end{ends_[0], POLLIN, 0};
+    return poll(&end, 1, static_cast<int>(kSoon.count())) == 1 && (end.revents & POLLHUP) != 0;
+  }
+
+ private:
+  void letGo() {
+    if (ends_[1] >= 0) close(ends_[1]);
+    ends_[1] = -1;
+  }
+  std::array<int, 2> ends_{};
+};
+
+/// The process that watches the command of `sysmgr-sim run`: its only child.
+pid_t watcherOf(pid_t board) {
+  std::ifstream children("/proc/" + std::to_string(board) + "/task/" + std::to_string(board) + "/children");
+  pid_t child = 0;
+  children >> child;
+  return child;
+}
+
+/// Root tests both; an ordinary user tests himself.
+class SysmgrSimRun : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (GetParam() && getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    if (GetParam() && toItsEnd(as({ZEL_SYSMGR_SIM, "--version"})).status != 0) {
+      GTEST_SKIP() << "the build folder is not open to other users";
+    }
+    const Ended tried = toItsEnd(as(runs({"true"})));
+    if (tried.errors.find("a private network cannot be made") != std::string::npos) GTEST_SKIP() << tried.errors;
+  }
+  static Words as(const Words& words) { return GetParam() ? kAsNobody + words : words; }
+};
+
+INSTANTIATE_TEST_SUITE_P(Users, SysmgrSimRun, testing::Bool(),
+                         [](const auto& row) { return row.param ? "AnOrdinaryUser" : "TheUserOfTheTests"; });
+
+TEST_P(SysmgrSimRun, HandsTheStatusOfTheCommandOn) {
+  const std::pair<Words, int> kRows[] = {
+      {{"true"}, 0},
+      {shell("exit 1"), 1},
+      {shell("exit 77"), 77},
+      {shell("kill -TERM $$"), 128 + SIGTERM},
+      {shell("kill -KILL $$"), 128 + SIGKILL},
+      {{"/etc/passwd"}, 126},
+  };
+  for (const auto& [command, status] : kRows) {
+    EXPECT_EQ(toItsEnd(as(runs(command))).status, status) << testing::PrintToString(command);
+  }
+}
+
+TEST_P(SysmgrSimRun, HasTheBoardReadyForTheCommand) {
+  const Ended ended = toItsEnd(as(runs({ZEL_SYSMGRCTL, "get", "model", "model"}, {"--model", "ZIRC"})));
+  EXPECT_EQ(ended.status, 0) << ended.errors;
+  EXPECT_EQ(ended.output, "ZIRC\n");
+  EXPECT_THAT(ended.errors, IsEmpty());
+}
+
+TEST_P(SysmgrSimRun, LeavesUserGroupFolderInputAndArgumentsOfTheCommandAlone) {
+  const std::string script = R"(id -u; id -g; pwd; cat; printf '<%s>' "$@")";
+  const Words words = shell(script) + Words{"sh", "a", "", "[b,c]", "--", "-d", "--model=x"};
+  const Ended plain = toItsEnd(as(Words{"sh", "-c", "echo text | \"$@\"", "sh"} + words));
+  const Ended beside = toItsEnd(as(Words{"sh", "-c", "echo text | \"$@\"", "sh"} + runs(words)));
+  EXPECT_EQ(beside.status, 0);
+  EXPECT_EQ(beside.output, plain.output);
+  EXPECT_THAT(plain.output, HasSubstr("text\n<a><><[b,c]><--><-d><--model=x>"));
+}
+
+TEST_P(SysmgrSimRun, KeepsABoardOutsideApart) {
+  const std::string ctl = ZEL_SYSMGRCTL;
+  const std::string inner = std::string(ZEL_SYSMGR_SIM) + " run -- " + ctl + " set rtsp/tcp-port 5004";
+  const Ended ended = toItsEnd(as(runs(shell(inner + " && " + ctl + " get stored rtsp/tcp-port"))));
+  EXPECT_EQ(ended.status, 0) << ended.errors;
+  EXPECT_THAT(ended.output, testing::EndsWith("8554\n"));
+}
+
+TEST_P(SysmgrSimRun, PassesSignalsOn) {
+  for (const auto& [number, name] : {std::pair(SIGINT, "INT"), std::pair(SIGTERM, "TERM")}) {
+    const std::string script =
+        std::string("trap 'echo got ") + name + "; exit 3' " + name + "; echo ready; " + "while :; do sleep 0.05; done";
+    ChildProcess process = ChildProcess::run(as(runs(shell(script))));
+    ASSERT_TRUE(process.waitForOutput("ready\n"));
+    process.signal(number);
+    EXPECT_EQ(process.wait(), 3);
+    EXPECT_EQ(process.output(), std::string("ready\ngot ") + name + "\n");
+  }
+}
+
+// A child of the command, one in a session of its own, and an orphan.
+const std::string kFamily = "sleep 1000 & setsid sleep 1000 & sh -c 'sleep 1000 & exit'; echo ready; ";
+
+TEST_P(SysmgrSimRun, EndsWhatTheCommandLeavesBehind) {
+  Trace trace;
+  const Ended ended = toItsEnd(as(runs(shell(kFamily + "exit 5"))));
+  EXPECT_EQ(ended.status, 5);
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, EndsEverythingWhenItIsKilled) {
+  Trace trace;
+  ChildProcess process = ChildProcess::run(as(runs(shell("trap '' TERM INT; " + kFamily + "sleep 1000"))));
+  ASSERT_TRUE(process.waitForOutput("ready\n"));
+  process.kill();
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, EndsEverythingWhenItsWatcherIsKilled) {
+  Trace trace;
+  ChildProcess process = ChildProcess::run(as(runs(shell(kFamily + "sleep 1000"))));
+  ASSERT_TRUE(process.waitForOutput("ready\n"));
+  const pid_t watcher = watcherOf(process.pid());
+  if (watcher == 0) GTEST_SKIP() << "this kernel does not list the children of a process";
+  kill(watcher, SIGKILL);
+  EXPECT_EQ(process.wait(), 128 + SIGKILL);
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, HasTheKernelEndTheCommandWhenBothAreKilled) {
+  Trace trace;
+  ChildProcess process = ChildProcess::run(as(runs(shell("echo ready; exec sleep 1000"))));
+  ASSERT_TRUE(process.waitForOutput("ready\n"));
+  const pid_t watcher = watcherOf(process.pid());
+  if (watcher == 0) GTEST_SKIP() << "this kernel does not list the children of a process";
+  process.freeze();
+  kill(watcher, SIGKILL);
+  process.kill();
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, DoesNotStartTheCommandWithoutABoard) {
+  const std::pair<Words, const char*> kRows[] = {
+      {{"--model", "KORWA"}, "there is no model \"KORWA\""},
+      {{"--state", "/no/such/file"}, "/no/such/file cannot be opened"},
+      {{"--store", "/no/such/folder/store"}, "/no/such/folder"},
+      {{"--fault", "/no/such/file"}, "/no/such/file"},
+      {{"--no-such-option"}, "--no-such-option"},
+  };
+  for (const auto& [options, word] : kRows) {
+    const Ended ended = toItsEnd(as(runs({"echo", "started"}, options)));
+    EXPECT_EQ(ended.status, 125) << word;
+    EXPECT_THAT(ended.output, IsEmpty());
+    EXPECT_THAT(ended.errors, HasSubstr(word));
+  }
+}
+
+TEST_P(SysmgrSimRun, RunsFiftySideBySideAndLeavesNothing) {
+  constexpr int kMany = 50;
+  Trace trace;
+  std::vector<ChildProcess> processes;
+  processes.reserve(kMany);
+  for (int number = 0; number < kMany; ++number) {
+    const std::string port = std::to_string(5000 + number);
+    const std::string ctl = ZEL_SYSMGRCTL;
+    processes.push_back(ChildProcess::run(as(runs(shell("sleep 1000 & " + ctl + " set rtsp/tcp-port " + port +
+                                                        " >&2 && " + ctl + " get stored rtsp/tcp-port")))));
+  }
+  for (int number = 0; number < kMany; ++number) {
+    EXPECT_EQ(processes[static_cast<std::size_t>(number)].wait(10 * kSoon), 0) << number;
+    EXPECT_EQ(processes[static_cast<std::size_t>(number)].output(), std::to_string(5000 + number) + "\n");
+  }
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST(SysmgrSimRun, WantsACommand) {
+  for (const Words& words : {Words{"run"}, Words{"run", "--"}, Words{"run", "--model", "ZIRC", "--"}}) {
+    const Ended ended = toItsEnd(Words{ZEL_SYSMGR_SIM} + words);
+    EXPECT_EQ(ended.status, 125);
+    EXPECT_EQ(ended.errors, "sysmgr-sim: run: the command is missing behind '--'\n");
+  }
+}
+
+TEST(SysmgrSimRun, SaysWhatToDoWhereThereIsNoPrivateNetwork) {
+  // In a user namespace one may forbid oneself to make network namespaces.
+  const std::string script = "echo 0 > /proc/sys/user/max_net_namespaces && exec \"$@\"";
+  const Words forbidden = Words{"unshare", "--user", "--map-root-user", "sh", "-c", script, "sh"};
+  if (toItsEnd(forbidden + Words{"true"}).status != 0) GTEST_SKIP() << "this system allows no user namespace";
+  const Ended ended = toItsEnd(forbidden + runs({"echo", "started"}));
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_THAT(ended.output, IsEmpty());
+  EXPECT_THAT(ended.errors, HasSubstr("a private network cannot be made (unshare: "));
+  EXPECT_THAT(ended.errors, HasSubstr("--shared-network"));
+  EXPECT_THAT(ended.errors, HasSubstr("user namespaces"));
+}
+
+}  // namespace
