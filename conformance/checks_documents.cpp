@@ -48,13 +48,6 @@ void documentsAreSame(Session& session) {
 }  // namespace
 
 void appendDocumentChecks(std::vector<Check>& checks) {
-  // Every document once, for the observer; the documents of the daemon's own have no rules.
-  checks.push_back({"whole-documents", "of the queries", Needs::kNothing, [](Session& session) {
-                      for (const CommandRow& row : kCommands) {
-                        if (row.payload != nullptr) session.query(row.id);
-                      }
-                      for (const std::string& text : session.observer().findings("whole-documents")) session.fail(text);
-                    }});
   checks.push_back({"same-document", "", Needs::kWrite, documentsAreSame});
 }
 

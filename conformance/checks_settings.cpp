@@ -340,24 +340,27 @@ std::vector<BlockRow> blockRows() {
   return blocks;
 }
 
-/// Two members, one request each: the second one leaves the first one as it is.
+/// Sets every member to another value than it had, and then each one back: the others keep what they have.
 void mergesBlock(Session& session, const BlockRow& row) {
   const Json::Value before = session.stored();
+  std::vector<const SettingRow*> members;
   for (const SettingRow* const member : row.members) {
     const Json::Value present = valueAt(before, member->path);
     if (present.isNull() || !canBePutBack(session, *member, present)) continue;
-    const Answer answer = ask(session.client(), *member, goodValues(*member, present).front());
-    if (!answer.accepted()) continue;  // another rule
-    const Json::Value after = session.stored();
-    for (const SettingRow* const each : row.members) {
-      if (each == member) continue;
-      const Json::Value now = valueAt(after, each->path);
-      session.expect(isSame(now, valueAt(before, each->path)),
-                     answer.request + " changed \"" + each->path + "\" to " + shown(now));
-    }
-    ask(session.client(), *member, present);
+    if (ask(session.client(), *member, goodValues(*member, present).front()).accepted()) members.push_back(member);
   }
   session.skip("");
+  Json::Value last = session.stored();
+  for (const SettingRow* const member : members) {
+    const Answer answer = ask(session.client(), *member, valueAt(before, member->path));
+    const Json::Value now = session.stored();
+    for (const SettingRow* const each : row.members) {
+      if (each == member || isSame(valueAt(now, each->path), valueAt(last, each->path))) continue;
+      session.fail(answer.request + " changed \"" + each->path + "\" from " + shown(valueAt(last, each->path)) +
+                   " to " + shown(valueAt(now, each->path)));
+    }
+    last = now;
+  }
 }
 
 void refusesUnknownMembers(Session& session, const BlockRow& row) {

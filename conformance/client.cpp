@@ -107,10 +107,12 @@ void Client::send(const std::vector<std::string>& content) {
   for (const std::string& frame : content) request_ += " " + (frame.empty() ? "(no body)" : shown(frame));
   const auto id = readNumber<unsigned int>(content.empty() ? "" : content.front());
   id_ = id && *id < 1000 ? static_cast<int>(*id) : -1;
+  isQuery_ = isQueryId(id_) && content.size() == 2 && content.back().empty();
   if (!sendRaw(message)) {
-    observer_.found(wasServed_ ? "survives" : "endpoints", "nothing takes " + request_ + " on " + endpoint_);
-    throw Stopped{(wasServed_ ? "the daemon is gone from " : "no daemon takes requests on ") + endpoint_};
+    observer_.found(wasConnected_ ? "survives" : "endpoints", "nothing takes " + request_ + " on " + endpoint_);
+    throw Stopped{(wasConnected_ ? "the daemon is gone from " : "no daemon takes requests on ") + endpoint_};
   }
+  wasConnected_ = true;
   sent_ = Clock::now();
 }
 
@@ -141,13 +143,12 @@ Answer Client::receive() {
 }
 
 Answer Client::take(std::vector<std::string> frames) {
-  wasServed_ = true;
   Answer answer;
   answer.request = request_;
   answer.came = true;
   answer.frames.assign(frames.begin() + 2, frames.end());
   const auto took = std::chrono::duration_cast<Milliseconds>(Clock::now() - sent_);
-  answer.document = observer_.judgeAnswer(request_, id_, answer.frames, took);
+  answer.document = observer_.judgeAnswer(request_, id_, isQuery_, answer.frames, took);
   return answer;
 }
 

@@ -67,8 +67,9 @@ class Client {
   std::uint32_t number_ = 0;
   std::string request_;  ///< the one that was sent last
   int id_ = -1;
+  bool isQuery_ = false;
   std::chrono::steady_clock::time_point sent_;
-  bool wasServed_ = false;
+  bool wasConnected_ = false;
 };
 
 /// A notification.

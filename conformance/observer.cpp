@@ -78,6 +78,15 @@ std::string payloadOf(int id) {
 
 }  // namespace
 
+bool isQueryId(int id) {
+  using C = SysMgrCommands;
+  const std::set<int> kQueries = {C::SYSMGR_GET_STORED_PARAMETERS, C::SYSMGR_GET_DYNAMIC_PARAMETERS,
+                                  C::SYSMGR_GET_BOARD_MODEL,       C::SYSMGR_GET_NETWORK_STACK_STATUS,
+                                  C::SYSMGR_GET_SYSTEM_INFO,       C::SYSMGR_GET_INTERNAL_DEBUG_INFO,
+                                  C::SYSMGR_GET_MCAST_WHITELIST,   C::SYSMGR_GET_GPIO_CONFIGURATION};
+  return kQueries.count(id) > 0;
+}
+
 std::string shown(const std::string& text) {
   const std::string printable = escaped(text);
   return printable.size() <= kMostShown ? printable : printable.substr(0, kMostShown) + "...";
@@ -147,8 +156,27 @@ void Observer::judgeEnvelope(const std::string& request, const Json::Value& answ
   }
 }
 
-Json::Value Observer::judgeAnswer(const std::string& request, int id, const std::vector<std::string>& frames,
-                                  Milliseconds took) {
+/// Judges what an answer to a query carries.
+void Observer::judgePayload(const std::string& what, int id, const Json::Value& answer) {
+  const Json::Value& status = answer[envelope::kStatus];
+  if (status.isInt() && status.asInt() < 0) {
+    found("queries-succeed", what + " is " + shown(answer));
+    return;
+  }
+  const CommandRow* const row = findCommand(static_cast<SysMgrCommands::sysmgr_msg_t>(id));
+  if (row == nullptr || row->payload == nullptr) return;
+  const Json::Value& payload = answer[row->payload];
+  const bool isList = id == SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST;
+  if (isList ? !payload.isArray() : !payload.isObject()) {
+    found("payload",
+          what + " has not " + (isList ? "an array" : "an object") + " in \"" + row->payload + "\": " + shown(answer));
+    return;
+  }
+  for (const Breach& breach : judgeDocument(row->payload, payload)) found(breach.rule, breach.text);
+}
+
+Json::Value Observer::judgeAnswer(const std::string& request, int id, bool isQuery,
+                                  const std::vector<std::string>& frames, Milliseconds took) {
   const std::string what = "the answer to " + request;
   if (took > kSoon) found("answer-soon", what + " took " + std::to_string(took.count()) + " ms");
   if (frames.size() != 1) {
@@ -161,6 +189,7 @@ Json::Value Observer::judgeAnswer(const std::string& request, int id, const std:
     return {};
   }
   judgeEnvelope(request, document);
+  if (isQuery) judgePayload(what, id, document);
   const std::string payload = payloadOf(id);
   for (const std::string& name : document.getMemberNames()) {
     const bool known = name == envelope::kStatus || name == envelope::kError || name == envelope::kAuxErrors ||

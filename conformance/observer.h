@@ -35,9 +35,10 @@ class Observer {
   const std::vector<std::string>& findings(const std::string& rule) const;
 
   /// Judges the frames of an answer behind the envelope.
-  /// @param id  of the command; negative when the request had no good one
+  /// @param id       of the command; negative when the request had no good one
+  /// @param isQuery  whether the request is a query that succeeds at any time
   /// @return the document; null when there is none
-  Json::Value judgeAnswer(const std::string& request, int id, const std::vector<std::string>& frames,
+  Json::Value judgeAnswer(const std::string& request, int id, bool isQuery, const std::vector<std::string>& frames,
                           Milliseconds took);
   /// Judges a notification.
   /// @return the payload; null when there is none
@@ -49,12 +50,16 @@ class Observer {
  private:
   Json::Value readJson(const char* strictRule, const std::string& what, const std::string& text);
   void judgeEnvelope(const std::string& request, const Json::Value& answer);
+  void judgePayload(const std::string& what, int id, const Json::Value& answer);
 
   std::map<std::string, std::vector<std::string>> findings_;
   std::map<std::string, std::deque<std::chrono::steady_clock::time_point>> arrivals_;  ///< by topic
   int missed_ = 0;
   WireJsonReader reader_;
 };
+
+/// Whether a command asks for something and needs no body.
+bool isQueryId(int id);
 
 /// A text of the wire as a finding shows it: printable and not too long.
 std::string shown(const std::string& text);

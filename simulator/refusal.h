@@ -22,7 +22,7 @@ constexpr int kFixedEntry = -9;
 /// The list is full.
 constexpr int kTooMany = -10;
 /// Too many large requests wait.
-constexpr int kBusy = -11;
+constexpr int kBusy = -13;
 /// The change cannot be written to the store, so it was not made.
 constexpr int kNotStored = -12;
 constexpr int kInterfaceNotFound = status::kInterfaceNotFound;

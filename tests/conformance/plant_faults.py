@@ -9,7 +9,8 @@ import sys
 # The name of a fault, a piece of the example's source, and what stands in its place.
 FAULTS = [
     ("keeps-half", "state_ = before;", 'if (!planted("keeps-half")) state_ = before;'),
-    ("publishes-refused", "published.clear();", 'if (!planted("publishes-refused")) published.clear();'),
+    ("publishes-refused", "published.clear();",
+     'published.clear();\n      if (planted("publishes-refused")) published.emplace_back(1000, stored());'),
     ("identify-unpublished", "judge(\"identify-enable\", body[\"identify-enable\"], settings_[\"cfg\"][\"identify-enable\"]);",
      'judge("identify-enable", body["identify-enable"], settings_["cfg"]["identify-enable"]);\n'
      '        state_["stored"]["cfg"]["identify-enable"] = body["identify-enable"];\n'
