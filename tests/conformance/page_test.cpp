@@ -7,6 +7,7 @@
 
 #include "conformance/check.h"
 #include "conformance/rules.h"
+#include "simulator/refusal.h"
 #include "simulator/simulator.h"
 #include "tests/support/wait_until.h"
 
@@ -85,6 +86,16 @@ TEST(Checks, HaveNamesThatTellThemApart) {
   std::set<std::string> names;
   for (const Check& check : allChecks()) {
     EXPECT_TRUE(names.insert(check.rule + (": " + check.name)).second) << check.rule << ": " << check.name;
+  }
+}
+
+TEST(ProtocolPage, HasEachStatusOfTheVirtualBoard) {
+  namespace refusal = zel::sim::refusal;
+  for (const int status :
+       {refusal::kUnknownCommand, refusal::kMalformedRequest, refusal::kUnknownKey, refusal::kWrongType,
+        refusal::kOutOfRange, refusal::kNotFound, refusal::kFixedEntry, refusal::kTooMany, refusal::kBusy,
+        refusal::kNotStored, refusal::kInterfaceNotFound, refusal::kInvalidAddress}) {
+    EXPECT_THAT(kProtocolPage, testing::HasSubstr("\n| " + std::to_string(status) + " | ")) << status;
   }
 }
 
