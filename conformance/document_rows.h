@@ -68,7 +68,7 @@ inline constexpr DocumentRow kDynamic[] = {
     {"eth-basics[i]/ip", "address of the running interface", Type::kAddress, Presence::kAlways, "", "\"0.0.0.0\""},
     {"eth-basics[i]/ip-present", "whether the interface has an address now", Type::kBoolean},
     {"eth-basics[i]/label", "name of the port, for a person", Type::kText, Presence::kAlways, "", "\"\""},
-    {"eth-basics[i]/mac", "MAC address", Type::kMac},
+    {"eth-basics[i]/mac", "MAC address", Type::kMac, Presence::kAlways, "", "\"000000000000\""},
     {"eth-basics[i]/name", "name of the interface, as in ethipv4", Type::kText},
     {"eth-basics[i]/sfp-info/part_number", "part number of the SFP module", Type::kText, Presence::kWhenSet, "",
      "\"N/A\""},

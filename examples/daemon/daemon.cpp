@@ -66,7 +66,8 @@ Value parsed(const std::string& text) {
   } catch (const Json::Exception& tooDeep) {
     why = tooDeep.what();
   }
-  demand(isUtf8 && isJson && value.isObject() && text.find('\0') == std::string::npos, -3, "the body is not a JSON object: " + why);
+  demand(isUtf8 && isJson && value.isObject() && text.find('\0') == std::string::npos, -3,
+         "the body is not a JSON object: " + why);
   return value;
 }
 
@@ -102,7 +103,8 @@ void demandMembers(const Value& object, const std::string& what, const Value& kn
 std::uint32_t addressOf(const std::string& what, const Value& text) {
   in_addr address{};
   demand(text.isString(), -6, what + " is not a text");
-  demand(inet_pton(AF_INET, text.asCString(), &address) == 1, -27, what + " is not an address: " + text.asString());
+  demand(inet_pton(AF_INET, text.asCString(), &address) == 1 && text.asString() == text.asCString(), -27,
+         what + " is not an address: " + text.asString());
   return ntohl(address.s_addr);
 }
 
@@ -306,8 +308,10 @@ class Daemon {
 
   void store() const {
     const std::string next = file_ + ".new";
-    std::ofstream(next) << written(state_) << std::flush;
-    demand(std::rename(next.c_str(), file_.c_str()) == 0, -12, "the change cannot be stored");
+    std::ofstream file(next);
+    file << written(state_);
+    file.close();
+    demand(file.good() && std::rename(next.c_str(), file_.c_str()) == 0, -12, "the change cannot be stored");
   }
 
   std::string file_;
@@ -321,7 +325,7 @@ void send(zmq::socket_t& socket, const std::vector<std::string>& frames) {
   }
 }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   if (argc != 2 || std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
     std::fprintf(stderr, "Usage: zel-example-daemon FILE\n");
     return 2;
@@ -354,4 +358,7 @@ int main(int argc, char** argv) {
     frames.push_back(written(answer));
     send(requests, frames);
   }
+} catch (const Refusal& refusal) {
+  std::fprintf(stderr, "%s: %s\n", argv[1], refusal.error.c_str());
+  return 1;
 }
