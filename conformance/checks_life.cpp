@@ -13,7 +13,6 @@ using C = SysMgrCommands;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr Milliseconds kRestartLimit{15000};
-constexpr Milliseconds kNotificationLimit{2000};
 constexpr char kHostMask[] = "255.255.255.255";
 
 /// Subscribers of one topic each, that come after the others, and one that goes.

@@ -82,6 +82,15 @@ std::vector<Json::Value> goodValues(const SettingRow& row, const Json::Value& pr
   return values;
 }
 
+/// A value that no notification of this run has had before; null where the row has too few values.
+Json::Value freshValue(const SettingRow& row, const Json::Value& present) {
+  if (row.kind == Kind::kText)
+    return present == "sysmgr-conformance, new" ? "sysmgr-conformance, other" : "sysmgr-conformance, new";
+  if (row.kind != Kind::kNumber) return {};
+  const Json::Value third = Json::Int64{row.values.least + (row.values.most - row.values.least) / 3};
+  return isSame(third, present) ? Json::Value(third.asInt64() + 1) : third;
+}
+
 /// Values of the right type that the daemon refuses.
 std::vector<Json::Value> badValues(const SettingRow& row) {
   constexpr auto kMost = std::numeric_limits<Json::Int64>::max();
@@ -149,8 +158,11 @@ void acceptsEach(Session& session, const SettingRow& row) {
 void isInForceWhenPublished(Session& session, const SettingRow& row) {
   const Json::Value present = valueAt(session.stored(), row.path);
   if (!canBePutBack(session, row, present)) return;
-  const Json::Value value = goodValues(row, present).front();
-  session.follower().settle();
+  Json::Value value = freshValue(row, present);
+  if (value.isNull()) {
+    value = goodValues(row, present).front();
+    session.follower().settle();  // no notification of an earlier change is to be taken for this one's
+  }
   session.client().drain();
   session.client().send({std::to_string(commandOf(row)), textOf(bodyOf(row, value))});
   const auto isIt = [&](const Json::Value& payload) { return isSame(valueAt(payload, row.path), value); };
@@ -373,10 +385,13 @@ void takesBlockBack(Session& session, const BlockRow& row) {
   const Json::Value before = session.stored();
   Json::Value block = valueAt(before, row.block->path);
   if (!block.isObject()) return;  // another rule
-  if (std::string(row.block->path) == "nmos" && !block.isMember("node-description")) {
-    block["node-description"] = "Velmar node";
-  }
   session.expectAccepted(session.set(row.block->key, block));
+  if (row.block == &settings::kNmos) {
+    Json::Value written;
+    NmosParameters().Serialize(written);  // as the library's record writes it
+    block["node-description"] = written["nmos"]["node-description"];
+    session.expectAccepted(session.set(row.block->key, block));
+  }
   session.expect(isSame(before, session.stored()), "the stored parameters are others after a block was sent back");
 }
 
