@@ -4,6 +4,7 @@
 #include <optional>
 #include <thread>
 
+#include "conformance/raw_connection.h"
 #include "conformance/saved_state.h"
 
 namespace zel::conformance {
@@ -12,6 +13,20 @@ namespace {
 
 /// For a subscription to arrive: no message says that it has.
 constexpr std::chrono::milliseconds kSubscribing{300};
+constexpr std::chrono::milliseconds kStarting{1000};
+constexpr std::chrono::milliseconds kRetry{20};
+
+/// Waits for both endpoints, for a daemon that is just starting, and for the follower's subscription. Whether a daemon
+/// is there at all is for the first check.
+void waitForDaemon(Session& session) {
+  const auto end = std::chrono::steady_clock::now() + kStarting;
+  const Options& options = session.options();
+  while (std::chrono::steady_clock::now() < end &&
+         !(RawConnection(options.requestEndpoint).isOpen() && RawConnection(options.notificationEndpoint).isOpen())) {
+    std::this_thread::sleep_for(kRetry);
+  }
+  std::this_thread::sleep_for(kSubscribing);
+}
 
 /// Why a check does not run; empty when it does.
 std::string whyNot(Needs needs, const Options& options) {
@@ -66,7 +81,7 @@ Report run(const std::vector<Check>& checks, const Options& options) {
   const auto begin = std::chrono::steady_clock::now();
   Report report;
   Session session(options);
-  std::this_thread::sleep_for(kSubscribing);
+  waitForDaemon(session);
   std::optional<SavedState> saved;
   if (options.write) {
     try {
