@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <fstream>
 
 #include "common/shared/wire_json.h"
+#include "simulator/fault.h"
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/temporary_folder.h"
 #include "tests/support/daemon_process.h"
@@ -247,29 +250,51 @@ TEST_P(SysmgrConformanceOnAFault, CitesTheRule) {
   EXPECT_THAT(ended.output, HasSubstr(citation(GetParam().rule)));
 }
 
-INSTANTIATE_TEST_SUITE_P(OfTheVirtualBoard, SysmgrConformanceOnAFault,
-                         testing::Values(Fault{"do=delay ms=1500", "answer-soon", kShouldFailed},  //
-                                         Fault{"do=silence", "answer-time"},                       //
-                                         Fault{"do=silence times=always", "answer-time"},          //
-                                         Fault{"do=refuse", "queries-succeed"},                    //
-                                         Fault{"do=late", "answer-time"},                          //
-                                         Fault{"do=double", "one-answer"},                         //
-                                         Fault{"do=garbage", "answer-object"},                     //
-                                         Fault{"do=truncate", "json-strict"},                      //
-                                         Fault{"do=oversize", "frame-size"},                       //
-                                         Fault{"do=unknown-member", "own-members", kShouldFailed},
-                                         Fault{"do=wrong-type command=0", "payload"},  //
-                                         Fault{"do=wrong-type command=3 member=status", "status-type"},
-                                         Fault{"do=wrong-type command=0 member=stored/rtsp/tcp-port", "value-types"},
-                                         Fault{"do=crash-before", "survives"},  //
-                                         Fault{"do=crash-unanswered", "survives"},
-                                         Fault{"do=crash-after", "survives"},  //
-                                         Fault{"do=burst", "dynamic-rate", kShouldFailed}),
-                         [](const auto& row) {
-                           std::string name;
-                           for (const char c : std::string(row.param.order)) name += std::isalnum(c) != 0 ? c : '_';
-                           return name;
-                         });
+constexpr Fault kFaults[] = {
+    {"do=delay ms=1500", "answer-soon", kShouldFailed},
+    {"do=silence", "answer-time"},
+    {"do=silence times=always", "answer-time"},
+    {"do=refuse", "queries-succeed"},
+    {"do=late", "answer-time"},
+    {"do=double", "one-answer"},
+    {"do=garbage", "answer-object"},
+    {"do=truncate", "json-strict"},
+    {"do=oversize", "frame-size"},
+    {"do=unknown-member", "own-members", kShouldFailed},
+    {"do=wrong-type command=0", "payload"},
+    {"do=wrong-type command=3 member=status", "status-type"},
+    {"do=wrong-type command=0 member=stored/rtsp/tcp-port", "value-types"},
+    {"do=crash-before", "survives"},
+    {"do=crash-unanswered", "survives"},
+    {"do=crash-after", "survives"},
+    {"do=burst", "dynamic-rate", kShouldFailed},
+};
+
+/// A name for a test: letters and digits only.
+std::string nameOf(const std::string& text) {
+  std::string name;
+  for (const char c : text) name += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(OfTheVirtualBoard, SysmgrConformanceOnAFault, testing::ValuesIn(kFaults),
+                         [](const auto& row) { return nameOf(row.param.order); });
+
+TEST(SysmgrConformance, IsTriedOnEveryFaultOfTheVirtualBoard) {
+  std::istringstream help(zel::sim::FaultRule::help());
+  int count = 0;
+  for (std::string line; std::getline(help, line);) {
+    // The line of a fault: two blanks and its name.
+    if (line.rfind("  ", 0) != 0 || line.rfind("  --", 0) == 0) continue;
+    const std::string order = "do=" + line.substr(2, line.find(' ', 2) - 2);
+    const auto isIt = [&order](const Fault& fault) {
+      return (fault.order + std::string(" ")).rfind(order + " ", 0) == 0;
+    };
+    EXPECT_TRUE(std::any_of(std::begin(kFaults), std::end(kFaults), isIt)) << order;
+    ++count;
+  }
+  EXPECT_GT(count, 10);
+}
 
 TEST(SysmgrConformance, FindsADaemonThatAnswersAnEmptyObject) {
   const ChildProcess daemon = zel::test::startDaemon();
@@ -304,26 +329,25 @@ TEST_P(SysmgrConformanceOnAPlantedFault, CitesTheRule) {
   EXPECT_THAT(ended.output, HasSubstr(citation(GetParam().rule)));
 }
 
-INSTANTIATE_TEST_SUITE_P(OfTheExample, SysmgrConformanceOnAPlantedFault,
-                         testing::Values(Planted{"keeps-half", "refused-whole"},                //
-                                         Planted{"publishes-refused", "refused-quietly"},       //
-                                         Planted{"identify-unpublished", "published"},          //
-                                         Planted{"wraps-stored", "not-wrapped"},                //
-                                         Planted{"publishes-before", "published-in-force"},     //
-                                         Planted{"replaces-block", "block-merges"},             //
-                                         Planted{"takes-fractions", "set-type"},                //
-                                         Planted{"lower-case-mode", "exact-texts"},             //
-                                         Planted{"lacks-serial-number", "whole-documents"},     //
-                                         Planted{"text-status", "status-type"},                 //
-                                         Planted{"takes-all-commands", "unknown-command"},      //
-                                         Planted{"shortens-envelope", "envelope"},              //
-                                         Planted{"removes-by-address", "whitelist-missing"},    //
-                                         Planted{"forgets-whitelist", "restart-keeps", true}),  //
-                         [](const auto& row) {
-                           std::string name;
-                           for (const char c : std::string(row.param.fault)) name += std::isalnum(c) != 0 ? c : '_';
-                           return name;
-                         });
+constexpr Planted kPlanted[] = {
+    {"keeps-half", "refused-whole"},
+    {"publishes-refused", "refused-quietly"},
+    {"identify-unpublished", "published"},
+    {"wraps-stored", "not-wrapped"},
+    {"publishes-before", "published-in-force"},
+    {"replaces-block", "block-merges"},
+    {"takes-fractions", "set-type"},
+    {"lower-case-mode", "exact-texts"},
+    {"lacks-serial-number", "whole-documents"},
+    {"text-status", "status-type"},
+    {"takes-all-commands", "unknown-command"},
+    {"shortens-envelope", "envelope"},
+    {"removes-by-address", "whitelist-missing"},
+    {"forgets-whitelist", "restart-keeps", true},
+};
+
+INSTANTIATE_TEST_SUITE_P(OfTheExample, SysmgrConformanceOnAPlantedFault, testing::ValuesIn(kPlanted),
+                         [](const auto& row) { return nameOf(row.param.fault); });
 
 TEST(TheFaultyExample, IsSoundWithoutItsFaults) {
   const TemporaryFolder folder;
