@@ -351,6 +351,7 @@ int main(int argc, char** argv) try {
     const auto content = frames.begin() + static_cast<std::ptrdiff_t>(envelope);
     std::vector<std::pair<int, Value>> published;
     const Value answer = daemon.handle({content, frames.end()}, published);
+    static_cast<void>(publisher.get(zmq::sockopt::events));  // takes the subscriptions that have arrived
     for (const auto& [topic, payload] : published) {
       send(publisher, {std::to_string(topic), payload.isNull() ? "" : written(payload)});
     }
