@@ -121,7 +121,7 @@ bool restart(Session& session) {
   session.client().reconnect();
   session.other().reconnect();
   return session.expect(session.client().waitUntilServed(kRestartLimit),
-                        "after the restart nothing takes requests on " + session.options().requestEndpoint);
+                        "after the restart " + session.options().requestEndpoint + " takes no request");
 }
 
 void bindsAgain(Session& session) {

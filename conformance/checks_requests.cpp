@@ -24,7 +24,7 @@ constexpr int kReserved[] = {9, 10, 11, 20, 21, 100, 999};
 void bothEndpoints(Session& session) {
   session.client().ask(C::SYSMGR_GET_BOARD_MODEL);
   for (const std::string& endpoint : {session.options().requestEndpoint, session.options().notificationEndpoint}) {
-    session.expect(RawConnection(endpoint).isOpen(), "nothing takes connections on " + endpoint);
+    session.expect(RawConnection(endpoint).isOpen(), endpoint + " takes no connection");
   }
 }
 

@@ -109,7 +109,7 @@ void Client::send(const std::vector<std::string>& content) {
   id_ = id && *id < 1000 ? static_cast<int>(*id) : -1;
   isQuery_ = isQueryId(id_) && content.size() == 2 && content.back().empty();
   if (!sendRaw(message)) {
-    observer_.found(wasConnected_ ? "survives" : "endpoints", "nothing takes " + request_ + " on " + endpoint_);
+    observer_.found(wasConnected_ ? "survives" : "endpoints", endpoint_ + " did not take " + request_);
     throw Stopped{(wasConnected_ ? "the daemon is gone from " : "no daemon takes requests on ") + endpoint_};
   }
   wasConnected_ = true;

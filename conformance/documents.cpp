@@ -216,7 +216,7 @@ void demandSorted(const Json::Value& entries, bool isBefore(const Json::Value& a
   for (Json::ArrayIndex i = 1; entries.isArray() && i < entries.size(); ++i) {
     if (entries[i - 1].isObject() && entries[i].isObject() && isBefore(entries[i], entries[i - 1])) {
       breaches.push_back(
-          {rule, std::string(what) + ": " + shown(entries[i]) + " stands behind " + shown(entries[i - 1])});
+          {rule, std::string(what) + ": " + shown(entries[i]) + " comes after " + shown(entries[i - 1])});
     }
   }
 }

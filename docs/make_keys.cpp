@@ -460,7 +460,7 @@ int main() {
 rules are in [protocol.md](protocol.md). For each document there are two tables.
 
 "A daemon sends" is the norm. "required": "yes" means that the document always has the key, "when set" that it is left out
-where nothing is set, "no" that the daemon may leave it out. "not known, not set" is what is sent where there is no value.
+where nothing is set, "no" that the daemon may leave it out. "not known, not set": what the daemon sends where it has no value.
 The texts of an enumeration are shown with their exact case. A unit is a "should": the readers show the number as it is.
 
 "A client's record does" is how the library reads the document, whatever the daemon. **The defaults there are those of a

@@ -75,7 +75,7 @@ TEST(Documents, BreakARuleWhereAKeyIsMissing) {
   EXPECT_THAT(breaches, breaks("whole-documents", "ethipv4[i]/mode"));
 }
 
-TEST(Documents, MayLackWhatNobodyHasSet) {
+TEST(Documents, MayLackWhatIsNotSet) {
   Json::Value document = stored();
   document.removeMember("ethipv4");
   document["nmos"].removeMember("node-description");
