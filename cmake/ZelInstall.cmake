@@ -14,7 +14,7 @@ install(CODE "cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX NORMALIZE)" ALL_COMP
 # for folders that the dynamic linker searches anyway switches it off with CMAKE_SKIP_INSTALL_RPATH.
 file(RELATIVE_PATH zel_libraries_from_programs "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 set_property(TARGET zelSysMgrApi APPEND PROPERTY INSTALL_RPATH "$ORIGIN")
-foreach(program sysmgrctl sysmgr-sim)
+foreach(program sysmgrctl sysmgr-sim sysmgr-conformance)
   if(TARGET ${program})
     set_property(TARGET ${program} APPEND PROPERTY INSTALL_RPATH "$ORIGIN/${zel_libraries_from_programs}")
   endif()
@@ -118,6 +118,14 @@ if(TARGET zelSysMgrSimulator)
     COMPONENT simulator-dev)
 endif()
 
+if(TARGET sysmgr-conformance)
+  install(TARGETS sysmgr-conformance RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
+  install(
+    FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgr-conformance.8"
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man8"
+    COMPONENT simulator)
+endif()
+
 install(
   FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${PROJECT_SOURCE_DIR}/LICENSE"
   DESTINATION ${CMAKE_INSTALL_DOCDIR}
@@ -127,8 +135,12 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
-file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*")
+file(GLOB examples LIST_DIRECTORIES OFF "${PROJECT_SOURCE_DIR}/examples/*")
 install(
   FILES ${examples}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  COMPONENT doc)
+install(
+  FILES "${PROJECT_SOURCE_DIR}/examples/daemon/daemon.cpp"
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/daemon
   COMPONENT doc)

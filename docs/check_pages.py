@@ -20,9 +20,10 @@ def text_of(page):
 
 
 def anchors(page):
-    """The names under which a page's headings can be linked to."""
+    """The names under which a page's headings and its own anchors can be linked to."""
     headings = re.findall(r"^#+ (.*)$", text_of(page), re.MULTILINE)
-    return {re.sub(r"[^\w -]", "", heading).lower().replace(" ", "-") for heading in headings}
+    own = set(re.findall(r'<a id="([^"]+)"></a>', text_of(page)))
+    return own | {re.sub(r"[^\w -]", "", heading).lower().replace(" ", "-") for heading in headings}
 
 
 def missing_in(page):

@@ -1,5 +1,6 @@
-// Prints docs/keys.md: the keys of every document, and what the records do with them. The program finds a key by
-// writing a record, and its rules by changing the document and reading it into a record.
+// Prints docs/keys.md: the keys of every document, what a daemon sends, and what the records do with them. The program
+// finds a key by writing a record, and what the record does by changing the document and reading it into a record. What
+// a daemon sends is in the rows of types/settings.h and conformance/document_rows.h; a key without a row is an error.
 
 #include <json/writer.h>
 
@@ -10,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "conformance/document_rows.h"
+#include "docs/setting_texts.h"
 #include "types/settings.h"
 #include "types/sysmgr_types.h"
 
@@ -202,11 +205,104 @@ bool isReadFromObject(const Samples<Record>& samples, const Path& path) {
   return rewritten(Record(), with(document, path, object)) == document;
 }
 
+// What a daemon sends
+
+using zel::conformance::DocumentRow;
+using zel::conformance::Presence;
+
+/// What the page says about a key on the daemon's side.
+struct Sent {
+  std::string type;
+  std::string values;
+  std::string notKnown;
+  std::string required;
+  std::string setBy;
+  std::string meaning;
+};
+
+const char* requiredText(Presence presence, bool isDocumentRow) {
+  switch (presence) {
+    case Presence::kAlways: return "yes";
+    case Presence::kWhenSet: return isDocumentRow ? "see above" : "when set";
+    case Presence::kIfAny: break;
+  }
+  return "no";
+}
+
+std::string setByText(const zel::SettingRow& row) {
+  using Route = zel::SettingRow::Route;
+  if (row.key == nullptr) return "";
+  return std::string(row.route == Route::kIdentify ? "19" : "2") + ": `" + row.key + "`";
+}
+
+Sent sentSetting(const zel::SettingRow& row) {
+  const bool hasUnset = row.kind == zel::SettingRow::Kind::kChoice && row.values.least > 0;
+  const bool isLeftOut = row.presence == Presence::kWhenSet;
+  const std::string unset = hasUnset ? "`\"" + std::string(row.values.text(0)) + "\"`" : isLeftOut ? "left out" : "";
+  return {zel::docs::typeName(row),          zel::docs::valuesOf(row), unset,
+          requiredText(row.presence, false), setByText(row),           row.meaning};
+}
+
+Sent sentRow(const DocumentRow& row, const char* setBy) {
+  using Type = DocumentRow::Type;
+  Sent sent{"text", row.unit, row.unknown, requiredText(row.presence, true), setBy, row.meaning};
+  if (!sent.notKnown.empty()) sent.notKnown = "`" + sent.notKnown + "`";
+  switch (row.type) {
+    case Type::kBoolean: sent.type = "boolean"; break;
+    case Type::kInteger: sent.type = "integer"; break;
+    case Type::kUnsigned: sent.type = "unsigned"; break;
+    case Type::kReal: sent.type = "real"; break;
+    case Type::kText: break;
+    case Type::kAddress: sent.values = "IPv4 address, `\"192.168.0.100\"`"; break;
+    case Type::kMac: sent.values = "12 hexadecimal digits, `\"025a00000001\"`"; break;
+    case Type::kChoice:
+      for (int each = 0; each <= row.lastChoice; ++each) {
+        sent.values += std::string(each == 0 ? "`\"" : ", `\"") + row.choice(each) + "\"`";
+      }
+      break;
+  }
+  return sent;
+}
+
+/// The rows of a document that types/settings.h does not have, and which command sets what they are about.
+struct Rows {
+  const DocumentRow* begin;
+  std::size_t count;
+  const char* setBy;
+};
+template <std::size_t count>
+Rows rowsOf(const DocumentRow (&rows)[count], const char* setBy = "") {
+  return {rows, count, setBy};
+}
+
+Sent sentAt(const std::string& path, const Rows& rows) {
+  for (std::size_t i = 0; i < rows.count; ++i) {
+    if (path == rows.begin[i].path) return sentRow(rows.begin[i], rows.setBy);
+  }
+  if (const zel::SettingRow* const row = zel::settings::findPath(path)) return sentSetting(*row);
+  std::fprintf(stderr, "No row has %s.\n", path.c_str());
+  std::exit(1);
+}
+
+template <class Record>
+void tableOfDaemon(const Samples<Record>& samples, const Rows& rows) {
+  std::printf(
+      "A daemon sends:\n\n| key | type | values, unit | not known, not set | required | set by command | meaning |\n");
+  std::printf("|---|---|---|---|---|---|---|\n");
+  for (const Path& path : leavesOf(written(samples.one))) {
+    const Sent sent = sentAt(shown(path), rows);
+    std::printf("| `%s` | %s | %s | %s | %s | %s | %s |\n", shown(path).c_str(), sent.type.c_str(), sent.values.c_str(),
+                sent.notKnown.c_str(), sent.required.c_str(), sent.setBy.c_str(), sent.meaning.c_str());
+  }
+  std::printf("\nA client's record does:\n\n");
+}
+
 // The page
 
 template <class Record>
-void table(const char* title, const char* note, const Samples<Record>& samples) {
+void table(const char* title, const char* note, const Samples<Record>& samples, const Rows* rows = nullptr) {
   std::printf("\n## %s\n\n%s\n\n", title, note);
+  if (rows != nullptr) tableOfDaemon(samples, *rows);
   std::printf(
       "| key | type | a new record writes | key missing | key null | block missing |\n|---|---|---|---|---|---|\n");
   const Json::Value document = written(samples.one);
@@ -360,24 +456,41 @@ auto samples(Make make) {
 int main() {
   std::printf(R"(# The keys of every document
 
-`docs/make_keys.cpp` prints this page from what the records do, and a test compares. The meaning of the stored
-parameters and the values that the daemon accepts are in [protocol.md](protocol.md).
+`docs/make_keys.cpp` prints this page from the rows of the tables and from what the records do, and a test compares. The
+rules are in [protocol.md](protocol.md). For each document there are two tables.
+
+"A daemon sends" is the norm. "required": "yes" means that the document always has the key, "when set" that it is left out
+where nothing is set, "no" that the daemon may leave it out. "not known, not set": what the daemon sends where it has no value.
+The texts of an enumeration are shown with their exact case. A unit is a "should": the readers show the number as it is.
+
+"A client's record does" is how the library reads the document, whatever the daemon. **The defaults there are those of a
+client's record for a key that a document lacks. They are not the factory values of a board**, which are the daemon's own.
 
 A key is missing when it is absent. A key that is null is not missing: JsonCpp converts null to 0, false or the empty
-text. A block is a key at the top level that holds an object or a list. Where an object inside a block is missing, its
-keys are missing. JsonCpp throws an exception for a value that it cannot convert.
+text. That is why a daemon does not send null. A block is a key at the top level that holds an object or a list. Where an
+object inside a block is missing, its keys are missing. JsonCpp throws an exception for a value that it cannot convert.
 
 "kept": the member keeps its value. "not read": the key is written with a fixed value and never read.
 )");
+  const Rows interface = rowsOf(zel::conformance::rows::kInterface, "2: `add-eth-cfg`");
   table(
       "Stored parameters",
-      R"(Answer of command 0 under "stored", payload of topic 1000. An entry of "ethipv4" replaces the entry of its name; the
-other entries stay.)",
-      samples(stored));
+      R"(Answer of command 0 under "stored", payload of topic 1000. An entry of "ethipv4" has "static" when its mode is static. A
+daemon always sends the whole list. A record that is read a second time replaces the entry of the same name, adds the new
+ones, and keeps those that the document does not have; so an application reads each document into a new record.)",
+      samples(stored), &interface);
   deltaTable(samples(stored));
-  table("Dynamic information", R"(Answer of command 1 under "dynamic", payload of topic 1001.)", samples(dynamic));
-  table("Board model", R"(Answer of command 3 under "board-model".)", samples(model));
+  const Rows dynamicRows = rowsOf(zel::conformance::rows::kDynamic);
+  table(
+      "Dynamic information",
+      R"(Answer of command 1 under "dynamic", payload of topic 1001. No command sets these values, except "errors" (command 7).
+An empty list may be left out. The values of "sfp-info" except "present" are required where a module is present.)",
+      samples(dynamic), &dynamicRows);
+  const Rows modelRows = rowsOf(zel::conformance::rows::kBoardModel);
+  table("Board model", R"(Answer of command 3 under "board-model". "module" is the FPGA bitstream that runs.)",
+        samples(model), &modelRows);
+  const Rows entryRows = rowsOf(zel::conformance::rows::kWhitelistEntry, "13, 14, 15");
   table("Whitelist entry", R"(An element of "white-list", in requests, answers and topic 1004.)",
-        samples(whitelistEntry));
+        samples(whitelistEntry), &entryRows);
   table("VLAN tag", "A record of its own. The stored interface configurations do not contain it.", samples(vlan));
 }

@@ -9,56 +9,15 @@
 #include <iostream>
 #include <iterator>
 #include <string>
-#include <type_traits>
 
 #include "client/commands.h"
+#include "docs/setting_texts.h"
 #include "types/settings.h"
 
 namespace {
 
 using zel::SettingRow;
-using Kind = SettingRow::Kind;
 using Route = SettingRow::Route;
-
-const char* typeName(const SettingRow& row, Json::ValueType json) {
-  switch (row.kind) {
-    case Kind::kSwitch: return "boolean";
-    case Kind::kNumber: return json == Json::uintValue ? "unsigned" : "integer";
-    case Kind::kText:
-    case Kind::kChoice: return "text";
-    case Kind::kBlock:
-    case Kind::kInterface: return "object";
-    case Kind::kInterfaceList: return "array";
-  }
-  return nullptr;
-}
-
-std::string rangeOf(const SettingRow& row) {
-  return std::to_string(row.values.least) + " to " + std::to_string(row.values.most);
-}
-
-/// "interface or all, " of "interface|all", which would end a column of the table; empty for any text.
-std::string nameOf(const SettingRow& row) {
-  std::string name = row.values.name;
-  if (name == "text") return "";
-  if (const std::size_t bar = name.find('|'); bar != std::string::npos) name.replace(bar, 1, " or ");
-  return name + ", ";
-}
-
-std::string valuesOf(const SettingRow& row) {
-  switch (row.kind) {
-    case Kind::kSwitch: return "`true`, `false`";
-    case Kind::kNumber: return rangeOf(row);
-    case Kind::kText: return nameOf(row) + rangeOf(row) + " bytes";
-    case Kind::kChoice: break;
-    case Kind::kBlock: return "members as below";
-    case Kind::kInterface: return "as an element of `ethipv4`";
-    case Kind::kInterfaceList: return "";
-  }
-  std::string texts;
-  for (const char* const text : row.choices()) texts += std::string(texts.empty() ? "`\"" : ", `\"") + text + "\"`";
-  return texts;
-}
 
 void printCommands() {
   std::printf("| id | name | member of the answer |\n|---|---|---|\n");
@@ -71,9 +30,8 @@ void printCommands() {
 /// Calls `use` with each row of one of the routes and with the name of its JSON type.
 void forEachOf(std::initializer_list<Route> routes, const std::function<void(const SettingRow&, const char*)>& use) {
   zel::settings::forEach([&](const auto& row) {
-    using Value = typename std::decay_t<decltype(row)>::Type;
     for (const Route route : routes) {
-      if (row.route == route) use(row, typeName(row, row.toJson(Value{}).type()));
+      if (row.route == route) use(row, zel::docs::typeName(row));
     }
   });
 }
@@ -82,7 +40,7 @@ void printKeys() {
   std::printf("| key | type | values | place | meaning |\n|---|---|---|---|---|\n");
   forEachOf({Route::kKey, Route::kListChange}, [](const SettingRow& row, const char* type) {
     const bool isPlace = row.route == Route::kKey;
-    std::printf("| `%s` | %s | %s | `%s` | %s |\n", row.key, type, valuesOf(row).c_str(),
+    std::printf("| `%s` | %s | %s | `%s` | %s |\n", row.key, type, zel::docs::valuesOf(row).c_str(),
                 isPlace ? row.path : "ethipv4", row.meaning);
   });
 }
@@ -90,7 +48,7 @@ void printKeys() {
 void printMembers() {
   std::printf("| member | type | values | meaning |\n|---|---|---|---|\n");
   forEachOf({Route::kBlock}, [](const SettingRow& row, const char* type) {
-    std::printf("| `%s` | %s | %s | %s |\n", row.path, type, valuesOf(row).c_str(), row.meaning);
+    std::printf("| `%s` | %s | %s | %s |\n", row.path, type, zel::docs::valuesOf(row).c_str(), row.meaning);
   });
 }
 

@@ -23,11 +23,11 @@ constexpr int kFixedEntry = -9;
 /// The list is full.
 constexpr int kTooMany = -10;
 /// Too many large requests wait.
-constexpr int kBusy = -11;
+constexpr int kBusy = -13;
 /// The change cannot be written to the store, so it was not made.
 constexpr int kNotStored = -12;
 /// The board is a recording, which does not hold the answer and cannot be changed.
-constexpr int kRecording = -13;
+constexpr int kRecording = -14;
 constexpr int kInterfaceNotFound = status::kInterfaceNotFound;
 /// An address is no address, or an interface configuration may not be applied: "aux-errors" has the reason.
 constexpr int kInvalidAddress = status::kInvalidAddress;

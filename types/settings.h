@@ -58,6 +58,14 @@ struct SettingRow {
     std::int64_t most;   ///< the highest number, the most bytes of a text, the last enumerator
     const char* (*text)(std::int64_t enumerator) = nullptr;  ///< enumerations only: the text that is written
     bool (*reads)(std::string_view text) = nullptr;          ///< enumerations only: whether the text selects a value
+    const char* unit = "";                                   ///< of a number, where there is one; no reader converts
+  };
+
+  /// When the stored document of a daemon has the value.
+  enum class Presence {
+    kAlways,
+    kWhenSet,  ///< it is left out where nothing is set; the readers show it as not set then
+    kIfAny,    ///< the daemon may leave it out: no reader needs it
   };
 
   /// The place in the stored document: "rtsp/tcp-port". A row that changes the list of interfaces
@@ -67,6 +75,7 @@ struct SettingRow {
   Values values;
   const char* meaning;  ///< in words: "TCP port of the RTSP server"
   Route route = Route::kKey;
+  Presence presence = Presence::kAlways;
   Kind kind = Kind::kText;   ///< follows from the row's type
   std::int64_t highest = 0;  ///< of a number: the highest that its C++ type holds; follows from the row's type
 
@@ -166,6 +175,7 @@ struct InterfaceChange : TypedRow<T> {
 
 namespace settings {
 
+using Presence = SettingRow::Presence;
 using Route = SettingRow::Route;
 
 /// The member of `SysParameters`, or the member of a record in it, that a row is about:
@@ -191,7 +201,7 @@ inline constexpr Values kSwitch{"on|off", 0, 1};
 inline constexpr Values kPort{"number", 1, 65535};
 inline constexpr Values kVlanId{"number", 0, 4094};
 inline constexpr Values kTdmChannels{"number", 1, 256};
-inline constexpr Values kAnyNumber{"number", 0, std::numeric_limits<std::uint32_t>::max()};
+inline constexpr Values kNanoseconds{"number", 0, std::numeric_limits<std::uint32_t>::max(), nullptr, nullptr, "ns"};
 inline constexpr Values kNotNegative{"number", 0, std::numeric_limits<int>::max()};
 inline constexpr Values kText{"text", 0, 255};
 inline constexpr Values kFilePath{"text", 0, 4095};
@@ -234,7 +244,7 @@ inline constexpr Setting<bool> kCfgAutosaveEnable{
     {"cfg/autosave-enable", "cfg-autosave-enable", values::kSwitch, "whether the daemon saves each change by itself"},
     member<&SysParameters::cfgAutosaveEnable>};
 inline constexpr Setting<std::uint32_t> kOffsetFromMasterThreshold{
-    {"cfg/offset-from-master-threshold", "offset-from-master-threshold", values::kAnyNumber,
+    {"cfg/offset-from-master-threshold", "offset-from-master-threshold", values::kNanoseconds,
      "offset from the PTP master above which the board counts as not synchronised"},
     member<&SysParameters::offsetFromMasterThreshold>};
 inline constexpr Setting<bool> kPauseStreamsPtpFail{{"cfg/pause-audio-streams-ptp-fails", "pause-streams-if-ptp-fails",
@@ -282,19 +292,19 @@ inline constexpr StoredValue<VideoTimingParameters::timing_mode_t> kVideoTimingM
     member<&SysParameters::videoTiming, &VideoTimingParameters::timingMode>};
 inline constexpr StoredValue<int> kVideoInitBufDelay{
     {"videoTimingParameters/initBufDelay", kVideoTiming.key, values::kNotNegative, "initial delay of the video buffer",
-     Route::kBlock},
+     Route::kBlock, Presence::kWhenSet},
     member<&SysParameters::videoTiming, &VideoTimingParameters::initBufDelay>};
 inline constexpr StoredValue<int> kVideoMinWrRdPtrThresh{
     {"videoTimingParameters/minWrRdPtrThresh", kVideoTiming.key, values::kNotNegative,
-     "least distance of the buffer's write and read pointers", Route::kBlock},
+     "least distance of the buffer's write and read pointers", Route::kBlock, Presence::kWhenSet},
     member<&SysParameters::videoTiming, &VideoTimingParameters::minWrRdPtrThresh>};
 inline constexpr StoredValue<int> kVideoMaxWrRdPtrThresh{
     {"videoTimingParameters/maxWrRdPtrThresh", kVideoTiming.key, values::kNotNegative,
-     "greatest distance of the buffer's write and read pointers", Route::kBlock},
+     "greatest distance of the buffer's write and read pointers", Route::kBlock, Presence::kWhenSet},
     member<&SysParameters::videoTiming, &VideoTimingParameters::maxWrRdPtrThresh>};
 inline constexpr StoredValue<int> kVideoRtpPktsPerFrame{
     {"videoTimingParameters/rtpPktsPerFrame", kVideoTiming.key, values::kNotNegative, "RTP packets in a video frame",
-     Route::kBlock},
+     Route::kBlock, Presence::kWhenSet},
     member<&SysParameters::videoTiming, &VideoTimingParameters::rtpPktsPerFrame>};
 
 inline constexpr Setting<NmosParameters> kNmos{{"nmos", "nmos", values::kObject, "NMOS node"},
@@ -331,11 +341,12 @@ inline constexpr StoredValue<std::string> kNmosAdvertisementInterface{
      Route::kBlock},
     member<&SysParameters::nmos, &NmosParameters::advertisementInterface>};
 /// The record writes this text and never reads it.
-inline constexpr TypedRow<std::string> kNmosNodeDescription{
-    {"nmos/node-description", nullptr, values::kText, "fixed description of the NMOS node", Route::kNone}};
+inline constexpr TypedRow<std::string> kNmosNodeDescription{{"nmos/node-description", nullptr, values::kText,
+                                                             "fixed description of the NMOS node", Route::kNone,
+                                                             Presence::kIfAny}};
 
 inline constexpr StoredValue<std::list<EthIpV4Cfg>> kInterfaces{
-    {"ethipv4", nullptr, values::kArray, "configurations of the interfaces", Route::kNone},
+    {"ethipv4", nullptr, values::kArray, "configurations of the interfaces", Route::kNone, Presence::kWhenSet},
     member<&SysParameters::ethIPv4Cfg>};
 inline constexpr InterfaceChange<EthIpV4Cfg> kAddInterface{
     {"ethipv4/add", "add-eth-cfg", values::kInterfaceConfiguration,

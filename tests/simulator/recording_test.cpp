@@ -208,7 +208,7 @@ TEST(Replay, CannotBeChangedButMisbehavesOnDemand) {
   zmq::context_t context;
   TestClient client(context, kSoon);
   EXPECT_EQ(wireText(client.send(0).reply), R"({"status":0,"stored":{"any":"thing"}})");
-  EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, -13);
+  EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, -14);
   EXPECT_THAT(client.lastError().text, HasSubstr("This board is a recording"));
   const std::string control = folder.file("control");
   EXPECT_EQ(zel::sim::tellAt(control, "stored rtsp/tcp-port 5004").error,
