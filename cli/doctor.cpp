@@ -5,8 +5,12 @@
 
 #include "cli/command.h"
 #include "cli/host_interfaces.h"
+#include "cli/json_paths.h"
+#include "cli/keys.h"
 #include "cli/publisher_probe.h"
 #include "common/error_aux_msg.h"
+#include "common/shared/format_text.h"
+#include "common/shared/ipv4.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
@@ -17,6 +21,8 @@ namespace {
 
 /// What the checks look at.
 struct Snapshot {
+  Json::Value storedDocument;
+  Json::Value modelDocument;
   SysParameters stored;
   SysParametersDynamic dynamic;
   BoardModel model;
@@ -70,6 +76,39 @@ void checkModel(const Snapshot& board, Findings& findings) {
     findings.note(std::string("the bitstream ") + BitstreamType::toText(configured) + " is configured, but " +
                       BitstreamType::toText(running) + " is running",
                   "'sysmgrctl reboot' lets the board load the configured one");
+  }
+}
+
+/// Names a text of the daemon's that selects no value.
+/// @param used  the text of the value that the record has instead
+void checkText(const std::string& path, const Json::Value& document, bool (*isKnown)(std::string_view text),
+               const std::string& used, Findings& findings) {
+  const Json::Value* const value = valueAt(document, path);
+  if (value == nullptr || !value->isString() || value->asString().empty()) return;
+  if (value->asString() == used || isKnown(value->asString())) return;
+  findings.problem(path + " '" + value->asString() + "' is not known, read as " + used,
+                   "is the daemon of another version than this program? Letter case counts");
+}
+
+void checkTexts(const Snapshot& board, Findings& findings) {
+  checkText(
+      "model", board.modelDocument, [](auto text) { return BoardModelType::fromText(text).has_value(); },
+      BoardModelType::toText(board.model.model), findings);
+  checkText("module", board.modelDocument, settings::kBitstreamModule.values.reads,
+            BitstreamType::toText(board.model.bitstream.type), findings);
+  Json::Value read;
+  board.stored.Serialize(read);
+  for (const SettingRow* const row : settableRows()) {
+    if (row->kind != SettingRow::Kind::kChoice) continue;
+    const Json::Value* const used = valueAt(read, row->path);
+    checkText(row->path, board.storedDocument, row->values.reads, used == nullptr ? "" : used->asString(), findings);
+  }
+  for (const EthIpV4Cfg& config : board.stored.ethIPv4Cfg) {
+    for (const char* const place : {"/mode", "/mode/mode"}) {
+      checkText(
+          "ethipv4/" + config.eth + place, board.storedDocument,
+          [](auto text) { return EthMode::fromText(text).has_value(); }, EthMode::toText(config.mode.mode), findings);
+    }
   }
 }
 
@@ -162,8 +201,7 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
     Json::Value copy = element;
     WhiteListEntry entry;
     entry.Deserialize(copy);
-    const uint32_t firstOctet = entry.ip >> 24U;
-    if (firstOctet < 224 || firstOctet > 239) {
+    if (!isMulticast(entry.ip)) {
       findings.problem("the whitelist holds " + entry.getIpStr() + ", which is not a multicast address",
                        "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");
     }
@@ -182,22 +220,25 @@ void checkHost(const Snapshot& board, Findings& findings) {
     if (names.count(info.name) == 0) strangers.push_back(info.name);
   }
   if (strangers.empty()) return;
-  findings.note("the daemon reports " + joined(strangers) + ", which this machine does not have",
+  findings.note("the daemon reports " + listed(strangers) + ", which this machine does not have",
                 "'sysmgrctl host' shows what it has; does the daemon run in a container, or is it a stand-in?");
 }
 
-constexpr Check kChecks[] = {checkModel, checkErrors, checkInterfaceNames, checkConfigurations, checkAddresses,
-                             checkPorts, checkVlans,  checkAutosave,       checkWhitelist,      checkHost};
+constexpr Check kChecks[] = {checkModel,          checkTexts,     checkErrors, checkInterfaceNames,
+                             checkConfigurations, checkAddresses, checkPorts,  checkVlans,
+                             checkAutosave,       checkWhitelist, checkHost};
 
 /// Reads what the checks look at. @return nothing when the daemon does not get that far; the findings say why
 std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   Snapshot board;
   try {
     Daemon& daemon = call.daemon();
-    board.stored = daemon.record<SysParameters>("stored");
+    board.storedDocument = daemon.get("stored");
+    board.stored = Daemon::read<SysParameters>("stored", board.storedDocument);
     findings.fine("a daemon is there and answers");
     board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
-    board.model = daemon.record<BoardModel>("model");
+    board.modelDocument = daemon.get("model");
+    board.model = Daemon::read<BoardModel>("model", board.modelDocument);
     board.whitelist = daemon.whitelist();
     for (const char* name : {"info", "network", "debug"}) daemon.get(name);
     findings.fine("it answers every question");

@@ -9,7 +9,7 @@ namespace {
 
 using Rows = std::vector<std::pair<std::string, std::string>>;
 
-std::string listed(const std::string& heading, const Rows& rows) {
+std::string section(const std::string& heading, const Rows& rows) {
   if (rows.empty()) return "";
   std::size_t width = 0;
   for (const auto& [name, text] : rows) width = std::max(width, name.size());
@@ -37,7 +37,7 @@ std::string usageLine(const Command& command) {
 std::string commandsHelp(const std::string& group) {
   Rows rows;
   for (const std::string& word : commandsIn(group)) rows.emplace_back(word, commandOf(nameIn(group, word))->summary);
-  return listed("Commands", rows);
+  return section("Commands", rows);
 }
 
 std::string commonHelp() {
@@ -46,7 +46,7 @@ std::string commonHelp() {
     const std::string shortForm = option.letter == '\0' ? "" : std::string("-") + option.letter + ", ";
     rows.emplace_back(shortForm + withValue(option), option.help);
   }
-  return listed("Options of every command", rows);
+  return section("Options of every command", rows);
 }
 
 }  // namespace
@@ -63,7 +63,7 @@ std::string helpOf(const Command* command) {
   for (const Argument& argument : command->arguments) arguments.emplace_back(argument.shown, argument.help);
   for (const Option& option : command->options) arguments.emplace_back(withValue(option), option.help);
   return "sysmgrctl " + command->name + ": " + command->summary + "\n\nUsage: " + usageLine(*command) + "\n" +
-         commandsHelp(command->name) + listed("Arguments", arguments) +
+         commandsHelp(command->name) + section("Arguments", arguments) +
          (command->notes.empty() ? "" : "\n" + command->notes + "\n") + commonHelp();
 }
 

@@ -23,9 +23,19 @@ Words offeredValues(const SettingRow& row);
 /// @throws Failure for a text that does not fit the row's type
 Json::Value parseSetting(const SettingRow& row, const std::string& text);
 
-/// Sets keys together or not at all. @throws Failure, with a suggestion for a key that does not exist
-/// @param keysAndValues  KEY VALUE KEY VALUE ...; a key is the `path` of a row
-/// @return the values as the daemon got them, by key
-Json::Value setKeys(Daemon& daemon, const Words& keysAndValues);
+/// A key with its new value as a request carries it.
+struct Assignment {
+  const SettingRow* row;
+  Json::Value value;
+};
+using Assignments = std::vector<Assignment>;
+
+/// Reads KEY VALUE and KEY=VALUE words; a key is the `path` of a row. Everything is read before anything is sent, so
+/// that a slip in the last value leaves the first ones unset.
+/// @throws Failure, with a suggestion for a key that does not exist
+Assignments parseAssignments(const Words& words);
+
+/// Sends keys together or not at all. @throws Failure
+void send(Daemon& daemon, const Assignments& assignments);
 
 }  // namespace zel::ctl

@@ -1,6 +1,7 @@
 #include "cli/command.h"
 #include "cli/keys.h"
 #include "cli/values.h"
+#include "common/shared/format_text.h"
 
 namespace zel::ctl {
 
@@ -9,7 +10,7 @@ namespace {
 /// What a key means, with what there is to know about its values.
 std::string meaningOf(const SettingRow& row) {
   std::string text = row.meaning;
-  if (row.kind == SettingRow::Kind::kChoice) text += ": " + joined(offeredValues(row));
+  if (row.kind == SettingRow::Kind::kChoice) text += ": " + listed(offeredValues(row));
   if (row.kind == SettingRow::Kind::kInterface) text += std::string(": ") + kInterfaceForm;
   if (row.route == SettingRow::Route::kIdentify) text += "; to be set alone";
   return text;
@@ -40,8 +41,10 @@ void runSet(Call& call) {
   if (words.empty()) {
     throw usage("there is nothing to set", "sysmgrctl set KEY VALUE; 'sysmgrctl set --list' lists the keys");
   }
+  const Assignments assignments = parseAssignments(words);
+  send(call.daemon(), assignments);
   Json::Value document;
-  document["set"] = setKeys(call.daemon(), words);
+  for (const auto& [row, value] : assignments) document["set"][row->path] = value;
   call.output.page(document, [&] { call.output.leaves(document["set"]); });
 }
 

@@ -1,6 +1,7 @@
 #include <map>
 
 #include "cli/command.h"
+#include "common/shared/format_text.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
 
@@ -76,7 +77,7 @@ std::string namesOf(const Json::Value& services, bool on) {
   for (const std::string& name : services.getMemberNames()) {
     if (services[name].asBool() == on) names.push_back(name);
   }
-  return names.empty() ? "none" : joined(names);
+  return names.empty() ? "none" : listed(names);
 }
 
 std::string cellOrUnknown(const Json::Value& value) { return value.isNull() ? "unknown" : cellOf(value); }

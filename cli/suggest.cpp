@@ -1,4 +1,5 @@
 #include "cli/suggest.h"
+#include "common/shared/format_text.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -51,7 +52,7 @@ Words nearest(const std::string& typed, const Words& candidates) {
 
 std::string didYouMean(const std::string& typed, const Words& candidates) {
   const Words near = nearest(typed, candidates);
-  return near.empty() ? "" : "did you mean '" + joined(near, "' or '") + "'?";
+  return near.empty() ? "" : "did you mean '" + listed(near, "' or '") + "'?";
 }
 
 }  // namespace zel::ctl

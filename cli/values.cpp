@@ -1,9 +1,9 @@
 #include "cli/values.h"
 
-#include <charconv>
-#include <system_error>
-
 #include "cli/suggest.h"
+#include "common/shared/format_text.h"
+#include "common/shared/ipv4.h"
+#include "common/shared/read_number.h"
 
 namespace zel::ctl {
 
@@ -19,14 +19,6 @@ const Words& offWords() {
   return kWords;
 }
 
-/// Whether the whole text is a number, which is stored then.
-template <class Number>
-bool readNumber(const std::string& text, Number& number) {
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && rest == end;
-}
-
 /// The parts between commas.
 Words parted(const std::string& text) {
   Words parts(1);
@@ -40,25 +32,23 @@ Words parted(const std::string& text) {
   return parts;
 }
 
-IpAddress maskOfPrefix(const std::string& length) {
-  constexpr int kAllBits = 32;
-  const auto bits = static_cast<unsigned int>(parseNumber(length, 0, kAllBits));
-  return IpAddress(bits == 0 ? 0 : ~std::uint32_t{0} << (kAllBits - bits));
+IpAddress maskOfLength(const std::string& length) {
+  return IpAddress(maskOfPrefix(static_cast<unsigned int>(parseNumber(length, 0, 32))));
 }
 
 }  // namespace
 
 std::int64_t parseNumber(const std::string& text, std::int64_t least, std::int64_t most) {
-  std::int64_t number = 0;
-  if (readNumber(text, number) && number >= least && number <= most) return number;
+  const auto number = readNumber<std::int64_t>(text);
+  if (number && *number >= least && *number <= most) return *number;
   throw usage("'" + text + "' is not a number from " + std::to_string(least) + " to " + std::to_string(most));
 }
 
 double parseSeconds(const std::string& text) {
   constexpr double kShortest = 0.001;
   constexpr double kLongest = 1000000;  // in milliseconds it still is an int
-  double seconds = 0;
-  if (readNumber(text, seconds) && seconds >= kShortest && seconds <= kLongest) return seconds;
+  const auto seconds = readNumber<double>(text);
+  if (seconds && *seconds >= kShortest && *seconds <= kLongest) return *seconds;
   throw usage("'" + text + "' is not a number of seconds from 0.001 to 1000000");
 }
 
@@ -72,7 +62,7 @@ Words switchWords() { return {onWords().front(), offWords().front()}; }
 
 std::string parseChoice(const std::string& text, const Words& choices) {
   if (contains(choices, text)) return text;
-  throw usage("'" + text + "' is not one of: " + joined(choices), didYouMean(text, choices));
+  throw usage("'" + text + "' is not one of: " + listed(choices), didYouMean(text, choices));
 }
 
 IpAddress parseAddress(const std::string& text) {
@@ -88,7 +78,7 @@ Network parseNetwork(const std::string& address, const std::string& mask) {
   const bool hasPrefix = slash != std::string::npos;
   if (hasPrefix && !mask.empty()) throw usage("the mask is given twice: as /PREFIX and by itself");
   const IpAddress parsed = parseAddress(address.substr(0, slash));
-  if (hasPrefix) return {parsed, maskOfPrefix(address.substr(slash + 1))};
+  if (hasPrefix) return {parsed, maskOfLength(address.substr(slash + 1))};
   if (mask.empty()) throw usage("the mask of " + address + " is missing", "write it as /PREFIX: " + address + "/24");
   return {parsed, parseAddress(mask)};
 }

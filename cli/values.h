@@ -43,7 +43,7 @@ auto valueFor(const std::string& name, const Parse& parse) {
   try {
     return parse();
   } catch (const Failure& failure) {
-    throw Failure(failure.status(), name + ": " + failure.what(), failure.advice());
+    throw Failure(failure.status(), name + ": " + failure.what(), failure.advice()).about(name);
   }
 }
 
