@@ -146,7 +146,10 @@ const std::vector<Command>& commands() {
        "print what changes, as it changes",
        runWatch,
        {{"documents", "DOCUMENT", "only changes of these", 0, kAny, watched}},
-       {{"--count", "N", "end after N changes"}, {"--timeout", "SECONDS", "end after this time"}},
+       {{"--count", "N", "end after N changes"},
+        {"--timeout", "SECONDS", "end after this time"},
+        {"--time", nullptr, "begin each line with the time"},
+        {"--exec", "COMMAND", "run this command in a shell for each line"}},
        "Each line is a change: the document, the key, the old and the new value; '-' where there is none.\n"
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until\n"
