@@ -22,7 +22,7 @@ Offers documentNames(const Words&) {
 /// The paths that a document has as a rule: those of a new record. The daemon is not asked.
 Offers usualPaths(const Words& typedBefore) {
   Json::Value document;
-  const std::string name = typedBefore.empty() ? "" : typedBefore.back();
+  const std::string name = typedBefore.empty() ? "" : typedBefore.front();
   if (name == "stored") SysParameters().Serialize(document);
   if (name == "dynamic") SysParametersDynamic().Serialize(document);
   if (name == "model") BoardModel().Serialize(document);
@@ -73,15 +73,21 @@ std::string listOfDocuments() {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> kCommands = {
-      {"status", "the board on one page", runStatus},
+      {"status",
+       "the board on one page",
+       runStatus,
+       {},
+       {{"--watch", nullptr, "draw it again and again"},
+        {"--interval", "SECONDS", "the time between two pictures; 1 where nothing else is said"},
+        {"--count", "N", "end after N pictures"}}},
       {"get",
        "a document of the daemon's, or one value of it",
        runGet,
        {{"document", "DOCUMENT", "what to read", 1, 1, documentNames},
-        {"path", "PATH", "the place in it: rtsp/tcp-port", 0, 1, usualPaths}},
-       {},
+        {"path", "PATH", "the places in it: rtsp/tcp-port", 0, kAny, usualPaths}},
+       {{"--values", nullptr, "print the values alone, a line each", nullptr, 'g'}},
        listOfDocuments() + "A single value is printed alone, for use in scripts. With --json and a PATH the output\n"
-                           "is an object with the path as its one member."},
+                           "is an object with the paths as its members."},
       {"set",
        "change stored parameters",
        runSet,
@@ -154,6 +160,12 @@ const std::vector<Command>& commands() {
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until\n"
        "Ctrl-C. The exit status is 3 when the time ends before N changes have come."},
+      {"metrics",
+       "the state of the board as metrics for Prometheus",
+       runMetrics,
+       {{"file", "FILE", "replace this file by them, in one step"}},
+       {},
+       "Without a daemon the metric sysmgr_up is 0, there are no others, and the exit status is 8."},
       {"delta", "the stored parameters that are not as the factory set them", runDelta},
       {"dump", "the stored parameters as the library lists them in logs", runDump},
       {"host", "this machine's interfaces, addresses and DHCP leases", runHost, {}, {kLeases}},

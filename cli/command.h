@@ -87,6 +87,8 @@ Words watchableDocuments();
 
 // status.cpp
 void runStatus(Call& call);
+// metrics.cpp
+void runMetrics(Call& call);
 // get.cpp
 void runGet(Call& call);
 void runDelta(Call& call);

@@ -24,6 +24,10 @@ std::string withValue(const Option& option) {
   return option.value == nullptr ? option.name : option.name + " " + option.value;
 }
 
+std::string withShortForm(const Option& option) {
+  return (option.letter == '\0' ? "" : std::string("-") + option.letter + ", ") + withValue(option);
+}
+
 std::string usageLine(const Command& command) {
   std::string line = "sysmgrctl " + command.name;
   for (const Argument& argument : command.arguments) {
@@ -43,8 +47,7 @@ std::string commandsHelp(const std::string& group) {
 std::string commonHelp() {
   Rows rows;
   for (const Option& option : commonOptions()) {
-    const std::string shortForm = option.letter == '\0' ? "" : std::string("-") + option.letter + ", ";
-    rows.emplace_back(shortForm + withValue(option), option.help);
+    rows.emplace_back(withShortForm(option), option.help);
   }
   return section("Options of every command", rows);
 }
@@ -61,7 +64,7 @@ std::string helpOf(const Command* command) {
   }
   Rows arguments;
   for (const Argument& argument : command->arguments) arguments.emplace_back(argument.shown, argument.help);
-  for (const Option& option : command->options) arguments.emplace_back(withValue(option), option.help);
+  for (const Option& option : command->options) arguments.emplace_back(withShortForm(option), option.help);
   return "sysmgrctl " + command->name + ": " + command->summary + "\n\nUsage: " + usageLine(*command) + "\n" +
          commandsHelp(command->name) + section("Arguments", arguments) +
          (command->notes.empty() ? "" : "\n" + command->notes + "\n") + commonHelp();

@@ -2,6 +2,7 @@
 #include <json/value.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -31,12 +32,29 @@ void occupyStandardDescriptors() {
   }
 }
 
-Exit report(Exit status, const std::string& why, const std::string& advice) {
+/// Whether the failure is for a program: asked of the words as they were typed, since they may be what is wrong.
+bool isForProgram(const zel::ctl::Words& typed) {
+  const auto end = std::find(typed.begin(), typed.end(), "--");
+  return std::find(typed.begin(), end, "--json") != end;
+}
+
+void reportToProgram(const zel::ctl::Failure& failure) {
+  Json::Value line;
+  Json::Value& error = line["error"];
+  error["exit"] = static_cast<int>(failure.status());
+  error["status"] = zel::ctl::nameOf(failure.status());
+  error["text"] = failure.what();
+  if (failure.code() != 0) error["code"] = failure.code();
+  if (!failure.key().empty()) error["key"] = failure.key();
+  if (!failure.advice().empty()) error["advice"] = failure.advice();
+  std::fprintf(stderr, "%s\n", zel::ctl::Output::asJson(line).c_str());
+}
+
+void reportToUser(const zel::ctl::Failure& failure) {
   const bool colour = zel::ctl::mayColour(STDERR_FILENO);
   std::fprintf(stderr, "%ssysmgrctl:%s %s\n", colour ? "\033[31m" : "", colour ? "\033[0m" : "",
-               zel::ctl::visible(why).c_str());
-  if (!advice.empty()) std::fprintf(stderr, "  %s\n", zel::ctl::visible(advice).c_str());
-  return status;
+               zel::ctl::visible(failure.what()).c_str());
+  if (!failure.advice().empty()) std::fprintf(stderr, "  %s\n", zel::ctl::visible(failure.advice()).c_str());
 }
 
 /// Writes a text of the program's own.
@@ -74,16 +92,19 @@ Exit run(const zel::ctl::Words& typed) {
 
 int main(int argc, char** argv) {
   occupyStandardDescriptors();
-  Exit status = Exit::kOther;
+  const zel::ctl::Words typed(argv + 1, argv + argc);
+  const auto failed = [&typed](const zel::ctl::Failure& failure) {
+    isForProgram(typed) ? reportToProgram(failure) : reportToUser(failure);
+    return static_cast<int>(failure.status());
+  };
   try {
-    status = run({argv + 1, argv + argc});
+    return static_cast<int>(run(typed));
   } catch (const zel::ctl::Failure& failure) {
-    status = report(failure.status(), failure.what(), failure.advice());
+    return failed(failure);
   } catch (const Json::Exception& mismatch) {
-    status = report(Exit::kBadAnswer, std::string("the answer has a value of the wrong type: ") + mismatch.what(),
-                    "'sysmgrctl get DOCUMENT' shows a document as the daemon sends it");
+    return failed({Exit::kBadAnswer, std::string("the answer has a value of the wrong type: ") + mismatch.what(),
+                   "'sysmgrctl get DOCUMENT' shows a document as the daemon sends it"});
   } catch (const std::exception& error) {
-    status = report(Exit::kOther, error.what(), "");
+    return failed({Exit::kOther, error.what()});
   }
-  return static_cast<int>(status);
 }
