@@ -5,6 +5,7 @@
 #include "cli/json_paths.h"
 #include "cli/keys.h"
 #include "cli/values.h"
+#include "client/endpoints.h"
 #include "types/sysmgr_types.h"
 
 namespace zel::ctl {
@@ -96,6 +97,29 @@ const std::vector<Command>& commands() {
        {{"--list", nullptr, "list the keys with their types and meanings"}},
        "Keys are those that 'get stored' and 'watch' show: sysmgrctl set rtsp/tcp-port 5004\n"
        "A value that begins with a dash goes behind '--': sysmgrctl set -- nmos/node-name -x"},
+      {"export",
+       "write what can be set on the board into a file",
+       runExport,
+       {{"file", "FILE", "the file, replaced in one step; standard output without it", 0, 1, nullptr}},
+       {},
+       "The file has a line KEY = VALUE for each key that 'set' takes, each interface and each whitelist range."},
+      {"import",
+       "set what a file says",
+       runImport,
+       {{"file", "FILE", "a file that 'export' has written, or a part of one; - is standard input", 1, 1, nullptr}},
+       {{"--dry-run", nullptr, "only show what would change"},
+        {"--other-model", nullptr, "also a file of another board model"}},
+       "It shows what it changes, and changes nothing else. A key that the file does not have stays. The interfaces\n"
+       "and the whitelist are replaced as a whole where the file has one of their elements. Stopped at any moment, it\n"
+       "ends in the same state when it is run again.",
+       30},
+      {"diff",
+       "show how two configurations differ",
+       runDiff,
+       {{"sides", "FILE", "a file, 'live' or 'factory'", 0, 2, nullptr}},
+       {},
+       "With one FILE the other side is 'live', without any it is from 'factory' to 'live'. The exit status is 1 when\n"
+       "there is a difference."},
       {"eth", "stored IPv4 configurations of the interfaces", nullptr},
       {"eth list", "list them", runEthList},
       {"eth add",
@@ -192,6 +216,8 @@ const std::vector<Option>& commonOptions() {
   static const std::vector<Option> kOptions = {
       {"--json", nullptr, "JSON on standard output in place of tables"},
       {"--wait", "SECONDS", "how long the whole command may take; 5 where nothing else is said", nullptr, 'w'},
+      {"--requests", "ENDPOINT", "where the daemon takes requests, if not at tcp://127.0.0.1:5556"},
+      {"--notifications", "ENDPOINT", "where the daemon publishes, if not at tcp://127.0.0.1:5575"},
       {"--verbose", nullptr, "show the library's messages on standard error; -vv shows more of them", nullptr, 'v'},
       {"--help", nullptr, "this help, or the help of a command", nullptr, 'h'},
       {"--version", nullptr, "the version"},
@@ -231,6 +257,7 @@ double secondsOf(const Command& command, const Values& values) {
 Call::Call(const Command& command, Values values)
     : deadline(secondsOf(command, values)), output(values.count("--json") > 0), values_(std::move(values)) {
   if (has("--wait")) output.endBy(deadline);
+  useEndpoints(word("--requests"), word("--notifications"));
 }
 
 const Words& Call::words(const std::string& key) const {

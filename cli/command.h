@@ -95,6 +95,10 @@ void runDelta(Call& call);
 void runDump(Call& call);
 // set.cpp
 void runSet(Call& call);
+// import.cpp
+void runExport(Call& call);
+void runImport(Call& call);
+void runDiff(Call& call);
 // eth.cpp
 void runEthList(Call& call);
 void runEthAdd(Call& call);

@@ -8,10 +8,10 @@
 #include "cli/json_paths.h"
 #include "cli/keys.h"
 #include "cli/publisher_probe.h"
+#include "client/endpoints.h"
 #include "common/error_aux_msg.h"
 #include "common/shared/format_text.h"
 #include "common/shared/ipv4.h"
-#include "subscriber/sysmgr_subscriber.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
 
@@ -258,7 +258,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
 
 void checkPublisher(bool accepts, Findings& findings) {
   if (accepts) return findings.fine("it takes subscribers for its notifications");
-  findings.problem("no program accepts subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
+  findings.problem("no program accepts subscribers for notifications at " + notificationEndpoint(),
                    "programs that follow changes see none: restart the daemon, and look into its log");
 }
 

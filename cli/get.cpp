@@ -58,8 +58,12 @@ void runGet(Call& call) {
 
 void runDelta(Call& call) {
   auto stored = call.daemon().record<SysParameters>("stored");
-  Json::Value delta;
+  Json::Value delta(Json::objectValue);
   stored.SerializeDelta(delta);
+  // Two members are in every delta, and the interfaces are in it also where they are the factory's.
+  delta.removeMember("version");
+  if (delta["videoTimingParameters"].isNull()) delta.removeMember("videoTimingParameters");
+  if (stored.isEthIPv4ConfigDefault(call.daemon().record<BoardModel>("model"))) delta.removeMember("ethipv4");
   call.output.document(delta);
 }
 

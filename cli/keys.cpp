@@ -33,17 +33,6 @@ const SettingRow& rowOf(const std::string& path) {
       .about(path);
 }
 
-/// A block carries only the members that change: the daemon keeps the others, also those that another process sets at
-/// the same time.
-Json::Value requestOf(const Assignments& assignments) {
-  Json::Value request(Json::objectValue);
-  for (const auto& [row, value] : assignments) {
-    Json::Value& member = request[row->key];
-    (row->route == Route::kBlock ? member[lastStep(row->path)] : member) = value;
-  }
-  return request;
-}
-
 }  // namespace
 
 std::vector<const SettingRow*> settableRows() {
@@ -78,6 +67,11 @@ Json::Value parseSetting(const SettingRow& row, const std::string& text) {
   return text;
 }
 
+std::string typedText(const SettingRow& row, const Json::Value& value) {
+  if (row.kind == Kind::kSwitch) return switchWords()[value.asBool() ? 0 : 1];
+  return value.asString();
+}
+
 Assignments parseAssignments(const Words& words) {
   Assignments assignments;
   std::set<std::string> keys;
@@ -99,6 +93,12 @@ Assignments parseAssignments(const Words& words) {
   return assignments;
 }
 
+void addTo(Json::Value& request, const Assignment& assignment) {
+  const SettingRow& row = *assignment.row;
+  Json::Value& member = request[row.key];
+  (row.route == Route::kBlock ? member[lastStep(row.path)] : member) = assignment.value;
+}
+
 void send(Daemon& daemon, const Assignments& assignments) {
   Words paths;
   Operation operation = &SysMgrJsonClient::setSysMgrParameter;
@@ -106,8 +106,10 @@ void send(Daemon& daemon, const Assignments& assignments) {
     paths.emplace_back(row->path);
     if (row->route == Route::kIdentify) operation = &SysMgrJsonClient::setIdentifyLeds;
   }
+  Json::Value request(Json::objectValue);
+  for (const Assignment& assignment : assignments) addTo(request, assignment);
   try {
-    daemon.send("set " + listed(paths), operation, requestOf(assignments));
+    daemon.send("set " + listed(paths), operation, request);
   } catch (const Failure& failure) {
     throw paths.size() == 1 ? failure.about(paths.front()) : failure;
   }

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "client/endpoints.h"
 #include "client/zmq_utils.h"
-#include "subscriber/sysmgr_subscriber.h"
 
 namespace zel::ctl {
 
@@ -27,7 +27,7 @@ PublisherMonitor::Socket PublisherMonitor::openSocket(int type) {
 PublisherMonitor::PublisherMonitor() : subscriber_(openSocket(ZMQ_SUB)), monitor_(openSocket(ZMQ_PAIR)) {
   const bool works = subscriber_ && monitor_ && zmq_socket_monitor(subscriber_.get(), kMonitor, kEvents) == 0 &&
                      zmq_connect(monitor_.get(), kMonitor) == 0 &&
-                     zmq_connect(subscriber_.get(), SysmgrPublisher::kEndpoint) == 0;
+                     zmq_connect(subscriber_.get(), notificationEndpoint().c_str()) == 0;
   if (!works) monitor_.reset();
 }
 

@@ -9,6 +9,8 @@ namespace zel::ctl {
 
 namespace {
 
+constexpr const char* kDhcp = "dhcp";
+
 const Words& onWords() {
   static const Words kWords = {"on", "true", "yes", "1"};
   return kWords;
@@ -32,7 +34,9 @@ Words parted(const std::string& text) {
   return parts;
 }
 
-IpAddress maskOfLength(const std::string& length) {
+/// The mask behind a slash: "24", or "255.255.255.0".
+IpAddress maskBehindSlash(const std::string& length) {
+  if (length.find('.') != std::string::npos) return parseAddress(length);
   return IpAddress(maskOfPrefix(static_cast<unsigned int>(parseNumber(length, 0, 32))));
 }
 
@@ -78,27 +82,45 @@ Network parseNetwork(const std::string& address, const std::string& mask) {
   const bool hasPrefix = slash != std::string::npos;
   if (hasPrefix && !mask.empty()) throw usage("the mask is given twice: as /PREFIX and by itself");
   const IpAddress parsed = parseAddress(address.substr(0, slash));
-  if (hasPrefix) return {parsed, maskOfLength(address.substr(slash + 1))};
+  if (hasPrefix) return {parsed, maskBehindSlash(address.substr(slash + 1))};
   if (mask.empty()) throw usage("the mask of " + address + " is missing", "write it as /PREFIX: " + address + "/24");
   return {parsed, parseAddress(mask)};
 }
 
-EthIpV4Cfg parseInterface(const std::string& text) {
+EthIpV4Cfg parseInterface(const std::string& name, const std::string& text) {
   const Words parts = parted(text);
-  const bool isDhcp = parts.size() == 2 && (parts[1] == "dhcp" || parts[1] == "DHCP");
-  const bool isStatic = (parts.size() == 2 || parts.size() == 3) && parts[1].find('/') != std::string::npos;
-  if (parts.front().empty() || !(isDhcp || isStatic)) {
+  const bool isDhcp = parts.size() == 1 && (text == kDhcp || text == "DHCP");
+  const bool isStatic = parts.size() <= 2 && parts.front().find('/') != std::string::npos;
+  if (name.empty() || !(isDhcp || isStatic)) {
     throw usage("'" + text + "' is not an interface configuration", kInterfaceForm);
   }
   EthIpV4Cfg config;
-  config.eth = parts.front();
+  config.eth = name;
   config.mode.mode = isDhcp ? EthMode::ETH_MODE_DHCP : EthMode::ETH_MODE_STATIC;
   if (isDhcp) return config;
-  const Network network = parseNetwork(parts[1]);
+  const Network network = parseNetwork(parts.front());
   config.ip = network.address.getAddress();
   config.mask = network.mask.getAddress();
-  if (parts.size() == 3) config.gw = parseAddress(parts[2]).getAddress();
+  if (parts.size() == 2) config.gw = parseAddress(parts[1]).getAddress();
   return config;
+}
+
+EthIpV4Cfg parseInterface(const std::string& text) {
+  const std::size_t comma = text.find(',');
+  if (comma == std::string::npos) throw usage("'" + text + "' is not an interface configuration", kInterfaceForm);
+  return parseInterface(text.substr(0, comma), text.substr(comma + 1));
+}
+
+std::string typedMask(std::uint32_t mask) {
+  unsigned int length = 0;
+  while (length < 32 && (mask & (0x80000000U >> length)) != 0) ++length;
+  return "/" + (mask == maskOfPrefix(length) ? std::to_string(length) : IpAddress(mask).toString());
+}
+
+std::string typedText(const EthIpV4Cfg& config) {
+  if (config.mode.mode != EthMode::ETH_MODE_STATIC) return kDhcp;
+  const std::string gateway = config.gw == 0 ? "" : "," + IpAddress(config.gw).toString();
+  return IpAddress(config.ip).toString() + typedMask(config.mask) + gateway;
 }
 
 }  // namespace zel::ctl

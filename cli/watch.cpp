@@ -16,6 +16,7 @@
 #include "cli/run_command.h"
 #include "cli/suggest.h"
 #include "cli/values.h"
+#include "client/endpoints.h"
 #include "client/zmq_utils.h"
 #include "common/status.h"
 #include "common/subscribe_json_client.h"
@@ -272,7 +273,7 @@ class Follower {
  public:
   Follower(Known& known, Printer& printer)
       : known_(known), printer_(printer), client_(ZmqUtils::getInstance().getContext()) {
-    int result = client_.connect(SysmgrPublisher::kEndpoint);
+    int result = client_.connect(notificationEndpoint());
     for (const Watched& one : known.watched()) {
       result = result < 0 ? result : client_.subscribe(SysmgrPublisher::topicOf(one.notification));
     }
