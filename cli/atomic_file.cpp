@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "cli/descriptor.h"
 #include "cli/failure.h"
 
 namespace zel::ctl {
@@ -16,21 +17,6 @@ namespace zel::ctl {
 namespace {
 
 constexpr std::size_t kMost = 1024U * 1024U;  ///< bytes of a file that is read
-
-/// A descriptor that is closed at the end of its scope.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ > STDERR_FILENO) close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 Failure cannot(const std::string& what, const std::string& path) {
   const int error = errno;

@@ -58,6 +58,7 @@ Offers models(const Words&) {
 const Argument kRange = {"address", "ADDRESS", "the range: 239.1.0.0/16, or 239.1.0.0 with MASK", 1};
 const Argument kMask = {"mask", "MASK", "its mask, where ADDRESS has no /PREFIX"};
 const Option kYes = {"--yes", nullptr, "do it without asking"};
+const Option kConfirm = {"--confirm", "SECONDS", "bring the old values back after this time, unless 'confirm' follows"};
 const Option kLeases = {"--leases", "DIRECTORY", "where the DHCP client keeps its leases"};
 
 std::string listOfDocuments() {
@@ -92,9 +93,9 @@ const std::vector<Command>& commands() {
       {"set",
        "change stored parameters",
        runSet,
-       {{"keys", "KEY VALUE", "keys with their values; several are set together or not at all", 0, kAny,
-         keysAndValues}},
-       {{"--list", nullptr, "list the keys with their types and meanings"}},
+       {{"keys", "KEY VALUE", "keys with their values, also as KEY=VALUE; several are set together or not at all", 0,
+         kAny, keysAndValues}},
+       {{"--list", nullptr, "list the keys with their types and meanings"}, kConfirm},
        "Keys are those that 'get stored' and 'watch' show: sysmgrctl set rtsp/tcp-port 5004\n"
        "A value that begins with a dash goes behind '--': sysmgrctl set -- nmos/node-name -x"},
       {"export",
@@ -108,11 +109,17 @@ const std::vector<Command>& commands() {
        runImport,
        {{"file", "FILE", "a file that 'export' has written, or a part of one; - is standard input", 1, 1, nullptr}},
        {{"--dry-run", nullptr, "only show what would change"},
-        {"--other-model", nullptr, "also a file of another board model"}},
+        {"--other-model", nullptr, "also a file of another board model"},
+        kConfirm},
        "It shows what it changes, and changes nothing else. A key that the file does not have stays. The interfaces\n"
        "and the whitelist are replaced as a whole where the file has one of their elements. Stopped at any moment, it\n"
        "ends in the same state when it is run again.",
        30},
+      {"confirm",
+       "keep what a change with --confirm has set",
+       runConfirm,
+       {},
+       {{"--undo", nullptr, "bring the old values back now"}}},
       {"diff",
        "show how two configurations differ",
        runDiff,

@@ -99,6 +99,8 @@ void runSet(Call& call);
 void runExport(Call& call);
 void runImport(Call& call);
 void runDiff(Call& call);
+// confirm.cpp
+void runConfirm(Call& call);
 // eth.cpp
 void runEthList(Call& call);
 void runEthAdd(Call& call);

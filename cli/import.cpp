@@ -3,6 +3,7 @@
 #include "cli/atomic_file.h"
 #include "cli/change_plan.h"
 #include "cli/command.h"
+#include "cli/confirm.h"
 #include "common/shared/format_text.h"
 
 namespace zel::ctl {
@@ -62,6 +63,16 @@ void checkResult(Daemon& daemon, const Configuration& file) {
                 "'sysmgrctl diff FILE' shows them; did another program change them?");
 }
 
+void apply(Call& call, const Configuration& live, const Configuration& file, const Differences& differences) {
+  if (differences.empty()) return;
+  Words keys;
+  for (const Difference& difference : differences) keys.push_back(difference.key);
+  changeWithGuardian(call, live, keys, [&] {
+    carryOut(call.daemon(), stepsOf(differences));
+    checkResult(call.daemon(), file);
+  });
+}
+
 /// What one side of `diff` names.
 Configuration sideOf(Call& call, const std::string& name) {
   if (name == "live") return liveConfiguration(call.daemon());
@@ -91,8 +102,7 @@ void runImport(Call& call) {
   if (!call.output.isJson()) show(call.output, differences);
   call.output.flush();  // what will change is seen before it does
   if (isDone) {
-    carryOut(call.daemon(), stepsOf(differences));
-    if (!differences.empty()) checkResult(call.daemon(), file);
+    apply(call, live, file, differences);
   }
   call.output.page(document, [] {});
 }

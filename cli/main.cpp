@@ -11,6 +11,7 @@
 #include "cli/command.h"
 #include "cli/escape.h"
 #include "cli/failure.h"
+#include "cli/guardian.h"
 #include "common/logger.h"
 
 namespace {
@@ -81,6 +82,9 @@ Exit run(const zel::ctl::Words& typed) {
   // Asked by the shells' completion files; not an option for people, so it is not in the help.
   if (!typed.empty() && typed.front() == "--complete")
     return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
+  if (!typed.empty() && typed.front() == "--guard") {  // started by --confirm
+    return static_cast<Exit>(zel::ctl::runGuardian({typed.begin() + 1, typed.end()}));
+  }
   const zel::ctl::Request request = zel::ctl::parseArguments(typed);
   if (request.command == nullptr) return show(request.text);
   zel::ctl::Call call(*request.command, request.values);

@@ -1,4 +1,5 @@
 #include "cli/command.h"
+#include "cli/confirm.h"
 #include "cli/keys.h"
 #include "cli/values.h"
 #include "common/shared/format_text.h"
@@ -42,7 +43,13 @@ void runSet(Call& call) {
     throw usage("there is nothing to set", "sysmgrctl set KEY VALUE; 'sysmgrctl set --list' lists the keys");
   }
   const Assignments assignments = parseAssignments(words);
-  send(call.daemon(), assignments);
+  if (call.has("--confirm")) {
+    Words keys;
+    for (const Assignment& assignment : assignments) keys.emplace_back(assignment.row->path);
+    changeWithGuardian(call, liveConfiguration(call.daemon()), keys, [&] { send(call.daemon(), assignments); });
+  } else {
+    send(call.daemon(), assignments);
+  }
   Json::Value document;
   for (const auto& [row, value] : assignments) document["set"][row->path] = value;
   call.output.page(document, [&] { call.output.leaves(document["set"]); });

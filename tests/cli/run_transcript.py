@@ -170,7 +170,7 @@ def main():
     with open(arguments.transcript, encoding="utf-8") as file:
         expected = file.read().splitlines()
     with tempfile.TemporaryDirectory() as directory:
-        session = Session(directory, environment_with(arguments.path))
+        session = Session(directory, {**environment_with(arguments.path), "XDG_RUNTIME_DIR": directory})
         try:
             actual = play(expected, session)
         finally:
