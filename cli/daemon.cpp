@@ -7,6 +7,7 @@
 #include "cli/suggest.h"
 #include "client/zmq_utils.h"
 #include "common/envelope.h"
+#include "common/shared/format_text.h"
 #include "types/whitelist.h"
 
 namespace zel::ctl {
@@ -50,7 +51,10 @@ const Document& documentOf(const std::string& name) {
     if (name == document.name) return document;
     names.emplace_back(document.name);
   }
-  throw Failure(Exit::kNotFound, "there is no document '" + name + "'", didYouMean(name, names));
+  const std::string guess = didYouMean(name, names);
+  throw Failure(Exit::kNotFound, "there is no document '" + name + "'",
+                guess.empty() ? "the documents are " + listed(names) : guess)
+      .about(name);
 }
 
 Json::Value unwrapped(const Document& document, Json::Value answer) {

@@ -3,6 +3,7 @@
 #include <optional>
 #include <set>
 
+#include "cli/advice.h"
 #include "cli/command.h"
 #include "cli/host_interfaces.h"
 #include "cli/json_paths.h"
@@ -147,6 +148,9 @@ void checkConfigurations(const Snapshot& board, Findings& findings) {
       findings.note("a configuration is stored for " + config.eth + ", which the board does not have",
                     "'sysmgrctl eth remove " + config.eth + "' removes it");
     }
+    for (const std::string& odd : adviceOn(config)) {
+      findings.note(config.eth + ": " + odd, "'sysmgrctl eth add " + config.eth + " ...' replaces the configuration");
+    }
     if (config.mode.mode != EthMode::ETH_MODE_STATIC || config.ip == 0) continue;
     const auto [owner, isNew] = owners.emplace(config.ip, config.eth);
     if (!isNew) {
@@ -165,21 +169,9 @@ void checkAddresses(const Snapshot& board, Findings& findings) {
 }
 
 void checkPorts(const Snapshot& board, Findings& findings) {
-  const SysParameters& stored = board.stored;
-  const auto nmos = [](int port) { return static_cast<uint32_t>(port); };
-  std::vector<std::pair<const char*, uint32_t>> ports = {{"rtsp/tcp-port", stored.rtspTcpPort},
-                                                         {"ember/tcp-port", stored.emberTcpPort},
-                                                         {"advert/tcp-port", stored.advertTcpPort}};
-  if (stored.nmos.enable) {
-    ports.emplace_back("nmos/http-sdp-port", nmos(stored.nmos.httpSdpPort));
-    ports.emplace_back("nmos/node-port", nmos(stored.nmos.nodePort));
-  }
-  std::map<uint32_t, std::string> users;
-  for (const auto& [key, port] : ports) {
-    const auto [user, isNew] = users.emplace(port, key);
-    if (isNew) continue;
-    findings.problem(user->second + " and " + key + " are both " + std::to_string(port),
-                     std::string("give one of them another port: sysmgrctl set ") + key + " NUMBER");
+  for (const SharedPort& shared : sharedPorts(board.stored)) {
+    findings.problem(std::string(shared.key) + " and " + shared.other + " are both " + std::to_string(shared.port),
+                     std::string("give one of them another port: sysmgrctl set ") + shared.other + " NUMBER");
   }
 }
 
@@ -201,6 +193,9 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
     Json::Value copy = element;
     WhiteListEntry entry;
     entry.Deserialize(copy);
+    for (const std::string& odd : adviceOn(entry)) {
+      findings.note("the whitelist: " + odd, "'sysmgrctl whitelist remove' and 'whitelist add' replace the range");
+    }
     if (!isMulticast(entry.ip)) {
       findings.problem("the whitelist holds " + entry.getIpStr() + ", which is not a multicast address",
                        "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");

@@ -26,6 +26,7 @@
 #include "cli/descriptor.h"
 #include "cli/values.h"
 #include "client/endpoints.h"
+#include "common/shared/read_number.h"
 
 namespace zel::ctl {
 
@@ -82,12 +83,18 @@ std::string stateFolder() {
   return std::string(isSet ? runtime : "/run") + "/sysmgrctl";
 }
 
-std::string stateFile() { return stateFolder() + "/pending-" + std::to_string(getpid()) + ".conf"; }
+constexpr std::string_view kFilePrefix = "pending-";  ///< the process number follows
+
+std::string stateFile() { return stateFolder() + "/" + std::string(kFilePrefix) + std::to_string(getpid()) + ".conf"; }
 
 /// The file of a guardian that is gone; empty: none.
 std::string leftFile() {
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(stateFolder(), error)) return entry.path().string();
+  for (const auto& entry : std::filesystem::directory_iterator(stateFolder(), error)) {
+    const std::string stem = entry.path().stem().string();
+    const auto process = readNumber<pid_t>(std::string_view(stem).substr(std::min(kFilePrefix.size(), stem.size())));
+    if (process && kill(*process, 0) != 0 && errno == ESRCH) return entry.path().string();
+  }
   return "";
 }
 

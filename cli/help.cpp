@@ -59,7 +59,7 @@ std::string helpOf(const Command* command) {
     return "sysmgrctl: the board's system manager from a shell\n\n"
            "Usage: sysmgrctl [OPTION...] COMMAND [ARGUMENT...]\n" +
            commandsHelp("") + commonHelp() +
-           "\nExit status: 0 done, 1 other failure, 2 wrong usage, 3 no answer in time, 4 refused by the daemon,\n"
+           "\nExit status: 0 done, 1 other failure, 2 wrong usage, 3 no answer in time, 4 refused by the daemon, "
            "5 unusable answer, 8 no daemon, 10 not found. More in sysmgrctl(1).\n";
   }
   Rows arguments;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "cli/arguments.h"
 #include "cli/command.h"
@@ -52,10 +53,15 @@ void reportToProgram(const zel::ctl::Failure& failure) {
 }
 
 void reportToUser(const zel::ctl::Failure& failure) {
+  constexpr std::string_view kName = "sysmgrctl:";
+  constexpr std::size_t kIndent = 2;
   const bool colour = zel::ctl::mayColour(STDERR_FILENO);
-  std::fprintf(stderr, "%ssysmgrctl:%s %s\n", colour ? "\033[31m" : "", colour ? "\033[0m" : "",
-               zel::ctl::visible(failure.what()).c_str());
-  if (!failure.advice().empty()) std::fprintf(stderr, "  %s\n", zel::ctl::visible(failure.advice()).c_str());
+  const std::size_t columns = zel::ctl::terminalSize(STDERR_FILENO).columns;
+  const auto broken = [columns](const std::string& text) { return zel::ctl::wrapped(text, columns, kIndent); };
+  const std::string why = broken(std::string(kName) + " " + zel::ctl::visible(failure.what())).substr(kName.size());
+  std::fprintf(stderr, "%s%s%s%s\n", colour ? "\033[31m" : "", kName.data(), colour ? "\033[0m" : "", why.c_str());
+  if (failure.advice().empty()) return;
+  std::fprintf(stderr, "%s\n", broken(std::string(kIndent, ' ') + zel::ctl::visible(failure.advice())).c_str());
 }
 
 /// Writes a text of the program's own.
@@ -80,6 +86,7 @@ Exit execute(zel::ctl::Call& call, const zel::ctl::Command& command) {
 
 Exit run(const zel::ctl::Words& typed) {
   // Asked by the shells' completion files; not an option for people, so it is not in the help.
+  directLog(0);
   if (!typed.empty() && typed.front() == "--complete")
     return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
   if (!typed.empty() && typed.front() == "--guard") {  // started by --confirm

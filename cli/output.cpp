@@ -71,7 +71,11 @@ std::string cellOf(const Json::Value& value) {
   return text;
 }
 
-void note(const std::string& text) { std::fprintf(stderr, "sysmgrctl: %s\n", visible(text).c_str()); }
+void note(const std::string& text) {
+  constexpr std::size_t kIndent = 2;
+  const std::string line = wrapped("sysmgrctl: " + visible(text), terminalSize(STDERR_FILENO).columns, kIndent);
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
 
 Output::Output(bool json)
     : json_(json), colour_(!json && mayColour(STDOUT_FILENO)), terminal_(terminalSize(STDOUT_FILENO)) {}
@@ -100,10 +104,10 @@ void Output::list(const Json::Value& value, const char* member, const std::vecto
 void Output::line(const std::string& text) { write(folded(visible(text)) + "\n"); }
 
 void Output::text(const std::string& lines) {
+  constexpr std::size_t kColumns = 100;  // where there is no terminal
+  const std::size_t columns = terminal_.columns == 0 ? kColumns : terminal_.columns;
   std::istringstream stream(lines);
-  for (std::string each; std::getline(stream, each);) {
-    write(wrapped(each, terminal_.columns, std::max(lastPartOf(each), each.find_first_not_of(' '))) + "\n");
-  }
+  for (std::string each; std::getline(stream, each);) write(wrapped(each, columns, lastPartOf(each)) + "\n");
 }
 
 void Output::leaves(const Json::Value& value) {

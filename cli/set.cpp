@@ -1,3 +1,4 @@
+#include "cli/advice.h"
 #include "cli/command.h"
 #include "cli/confirm.h"
 #include "cli/keys.h"
@@ -32,6 +33,25 @@ Json::Value listOfKeys() {
   return document;
 }
 
+/// What is odd about values that the daemon has accepted.
+void advise(Call& call, const Assignments& assignments) {
+  bool hasPort = false;
+  for (const auto& [row, value] : assignments) {
+    hasPort = hasPort || isPortOfService(row->path);
+    if (row != &settings::kAddInterface) continue;
+    const auto config = Daemon::read<EthIpV4Cfg>("stored", value);
+    for (const std::string& odd : adviceOn(config)) note(odd);
+  }
+  if (!hasPort) return;
+  try {
+    for (const SharedPort& shared : sharedPorts(call.daemon().record<SysParameters>("stored"))) {
+      note(std::string(shared.key) + " and " + shared.other + " are both " + std::to_string(shared.port) + " now");
+    }
+  } catch (const Failure&) {
+    return;  // the values are set all the same
+  }
+}
+
 }  // namespace
 
 void runSet(Call& call) {
@@ -53,6 +73,8 @@ void runSet(Call& call) {
   Json::Value document;
   for (const auto& [row, value] : assignments) document["set"][row->path] = value;
   call.output.page(document, [&] { call.output.leaves(document["set"]); });
+  call.output.flush();
+  advise(call, assignments);
 }
 
 }  // namespace zel::ctl

@@ -1,5 +1,7 @@
 #include "cli/values.h"
 
+#include <algorithm>
+
 #include "cli/suggest.h"
 #include "common/shared/format_text.h"
 #include "common/shared/ipv4.h"
@@ -87,12 +89,15 @@ Network parseNetwork(const std::string& address, const std::string& mask) {
   return {parsed, parseAddress(mask)};
 }
 
-EthIpV4Cfg parseInterface(const std::string& name, const std::string& text) {
+namespace {
+
+/// @param whole  the text as failures show it
+EthIpV4Cfg interfaceOf(const std::string& whole, const std::string& name, const std::string& text) {
   const Words parts = parted(text);
   const bool isDhcp = parts.size() == 1 && (text == kDhcp || text == "DHCP");
   const bool isStatic = parts.size() <= 2 && parts.front().find('/') != std::string::npos;
   if (name.empty() || !(isDhcp || isStatic)) {
-    throw usage("'" + text + "' is not an interface configuration", kInterfaceForm);
+    throw usage("'" + whole + "' is not an interface configuration", kInterfaceForm);
   }
   EthIpV4Cfg config;
   config.eth = name;
@@ -105,10 +110,13 @@ EthIpV4Cfg parseInterface(const std::string& name, const std::string& text) {
   return config;
 }
 
+}  // namespace
+
+EthIpV4Cfg parseInterface(const std::string& name, const std::string& text) { return interfaceOf(text, name, text); }
+
 EthIpV4Cfg parseInterface(const std::string& text) {
-  const std::size_t comma = text.find(',');
-  if (comma == std::string::npos) throw usage("'" + text + "' is not an interface configuration", kInterfaceForm);
-  return parseInterface(text.substr(0, comma), text.substr(comma + 1));
+  const std::size_t comma = std::min(text.find(','), text.size());
+  return interfaceOf(text, text.substr(0, comma), text.substr(std::min(comma + 1, text.size())));
 }
 
 std::string typedMask(std::uint32_t mask) {

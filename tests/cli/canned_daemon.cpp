@@ -1,4 +1,5 @@
-// A daemon that answers from a file, for answers that the simulator does not give: canned_daemon FILE
+// A daemon that answers from a file, for answers that the simulator does not give: canned_daemon FILE [REQUESTS
+// NOTIFICATIONS]
 //
 // A line of FILE is "ID TEXT": the text is the whole answer to the command. Other commands are answered with "{}". When
 // a file "publish" appears in the working directory, its lines "TOPIC TEXT" are published, and the file is removed.
@@ -48,14 +49,14 @@ void publish(zmq::socket_t& publisher) {
 
 }  // namespace
 
-int main(int, char** arguments) {
+int main(int count, char** arguments) {
   const Lines lines = linesOf(arguments[1]);
   const std::map<std::string, std::string> answers(lines.begin(), lines.end());
   zmq::context_t context;
   zmq::socket_t requests(context, zmq::socket_type::router);
   zmq::socket_t publisher(context, zmq::socket_type::pub);
-  requests.bind("tcp://127.0.0.1:5556");
-  publisher.bind("tcp://127.0.0.1:5575");
+  requests.bind(count > 2 ? arguments[2] : "tcp://127.0.0.1:5556");
+  publisher.bind(count > 3 ? arguments[3] : "tcp://127.0.0.1:5575");
   std::puts("ready");
   std::fflush(stdout);
   while (true) {
