@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,7 +27,6 @@
 #include "cli/descriptor.h"
 #include "cli/values.h"
 #include "client/endpoints.h"
-#include "common/shared/read_number.h"
 
 namespace zel::ctl {
 
@@ -83,17 +83,21 @@ std::string stateFolder() {
   return std::string(isSet ? runtime : "/run") + "/sysmgrctl";
 }
 
-constexpr std::string_view kFilePrefix = "pending-";  ///< the process number follows
+std::string stateFile() { return stateFolder() + "/pending-" + std::to_string(getpid()) + ".conf"; }
 
-std::string stateFile() { return stateFolder() + "/" + std::string(kFilePrefix) + std::to_string(getpid()) + ".conf"; }
+/// Opens a file and takes its lock, which lasts as long as the descriptor. A living guardian has that of its file.
+/// @return without a descriptor when another process has the lock
+Descriptor locked(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.number() >= 0 && flock(file.number(), LOCK_EX | LOCK_NB) != 0) file.reset();
+  return file;
+}
 
 /// The file of a guardian that is gone; empty: none.
 std::string leftFile() {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(stateFolder(), error)) {
-    const std::string stem = entry.path().stem().string();
-    const auto process = readNumber<pid_t>(std::string_view(stem).substr(std::min(kFilePrefix.size(), stem.size())));
-    if (process && kill(*process, 0) != 0 && errno == ESRCH) return entry.path().string();
+    if (locked(entry.path().string()).number() >= 0) return entry.path().string();
   }
   return "";
 }
@@ -303,6 +307,7 @@ int runGuardian(const Words& words) {
     mkdir(stateFolder().c_str(), S_IRWXU);
     file = stateFile();
     replaceFile(file, text);
+    const Descriptor lock = locked(file);
     openlog("sysmgrctl", LOG_PID, LOG_DAEMON);
     if (chdir("/") != 0) return EXIT_FAILURE;
     answerParent(kReady);
