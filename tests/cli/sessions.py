@@ -40,7 +40,7 @@ def play(session):
     """Runs session(board); what it returns, if anything, is why it failed."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--path", action="append", default=[], help="where programs are looked for first")
-    environment = run_transcript.environment_with(parser.parse_args().path)
+    environment = run_transcript.environment_with(parser.parse_known_args()[0].path)
     os.environ["PATH"] = environment["PATH"]
     run_transcript.enter_private_network()
     seed = int(os.environ.get("ZEL_SEED", random.randrange(1 << 30)))
