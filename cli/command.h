@@ -14,6 +14,11 @@ namespace zel::ctl {
 
 class Call;
 
+/// The words to offer in place of a word.
+/// @param before  the words in front of it
+/// @param begin   what is there of it
+using Offering = Offers (*)(const Words& before, const std::string& begin);
+
 /// A word that a command takes, or several of them.
 struct Argument {
   static constexpr std::size_t kAny = 1000000;
@@ -21,9 +26,9 @@ struct Argument {
   const char* key;    ///< by which the command asks for it
   const char* shown;  ///< in the help: "NAME"
   const char* help;
-  std::size_t least = 0;                                 ///< words that have to be there
-  std::size_t most = 1;                                  ///< words that may be there
-  Offers (*values)(const Words& typedBefore) = nullptr;  ///< what to offer in its place, given the words before it
+  std::size_t least = 0;      ///< words that have to be there
+  std::size_t most = 1;       ///< words that may be there
+  Offering values = nullptr;  ///< what to offer in its place
 };
 
 /// An option, which may stand anywhere on the command line. Options of one name have a value in all commands or in
@@ -32,7 +37,7 @@ struct Option {
   std::string name;   ///< "--count"; the command asks for it by this
   const char* value;  ///< the name of its value in the help: "N"; null: it takes no value
   const char* help;
-  Offers (*values)(const Words& typedBefore) = nullptr;
+  Offering values = nullptr;
   char letter = '\0';  ///< of the short form
 };
 
@@ -87,12 +92,20 @@ Words watchableDocuments();
 
 // status.cpp
 void runStatus(Call& call);
+// metrics.cpp
+void runMetrics(Call& call);
 // get.cpp
 void runGet(Call& call);
 void runDelta(Call& call);
 void runDump(Call& call);
 // set.cpp
 void runSet(Call& call);
+// import.cpp
+void runExport(Call& call);
+void runImport(Call& call);
+void runDiff(Call& call);
+// confirm.cpp
+void runConfirm(Call& call);
 // eth.cpp
 void runEthList(Call& call);
 void runEthAdd(Call& call);

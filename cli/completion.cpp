@@ -1,4 +1,5 @@
 #include "cli/arguments.h"
+#include "client/endpoints.h"
 
 namespace zel::ctl {
 
@@ -20,28 +21,28 @@ Offers commandsOf(const Command* group) {
   return offers;
 }
 
-Offers valuesOf(const Line& line) {
+Offers valuesOf(const Line& line, const std::string& begin) {
   for (const Option& option : line.command == nullptr ? std::vector<Option>() : line.command->options) {
-    if (option.name == line.openOption && option.values != nullptr) return option.values(line.words);
+    if (option.name == line.openOption && option.values != nullptr) return option.values(line.words, begin);
   }
   return {};
 }
 
 /// The words that the argument takes which is next in the line.
-Offers wordsIn(const Line& line) {
+Offers wordsIn(const Line& line, const std::string& begin) {
   std::size_t end = 0;
   for (const Argument& argument : line.command->arguments) {
     end += argument.most;
-    if (line.words.size() < end) return argument.values == nullptr ? Offers() : argument.values(line.words);
+    if (line.words.size() < end) return argument.values == nullptr ? Offers() : argument.values(line.words, begin);
   }
   return {};
 }
 
 /// @param begin  of the word that is being typed
 Offers offersFor(const Line& line, const std::string& begin) {
-  if (!line.openOption.empty()) return valuesOf(line);
+  if (!line.openOption.empty()) return valuesOf(line, begin);
   if (begin.rfind('-', 0) == 0) return optionsOf(line.command);
-  if (line.command != nullptr && line.command->run != nullptr) return wordsIn(line);
+  if (line.command != nullptr && line.command->run != nullptr) return wordsIn(line, begin);
   return line.words.empty() ? commandsOf(line.command) : Offers();
 }
 
@@ -50,8 +51,14 @@ Offers offersFor(const Line& line, const std::string& begin) {
 std::string completions(const Words& typed) {
   if (typed.empty()) return "";
   const std::string& begin = typed.back();
+  const Line line = takeApart({typed.begin(), typed.end() - 1});
+  const auto endpoint = [&line](const char* option) {
+    const auto found = line.options.find(option);
+    return found == line.options.end() ? std::string() : found->second.back();
+  };
+  useEndpoints(endpoint("--requests"), endpoint("--notifications"));
   std::string lines;
-  for (const Offer& offer : offersFor(takeApart({typed.begin(), typed.end() - 1}), begin)) {
+  for (const Offer& offer : offersFor(line, begin)) {
     if (offer.word.compare(0, begin.size(), begin) != 0) continue;
     lines += offer.word + (offer.meaning.empty() ? "" : "\t" + offer.meaning) + "\n";
   }

@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "cli/json_paths.h"
 #include "cli/output.h"
 #include "cli/suggest.h"
 #include "client/zmq_utils.h"
 #include "common/envelope.h"
+#include "common/shared/format_text.h"
 #include "types/whitelist.h"
 
 namespace zel::ctl {
@@ -34,8 +36,9 @@ const std::vector<Document>& documents() {
       {"network", "the network stack status", "the state of the network stack",
        Commands::SYSMGR_GET_NETWORK_STACK_STATUS, &Client::getNetworkStackStatus},
       {"debug", "the debug information", "the daemon's own counters, for its makers",
-       Commands::SYSMGR_GET_INTERNAL_DEBUG_INFO, &Client::getInternalDebugInfo},
-      {"gpio", "the GPIO lines", "the general purpose lines", Commands::SYSMGR_GET_GPIO_CONFIGURATION, getAllGpioLines},
+       Commands::SYSMGR_GET_INTERNAL_DEBUG_INFO, &Client::getInternalDebugInfo, "debug-info"},
+      {"gpio", "the GPIO lines", "the general purpose lines", Commands::SYSMGR_GET_GPIO_CONFIGURATION, getAllGpioLines,
+       "gpio"},
       {"whitelist", "the multicast whitelist", "from where multicast streams are accepted",
        Commands::SYSMGR_GET_MCAST_WHITELIST, &Client::getMcastWhitelist},
   };
@@ -48,19 +51,39 @@ const Document& documentOf(const std::string& name) {
     if (name == document.name) return document;
     names.emplace_back(document.name);
   }
-  throw Failure(Exit::kNotFound, "there is no document '" + name + "'", didYouMean(name, names));
+  const std::string guess = didYouMean(name, names);
+  throw Failure(Exit::kNotFound, "there is no document '" + name + "'",
+                guess.empty() ? "the documents are " + listed(names) : guess)
+      .about(name);
 }
 
-Json::Value unwrapped(Json::Value answer) {
-  const bool isWrapped = answer.size() == 1 && answer.begin()->isObject();
+Json::Value unwrapped(const Document& document, Json::Value answer) {
+  const bool isWrapped = answer.size() == 1 && answer.isMember(document.wrapper) && answer[document.wrapper].isObject();
   if (!isWrapped) return answer;
-  Json::Value inner = std::move(*answer.begin());
+  Json::Value inner = std::move(answer[document.wrapper]);
   return inner;
 }
 
 Failure wrongType(const std::string& document, const std::string& why) {
   return {Exit::kBadAnswer, std::string("cannot read ") + documentOf(document).what + ": " + why,
           "'sysmgrctl get " + document + "' shows the document as the daemon sends it"};
+}
+
+void reading(const std::string& document, Json::Value& value, const std::function<void(Json::Value& value)>& read) {
+  try {
+    read(value);
+  } catch (const Json::Exception& mismatch) {
+    const std::string path = pathOfFault(value, [&read](Json::Value& part) {
+      try {
+        read(part);
+      } catch (const Json::Exception&) {
+        return true;
+      }
+      return false;
+    });
+    const std::string which = path.empty() ? "it" : "'" + path + "'";
+    throw wrongType(document, which + " has the wrong type: " + mismatch.what()).about(path);
+  }
 }
 
 int Daemon::Client::getClientTimeout() { return static_cast<int>(deadline_.left().count()); }
@@ -93,17 +116,25 @@ Json::Value Daemon::exchange(Purpose purpose, const std::string& action, const B
 Json::Value Daemon::get(const Document& document) {
   Json::Value reply = exchange(Purpose::kToRead, std::string("read ") + document.what, document.query);
   const char* const payload = document.payload();
-  return payload == nullptr ? unwrapped(std::move(reply)) : std::move(reply[payload]);
+  if (payload == nullptr) return unwrapped(document, std::move(reply));
+  // A list without entries may be null: the records write it so.
+  const bool isThere =
+      reply.isMember(payload) && (!reply[payload].isNull() || payload == std::string(kWhitelistMember));
+  if (isThere) return std::move(reply[payload]);
+  throw Failure(Exit::kBadAnswer,
+                std::string("cannot read ") + document.what + ": the answer has no \"" + payload + "\"",
+                "is the daemon of another version than this program?")
+      .about(payload);
 }
 
 Json::Value Daemon::whitelist() {
   Json::Value list = get("whitelist");
   if (list.isNull()) return Json::arrayValue;
   if (!list.isArray()) throw wrongType("whitelist", "it is not a list");
-  for (const Json::Value& element : list) {
-    Json::Value copy = element;
-    reading("whitelist", [&copy] { WhiteListEntry().Deserialize(copy); });
-  }
+  Json::Value copy = list;
+  reading("whitelist", copy, [](Json::Value& entries) {
+    for (Json::Value& element : entries) WhiteListEntry().Deserialize(element);
+  });
   return list;
 }
 

@@ -23,29 +23,25 @@ struct Document {
   const char* what;  ///< as messages name it
   const char* help;
   SysMgrCommands::sysmgr_msg_t command;
-  BareOperation query;  ///< sends the command
+  BareOperation query;            ///< sends the command
+  const char* wrapper = nullptr;  ///< where `payload` is null: the member that may hold the document
 
-  /// The member of the answer that holds the document; null: the daemon chooses, see `unwrapped`.
+  /// The member of the answer that holds the document; null: see `unwrapped`.
   const char* payload() const { return findCommand(command)->payload; }
 };
 const std::vector<Document>& documents();
 const Document& documentOf(const std::string& name);
 
-/// The payload of an answer whose layout the daemon chooses: the object in its one member, or the answer itself.
-Json::Value unwrapped(Json::Value answer);
+/// The payload of an answer whose layout the daemon chooses: the object in the document's wrapper, or the answer
+/// itself.
+Json::Value unwrapped(const Document& document, Json::Value answer);
 
 /// A document whose values do not have the types that are needed.
 Failure wrongType(const std::string& document, const std::string& why);
 
-/// Runs `read`, which reads values of a document. @throws Failure when one of them has the wrong type
-template <class Read>
-void reading(const std::string& document, const Read& read) {
-  try {
-    read();
-  } catch (const Json::Exception& mismatch) {
-    throw wrongType(document, std::string("a value has the wrong type: ") + mismatch.what());
-  }
-}
+/// Passes the value, a document of this name or a part of it, to `read`, which may change it.
+/// @throws Failure when a value in it has the wrong type; it names the path of that value
+void reading(const std::string& document, Json::Value& value, const std::function<void(Json::Value& value)>& read);
 
 /// The daemon as the commands see it: every request ends with the command's deadline, and a failed one is thrown.
 ///
@@ -61,9 +57,15 @@ class Daemon {
   /// The same as a record. @throws Failure, also for a document that does not fit the record
   template <class Record>
   Record record(const std::string& name) {
-    Json::Value document = get(name);
+    return read<Record>(name, get(name));
+  }
+
+  /// A document that was read before, as a record. @throws Failure
+  template <class Record>
+  static Record read(const std::string& name, Json::Value document) {
     Record record;
-    reading(name, [&] { record.Deserialize(document); });
+    // A new record for each try: what an earlier one has read must not stay.
+    reading(name, document, [&record](Json::Value& value) { (record = Record()).Deserialize(value); });
     return record;
   }
 

@@ -3,11 +3,16 @@
 #include <optional>
 #include <set>
 
+#include "cli/advice.h"
 #include "cli/command.h"
 #include "cli/host_interfaces.h"
+#include "cli/json_paths.h"
+#include "cli/keys.h"
 #include "cli/publisher_probe.h"
+#include "client/endpoints.h"
 #include "common/error_aux_msg.h"
-#include "subscriber/sysmgr_subscriber.h"
+#include "common/shared/format_text.h"
+#include "common/shared/ipv4.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
 
@@ -17,6 +22,8 @@ namespace {
 
 /// What the checks look at.
 struct Snapshot {
+  Json::Value storedDocument;
+  Json::Value modelDocument;
   SysParameters stored;
   SysParametersDynamic dynamic;
   BoardModel model;
@@ -73,6 +80,39 @@ void checkModel(const Snapshot& board, Findings& findings) {
   }
 }
 
+/// Names a text of the daemon's that selects no value.
+/// @param used  the text of the value that the record has instead
+void checkText(const std::string& path, const Json::Value& document, bool (*isKnown)(std::string_view text),
+               const std::string& used, Findings& findings) {
+  const Json::Value* const value = valueAt(document, path);
+  if (value == nullptr || !value->isString() || value->asString().empty()) return;
+  if (value->asString() == used || isKnown(value->asString())) return;
+  findings.problem(path + " '" + value->asString() + "' is not known, read as " + used,
+                   "is the daemon of another version than this program? Letter case counts");
+}
+
+void checkTexts(const Snapshot& board, Findings& findings) {
+  checkText(
+      "model", board.modelDocument, [](auto text) { return BoardModelType::fromText(text).has_value(); },
+      BoardModelType::toText(board.model.model), findings);
+  checkText("module", board.modelDocument, settings::kBitstreamModule.values.reads,
+            BitstreamType::toText(board.model.bitstream.type), findings);
+  Json::Value read;
+  board.stored.Serialize(read);
+  for (const SettingRow* const row : settableRows()) {
+    if (row->kind != SettingRow::Kind::kChoice) continue;
+    const Json::Value* const used = valueAt(read, row->path);
+    checkText(row->path, board.storedDocument, row->values.reads, used == nullptr ? "" : used->asString(), findings);
+  }
+  for (const EthIpV4Cfg& config : board.stored.ethIPv4Cfg) {
+    for (const char* const place : {"/mode", "/mode/mode"}) {
+      checkText(
+          "ethipv4/" + config.eth + place, board.storedDocument,
+          [](auto text) { return EthMode::fromText(text).has_value(); }, EthMode::toText(config.mode.mode), findings);
+    }
+  }
+}
+
 void checkErrors(const Snapshot& board, Findings& findings) {
   for (const SystemError& error : board.dynamic.errors) {
     findings.problem("the board reports error " + std::to_string(error.code) + ": " + error.description,
@@ -108,6 +148,9 @@ void checkConfigurations(const Snapshot& board, Findings& findings) {
       findings.note("a configuration is stored for " + config.eth + ", which the board does not have",
                     "'sysmgrctl eth remove " + config.eth + "' removes it");
     }
+    for (const std::string& odd : adviceOn(config)) {
+      findings.note(config.eth + ": " + odd, "'sysmgrctl eth add " + config.eth + " ...' replaces the configuration");
+    }
     if (config.mode.mode != EthMode::ETH_MODE_STATIC || config.ip == 0) continue;
     const auto [owner, isNew] = owners.emplace(config.ip, config.eth);
     if (!isNew) {
@@ -126,21 +169,9 @@ void checkAddresses(const Snapshot& board, Findings& findings) {
 }
 
 void checkPorts(const Snapshot& board, Findings& findings) {
-  const SysParameters& stored = board.stored;
-  const auto nmos = [](int port) { return static_cast<uint32_t>(port); };
-  std::vector<std::pair<const char*, uint32_t>> ports = {{"rtsp/tcp-port", stored.rtspTcpPort},
-                                                         {"ember/tcp-port", stored.emberTcpPort},
-                                                         {"advert/tcp-port", stored.advertTcpPort}};
-  if (stored.nmos.enable) {
-    ports.emplace_back("nmos/http-sdp-port", nmos(stored.nmos.httpSdpPort));
-    ports.emplace_back("nmos/node-port", nmos(stored.nmos.nodePort));
-  }
-  std::map<uint32_t, std::string> users;
-  for (const auto& [key, port] : ports) {
-    const auto [user, isNew] = users.emplace(port, key);
-    if (isNew) continue;
-    findings.problem(user->second + " and " + key + " are both " + std::to_string(port),
-                     std::string("give one of them another port: sysmgrctl set ") + key + " NUMBER");
+  for (const SharedPort& shared : sharedPorts(board.stored)) {
+    findings.problem(std::string(shared.key) + " and " + shared.other + " are both " + std::to_string(shared.port),
+                     std::string("give one of them another port: sysmgrctl set ") + shared.other + " NUMBER");
   }
 }
 
@@ -162,8 +193,10 @@ void checkWhitelist(const Snapshot& board, Findings& findings) {
     Json::Value copy = element;
     WhiteListEntry entry;
     entry.Deserialize(copy);
-    const uint32_t firstOctet = entry.ip >> 24U;
-    if (firstOctet < 224 || firstOctet > 239) {
+    for (const std::string& odd : adviceOn(entry)) {
+      findings.note("the whitelist: " + odd, "'sysmgrctl whitelist remove' and 'whitelist add' replace the range");
+    }
+    if (!isMulticast(entry.ip)) {
       findings.problem("the whitelist holds " + entry.getIpStr() + ", which is not a multicast address",
                        "'sysmgrctl whitelist remove " + entry.getIpStr() + " " + entry.getMaskStr() + "' removes it");
     }
@@ -182,22 +215,25 @@ void checkHost(const Snapshot& board, Findings& findings) {
     if (names.count(info.name) == 0) strangers.push_back(info.name);
   }
   if (strangers.empty()) return;
-  findings.note("the daemon reports " + joined(strangers) + ", which this machine does not have",
+  findings.note("the daemon reports " + listed(strangers) + ", which this machine does not have",
                 "'sysmgrctl host' shows what it has; does the daemon run in a container, or is it a stand-in?");
 }
 
-constexpr Check kChecks[] = {checkModel, checkErrors, checkInterfaceNames, checkConfigurations, checkAddresses,
-                             checkPorts, checkVlans,  checkAutosave,       checkWhitelist,      checkHost};
+constexpr Check kChecks[] = {checkModel,          checkTexts,     checkErrors, checkInterfaceNames,
+                             checkConfigurations, checkAddresses, checkPorts,  checkVlans,
+                             checkAutosave,       checkWhitelist, checkHost};
 
 /// Reads what the checks look at. @return nothing when the daemon does not get that far; the findings say why
 std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
   Snapshot board;
   try {
     Daemon& daemon = call.daemon();
-    board.stored = daemon.record<SysParameters>("stored");
+    board.storedDocument = daemon.get("stored");
+    board.stored = Daemon::read<SysParameters>("stored", board.storedDocument);
     findings.fine("a daemon is there and answers");
     board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
-    board.model = daemon.record<BoardModel>("model");
+    board.modelDocument = daemon.get("model");
+    board.model = Daemon::read<BoardModel>("model", board.modelDocument);
     board.whitelist = daemon.whitelist();
     for (const char* name : {"info", "network", "debug"}) daemon.get(name);
     findings.fine("it answers every question");
@@ -217,7 +253,7 @@ std::optional<Snapshot> examine(Call& call, Findings& findings, Exit& status) {
 
 void checkPublisher(bool accepts, Findings& findings) {
   if (accepts) return findings.fine("it takes subscribers for its notifications");
-  findings.problem("no program accepts subscribers for notifications at " + std::string(SysmgrPublisher::kEndpoint),
+  findings.problem("no program accepts subscribers for notifications at " + notificationEndpoint(),
                    "programs that follow changes see none: restart the daemon, and look into its log");
 }
 

@@ -1,3 +1,4 @@
+#include "cli/advice.h"
 #include "cli/command.h"
 #include "cli/notices.h"
 #include "cli/suggest.h"
@@ -68,6 +69,7 @@ void runEthAdd(Call& call) {
   const EthIpV4Cfg config = describedConfig(call);
   change(call, "configure " + config.eth, settings::kAddInterface, settings::kAddInterface.toJson(config));
   call.output.list(documentOfList({config}), "interfaces", kColumns);
+  for (const std::string& odd : adviceOn(config)) note(odd);
 }
 
 void runEthRemove(Call& call) {
@@ -86,7 +88,7 @@ void runEthDefaults(Call& call) {
     if (!known) {
       const Option& option = commandOf("eth defaults")->options.front();
       throw Failure(Exit::kNotFound, "there is no board model '" + call.word("--model") + "'",
-                    didYouMean(call.word("--model"), wordsOf(option.values({}))));
+                    didYouMean(call.word("--model"), wordsOf(option.values({}, ""))));
     }
     model.setModel(*known);
   } else {

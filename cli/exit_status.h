@@ -14,4 +14,19 @@ enum class Exit : int {
   kNotFound = 10,
 };
 
+/// The name of an exit status for programs: "refused".
+constexpr const char* nameOf(Exit status) {
+  switch (status) {
+    case Exit::kOk: return "ok";
+    case Exit::kOther: return "failure";
+    case Exit::kUsage: return "usage";
+    case Exit::kTimeOut: return "time-out";
+    case Exit::kRefused: return "refused";
+    case Exit::kBadAnswer: return "bad-answer";
+    case Exit::kNoDaemon: return "no-daemon";
+    case Exit::kNotFound: return "not-found";
+  }
+  return "failure";
+}
+
 }  // namespace zel::ctl

@@ -62,7 +62,7 @@ Failure requestFailed(Purpose purpose, const std::string& action, const ErrorRep
                                    : "nothing was changed";
     advice = std::string(effect) + "; " + advice;
   }
-  return {meaning.status, "cannot " + action + ": " + whose + why, advice};
+  return Failure(meaning.status, "cannot " + action + ": " + whose + why, advice).withCode(report.code);
 }
 
 }  // namespace zel::ctl

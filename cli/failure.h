@@ -20,9 +20,26 @@ class Failure : public std::runtime_error {
   Exit status() const { return status_; }
   const std::string& advice() const { return advice_; }
 
+  /// The key or the path that the failure is about; empty: none.
+  const std::string& key() const { return key_; }
+  Failure about(const std::string& key) const {
+    Failure copy = *this;
+    copy.key_ = key;
+    return copy;
+  }
+  /// The status code of the request that failed; 0: it was not a request.
+  int code() const { return code_; }
+  Failure withCode(int code) const {
+    Failure copy = *this;
+    copy.code_ = code;
+    return copy;
+  }
+
  private:
   Exit status_;
   std::string advice_;
+  std::string key_;
+  int code_ = 0;
 };
 
 /// Wrong usage; the advice is the help of the command.

@@ -16,28 +16,54 @@ Json::Value asObject(const std::string& name, const Json::Value& value) {
   return object;
 }
 
+const Json::Value& placeOf(const Document& document, const Json::Value& whole, const std::string& path) {
+  if (const Json::Value* const value = valueAt(whole, path)) return *value;
+  const std::string guess = didYouMean(path, pathsOf(whole));
+  throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
+                guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess)
+      .about(path);
+}
+
+/// The values in a value, a line each, without their paths.
+void printValues(Output& output, const Json::Value& value) {
+  if (isSingle(value)) return output.line(cellOf(value));
+  forEachLeaf(value, [&output](const std::string&, const Json::Value& leaf) { output.line(cellOf(leaf)); });
+}
+
+void printOne(Call& call, const Document& document, const std::string& path, const Json::Value& value) {
+  if (!call.output.isJson()) return isSingle(value) ? call.output.line(cellOf(value)) : call.output.leaves(value);
+  // The output is one object: any other value, and a part of a document, is a member with its name.
+  if (path.empty() && value.isObject()) return call.output.document(value);
+  call.output.document(asObject(path.empty() ? document.payload() : path, value));
+}
+
 }  // namespace
 
 void runGet(Call& call) {
   const Document& document = documentOf(call.word("document"));
   const Json::Value whole = call.daemon().get(document);
-  const std::string path = call.word("path");
-  const Json::Value* const value = valueAt(whole, path);
-  if (value == nullptr) {
-    const std::string guess = didYouMean(path, pathsOf(whole));
-    throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
-                  guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess);
+  const Words paths = call.has("path") ? call.words("path") : Words{""};
+  std::vector<const Json::Value*> values;
+  for (const std::string& path : paths) values.push_back(&placeOf(document, whole, path));
+
+  if (call.has("--values") && !call.output.isJson()) {
+    for (const Json::Value* const value : values) printValues(call.output, *value);
+    return;
   }
-  if (!call.output.isJson()) return isSingle(*value) ? call.output.line(cellOf(*value)) : call.output.leaves(*value);
-  // The output is one object: any other value, and a part of a document, is a member with its name.
-  if (path.empty() && value->isObject()) return call.output.document(*value);
-  call.output.document(asObject(path.empty() ? document.payload() : path, *value));
+  if (paths.size() == 1) return printOne(call, document, paths.front(), *values.front());
+  Json::Value found(Json::objectValue);
+  for (std::size_t i = 0; i < paths.size(); ++i) found[paths[i]] = *values[i];
+  call.output.document(found);
 }
 
 void runDelta(Call& call) {
   auto stored = call.daemon().record<SysParameters>("stored");
-  Json::Value delta;
+  Json::Value delta(Json::objectValue);
   stored.SerializeDelta(delta);
+  // Two members are in every delta, and the interfaces are in it also where they are the factory's.
+  delta.removeMember("version");
+  if (delta["videoTimingParameters"].isNull()) delta.removeMember("videoTimingParameters");
+  if (stored.isEthIPv4ConfigDefault(call.daemon().record<BoardModel>("model"))) delta.removeMember("ethipv4");
   call.output.document(delta);
 }
 

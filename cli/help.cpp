@@ -9,7 +9,7 @@ namespace {
 
 using Rows = std::vector<std::pair<std::string, std::string>>;
 
-std::string listed(const std::string& heading, const Rows& rows) {
+std::string section(const std::string& heading, const Rows& rows) {
   if (rows.empty()) return "";
   std::size_t width = 0;
   for (const auto& [name, text] : rows) width = std::max(width, name.size());
@@ -22,6 +22,10 @@ std::string listed(const std::string& heading, const Rows& rows) {
 
 std::string withValue(const Option& option) {
   return option.value == nullptr ? option.name : option.name + " " + option.value;
+}
+
+std::string withShortForm(const Option& option) {
+  return (option.letter == '\0' ? "" : std::string("-") + option.letter + ", ") + withValue(option);
 }
 
 std::string usageLine(const Command& command) {
@@ -37,16 +41,15 @@ std::string usageLine(const Command& command) {
 std::string commandsHelp(const std::string& group) {
   Rows rows;
   for (const std::string& word : commandsIn(group)) rows.emplace_back(word, commandOf(nameIn(group, word))->summary);
-  return listed("Commands", rows);
+  return section("Commands", rows);
 }
 
 std::string commonHelp() {
   Rows rows;
   for (const Option& option : commonOptions()) {
-    const std::string shortForm = option.letter == '\0' ? "" : std::string("-") + option.letter + ", ";
-    rows.emplace_back(shortForm + withValue(option), option.help);
+    rows.emplace_back(withShortForm(option), option.help);
   }
-  return listed("Options of every command", rows);
+  return section("Options of every command", rows);
 }
 
 }  // namespace
@@ -56,14 +59,14 @@ std::string helpOf(const Command* command) {
     return "sysmgrctl: the board's system manager from a shell\n\n"
            "Usage: sysmgrctl [OPTION...] COMMAND [ARGUMENT...]\n" +
            commandsHelp("") + commonHelp() +
-           "\nExit status: 0 done, 1 other failure, 2 wrong usage, 3 no answer in time, 4 refused by the daemon,\n"
+           "\nExit status: 0 done, 1 other failure, 2 wrong usage, 3 no answer in time, 4 refused by the daemon, "
            "5 unusable answer, 8 no daemon, 10 not found. More in sysmgrctl(1).\n";
   }
   Rows arguments;
   for (const Argument& argument : command->arguments) arguments.emplace_back(argument.shown, argument.help);
-  for (const Option& option : command->options) arguments.emplace_back(withValue(option), option.help);
+  for (const Option& option : command->options) arguments.emplace_back(withShortForm(option), option.help);
   return "sysmgrctl " + command->name + ": " + command->summary + "\n\nUsage: " + usageLine(*command) + "\n" +
-         commandsHelp(command->name) + listed("Arguments", arguments) +
+         commandsHelp(command->name) + section("Arguments", arguments) +
          (command->notes.empty() ? "" : "\n" + command->notes + "\n") + commonHelp();
 }
 

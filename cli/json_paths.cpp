@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -112,6 +113,49 @@ const Json::Value* valueAt(const Json::Value& document, const std::string& path)
     if (const Json::Value* const found = valueAt(*child, path.substr(step.size() + 1))) return found;
   }
   return nullptr;
+}
+
+namespace {
+
+/// The way from the top of a document to a value: the members' names; nothing where the step goes into a list.
+using Way = std::vector<std::optional<std::string>>;
+
+/// The value inside objects and lists that hold nothing else.
+Json::Value alone(const Way& way, Json::Value value) {
+  for (auto step = way.rbegin(); step != way.rend(); ++step) {
+    Json::Value outer;
+    if (*step) {
+      outer[**step] = std::move(value);
+    } else {
+      outer.append(std::move(value));
+    }
+    value = std::move(outer);
+  }
+  return value;
+}
+
+}  // namespace
+
+std::string pathOfFault(const Json::Value& document, const std::function<bool(Json::Value& part)>& fails) {
+  std::string path;
+  Way way;
+  const Json::Value* place = &document;
+  while (place != nullptr) {
+    const Json::Value* const outer = std::exchange(place, nullptr);
+    Json::Value empty = alone(way, Json::Value(outer->type()));
+    if (fails(empty)) break;
+    for (const auto& [step, child] : stepsOf(*outer)) {
+      way.push_back(outer->isArray() ? std::nullopt : std::optional(step));
+      Json::Value part = alone(way, *child);
+      if (fails(part)) {
+        path += (path.empty() ? "" : "/") + step;
+        place = child;
+        break;
+      }
+      way.pop_back();
+    }
+  }
+  return path;
 }
 
 namespace {

@@ -26,6 +26,11 @@ Words pathsOf(const Json::Value& document);
 /// The value at a path, which may begin with a slash; the empty path is the document itself. Null: there is none.
 const Json::Value* valueAt(const Json::Value& document, const std::string& path);
 
+/// The path of the smallest part of a document that `fails` by itself: each part is tried alone, inside objects and
+/// lists that hold nothing else. A list or an object that fails without its elements is such a part. Empty: the
+/// document itself, or no part of it.
+std::string pathOfFault(const Json::Value& document, const std::function<bool(Json::Value& part)>& fails);
+
 /// Visits the values that differ between two documents. Null: the value is not there before, or not there after.
 void forEachChange(
     const Json::Value& before, const Json::Value& after,

@@ -1,9 +1,10 @@
 #include "cli/keys.h"
 
-#include <optional>
+#include <set>
 
 #include "cli/suggest.h"
 #include "cli/values.h"
+#include "common/shared/format_text.h"
 
 namespace zel::ctl {
 
@@ -13,7 +14,6 @@ using Kind = SettingRow::Kind;
 using Route = SettingRow::Route;
 
 std::string lastStep(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-std::string firstStep(const std::string& path) { return path.substr(0, path.find('/')); }
 
 Words choicesOf(const SettingRow& row) {
   const std::vector<const char*> choices = row.choices();
@@ -29,47 +29,8 @@ const SettingRow& rowOf(const std::string& path) {
   }
   const std::string guess = didYouMean(path, paths);
   throw Failure(Exit::kNotFound, "there is no key '" + path + "' to set",
-                guess.empty() ? "'sysmgrctl set --list' lists the keys" : guess);
-}
-
-struct Assignment {
-  const SettingRow& row;
-  Json::Value value;
-};
-
-/// Reads everything before anything is sent, so that a slip in the last value leaves the first ones unset.
-std::vector<Assignment> assignmentsOf(const Words& keysAndValues) {
-  std::vector<Assignment> assignments;
-  for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
-    const SettingRow& row = rowOf(keysAndValues[i]);
-    assignments.push_back({row, valueFor(row.path, [&] { return parseSetting(row, keysAndValues[i + 1]); })});
-    if (row.route == Route::kIdentify && keysAndValues.size() > 2) {
-      throw usage(std::string(row.path) + " is set with a command of its own: set it alone");
-    }
-  }
-  if (keysAndValues.size() % 2 == 0) return assignments;
-  throw usage(rowOf(keysAndValues.back()).path + std::string(" has no value"),
-              "sysmgrctl set KEY VALUE [KEY VALUE ...]");
-}
-
-/// The block that a value is in travels whole, so the values beside it are read from the daemon first.
-Json::Value requestOf(Daemon& daemon, const std::vector<Assignment>& assignments) {
-  Json::Value request(Json::objectValue);
-  std::optional<Json::Value> stored;
-  for (const auto& [row, value] : assignments) {
-    if (row.route != Route::kBlock) {
-      request[row.key] = value;
-      continue;
-    }
-    if (!stored) stored = daemon.get("stored");
-    const std::string block = firstStep(row.path);
-    const std::string member = lastStep(row.path);
-    reading("stored", [&, &row = row, &value = value] {
-      if (!request.isMember(row.key)) request[row.key] = (*stored)[block];
-      request[row.key][member] = value;
-    });
-  }
-  return request;
+                guess.empty() ? "'sysmgrctl set --list' lists the keys" : guess)
+      .about(path);
 }
 
 }  // namespace
@@ -106,18 +67,52 @@ Json::Value parseSetting(const SettingRow& row, const std::string& text) {
   return text;
 }
 
-Json::Value setKeys(Daemon& daemon, const Words& keysAndValues) {
-  const std::vector<Assignment> assignments = assignmentsOf(keysAndValues);
-  Json::Value values(Json::objectValue);
+std::string typedText(const SettingRow& row, const Json::Value& value) {
+  if (row.kind == Kind::kSwitch) return switchWords()[value.asBool() ? 0 : 1];
+  return value.asString();
+}
+
+Assignments parseAssignments(const Words& words) {
+  Assignments assignments;
+  std::set<std::string> keys;
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    const std::size_t equals = word->find('=');
+    const bool isJoined = equals != std::string::npos;
+    const SettingRow& row = rowOf(word->substr(0, equals));
+    if (!keys.insert(row.path).second) throw usage(std::string(row.path) + " is given twice").about(row.path);
+    if (!isJoined && ++word == words.end()) {
+      throw usage(std::string(row.path) + " has no value", "sysmgrctl set KEY VALUE, or KEY=VALUE").about(row.path);
+    }
+    const std::string text = isJoined ? word->substr(equals + 1) : *word;
+    assignments.push_back({&row, valueFor(row.path, [&] { return parseSetting(row, text); })});
+  }
+  for (const auto& [row, value] : assignments) {
+    if (row->route != Route::kIdentify || assignments.size() == 1) continue;
+    throw usage(std::string(row->path) + " is set with a command of its own: set it alone").about(row->path);
+  }
+  return assignments;
+}
+
+void addTo(Json::Value& request, const Assignment& assignment) {
+  const SettingRow& row = *assignment.row;
+  Json::Value& member = request[row.key];
+  (row.route == Route::kBlock ? member[lastStep(row.path)] : member) = assignment.value;
+}
+
+void send(Daemon& daemon, const Assignments& assignments) {
   Words paths;
   Operation operation = &SysMgrJsonClient::setSysMgrParameter;
   for (const auto& [row, value] : assignments) {
-    values[row.path] = value;
-    paths.emplace_back(row.path);
-    if (row.route == Route::kIdentify) operation = &SysMgrJsonClient::setIdentifyLeds;
+    paths.emplace_back(row->path);
+    if (row->route == Route::kIdentify) operation = &SysMgrJsonClient::setIdentifyLeds;
   }
-  daemon.send("set " + joined(paths), operation, requestOf(daemon, assignments));
-  return values;
+  Json::Value request(Json::objectValue);
+  for (const Assignment& assignment : assignments) addTo(request, assignment);
+  try {
+    daemon.send("set " + listed(paths), operation, request);
+  } catch (const Failure& failure) {
+    throw paths.size() == 1 ? failure.about(paths.front()) : failure;
+  }
 }
 
 }  // namespace zel::ctl

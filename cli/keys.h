@@ -23,9 +23,26 @@ Words offeredValues(const SettingRow& row);
 /// @throws Failure for a text that does not fit the row's type
 Json::Value parseSetting(const SettingRow& row, const std::string& text);
 
-/// Sets keys together or not at all. @throws Failure, with a suggestion for a key that does not exist
-/// @param keysAndValues  KEY VALUE KEY VALUE ...; a key is the `path` of a row
-/// @return the values as the daemon got them, by key
-Json::Value setKeys(Daemon& daemon, const Words& keysAndValues);
+/// The opposite of `parseSetting`: a value of a row as it is typed.
+std::string typedText(const SettingRow& row, const Json::Value& value);
+
+/// A key with its new value as a request carries it.
+struct Assignment {
+  const SettingRow* row;
+  Json::Value value;
+};
+using Assignments = std::vector<Assignment>;
+
+/// Reads KEY VALUE and KEY=VALUE words; a key is the `path` of a row. Everything is read before anything is sent, so
+/// that a slip in the last value leaves the first ones unset.
+/// @throws Failure, with a suggestion for a key that does not exist
+Assignments parseAssignments(const Words& words);
+
+/// Adds an assignment to the body of a request. A block carries only the members that change: the daemon keeps the
+/// others, also those that another process sets at the same time.
+void addTo(Json::Value& request, const Assignment& assignment);
+
+/// Sends keys together or not at all. @throws Failure
+void send(Daemon& daemon, const Assignments& assignments);
 
 }  // namespace zel::ctl

@@ -2,14 +2,17 @@
 #include <json/value.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "cli/arguments.h"
 #include "cli/command.h"
 #include "cli/escape.h"
 #include "cli/failure.h"
+#include "cli/guardian.h"
 #include "common/logger.h"
 
 namespace {
@@ -31,12 +34,34 @@ void occupyStandardDescriptors() {
   }
 }
 
-Exit report(Exit status, const std::string& why, const std::string& advice) {
+/// Whether the failure is for a program: asked of the words as they were typed, since they may be what is wrong.
+bool isForProgram(const zel::ctl::Words& typed) {
+  const auto end = std::find(typed.begin(), typed.end(), "--");
+  return std::find(typed.begin(), end, "--json") != end;
+}
+
+void reportToProgram(const zel::ctl::Failure& failure) {
+  Json::Value line;
+  Json::Value& error = line["error"];
+  error["exit"] = static_cast<int>(failure.status());
+  error["status"] = zel::ctl::nameOf(failure.status());
+  error["text"] = failure.what();
+  if (failure.code() != 0) error["code"] = failure.code();
+  if (!failure.key().empty()) error["key"] = failure.key();
+  if (!failure.advice().empty()) error["advice"] = failure.advice();
+  std::fprintf(stderr, "%s\n", zel::ctl::Output::asJson(line).c_str());
+}
+
+void reportToUser(const zel::ctl::Failure& failure) {
+  constexpr std::string_view kName = "sysmgrctl:";
+  constexpr std::size_t kIndent = 2;
   const bool colour = zel::ctl::mayColour(STDERR_FILENO);
-  std::fprintf(stderr, "%ssysmgrctl:%s %s\n", colour ? "\033[31m" : "", colour ? "\033[0m" : "",
-               zel::ctl::visible(why).c_str());
-  if (!advice.empty()) std::fprintf(stderr, "  %s\n", zel::ctl::visible(advice).c_str());
-  return status;
+  const std::size_t columns = zel::ctl::terminalSize(STDERR_FILENO).columns;
+  const auto broken = [columns](const std::string& text) { return zel::ctl::wrapped(text, columns, kIndent); };
+  const std::string why = broken(std::string(kName) + " " + zel::ctl::visible(failure.what())).substr(kName.size());
+  std::fprintf(stderr, "%s%s%s%s\n", colour ? "\033[31m" : "", kName.data(), colour ? "\033[0m" : "", why.c_str());
+  if (failure.advice().empty()) return;
+  std::fprintf(stderr, "%s\n", broken(std::string(kIndent, ' ') + zel::ctl::visible(failure.advice())).c_str());
 }
 
 /// Writes a text of the program's own.
@@ -61,8 +86,12 @@ Exit execute(zel::ctl::Call& call, const zel::ctl::Command& command) {
 
 Exit run(const zel::ctl::Words& typed) {
   // Asked by the shells' completion files; not an option for people, so it is not in the help.
+  directLog(0);
   if (!typed.empty() && typed.front() == "--complete")
     return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
+  if (!typed.empty() && typed.front() == "--guard") {  // started by --confirm
+    return static_cast<Exit>(zel::ctl::runGuardian({typed.begin() + 1, typed.end()}));
+  }
   const zel::ctl::Request request = zel::ctl::parseArguments(typed);
   if (request.command == nullptr) return show(request.text);
   zel::ctl::Call call(*request.command, request.values);
@@ -74,16 +103,19 @@ Exit run(const zel::ctl::Words& typed) {
 
 int main(int argc, char** argv) {
   occupyStandardDescriptors();
-  Exit status = Exit::kOther;
+  const zel::ctl::Words typed(argv + 1, argv + argc);
+  const auto failed = [&typed](const zel::ctl::Failure& failure) {
+    isForProgram(typed) ? reportToProgram(failure) : reportToUser(failure);
+    return static_cast<int>(failure.status());
+  };
   try {
-    status = run({argv + 1, argv + argc});
+    return static_cast<int>(run(typed));
   } catch (const zel::ctl::Failure& failure) {
-    status = report(failure.status(), failure.what(), failure.advice());
+    return failed(failure);
   } catch (const Json::Exception& mismatch) {
-    status = report(Exit::kBadAnswer, std::string("the answer has a value of the wrong type: ") + mismatch.what(),
-                    "'sysmgrctl get DOCUMENT' shows a document as the daemon sends it");
+    return failed({Exit::kBadAnswer, std::string("the answer has a value of the wrong type: ") + mismatch.what(),
+                   "'sysmgrctl get DOCUMENT' shows a document as the daemon sends it"});
   } catch (const std::exception& error) {
-    status = report(Exit::kOther, error.what(), "");
+    return failed({Exit::kOther, error.what()});
   }
-  return static_cast<int>(status);
 }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <utility>
 
 #include "cli/escape.h"
@@ -21,7 +22,7 @@ namespace zel::ctl {
 namespace {
 
 constexpr std::size_t kGap = 2;             ///< blanks between columns
-constexpr std::size_t kWidestAligned = 80;  ///< characters; a cell that is wider moves those behind it
+constexpr std::size_t kWidestAligned = 80;  ///< columns; a cell that is wider moves those behind it
 constexpr std::size_t kKibi = 1024;
 constexpr std::size_t kBuffer = 64 * kKibi;               ///< bytes
 constexpr std::size_t kMostOfPaths = 64 * kKibi * kKibi;  ///< bytes that the paths of one document may take
@@ -29,14 +30,8 @@ constexpr std::size_t kPiece = PIPE_BUF;                  ///< bytes that a pipe
 
 using Row = std::vector<std::string>;
 
-/// How many characters a UTF-8 text shows.
-std::size_t widthOf(const std::string& text) {
-  const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; };
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
-}
-
 void widen(std::size_t& column, const std::string& cell) {
-  const std::size_t width = widthOf(cell);
+  const std::size_t width = columnsOf(cell);
   if (width <= kWidestAligned) column = std::max(column, width);
 }
 
@@ -55,7 +50,7 @@ std::string aligned(const Row& row, const std::vector<std::size_t>& widths) {
   std::string line;
   for (std::size_t i = 0; i < row.size(); ++i) {
     line += row[i];
-    line.append(widths[i] - std::min(widths[i], widthOf(row[i])) + kGap, ' ');
+    line.append(widths[i] - std::min(widths[i], columnsOf(row[i])) + kGap, ' ');
   }
   line.erase(line.find_last_not_of(' ') + 1);
   return line;
@@ -76,9 +71,14 @@ std::string cellOf(const Json::Value& value) {
   return text;
 }
 
-void note(const std::string& text) { std::fprintf(stderr, "sysmgrctl: %s\n", visible(text).c_str()); }
+void note(const std::string& text) {
+  constexpr std::size_t kIndent = 2;
+  const std::string line = wrapped("sysmgrctl: " + visible(text), terminalSize(STDERR_FILENO).columns, kIndent);
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
 
-Output::Output(bool json) : json_(json), colour_(!json && mayColour(STDOUT_FILENO)) {}
+Output::Output(bool json)
+    : json_(json), colour_(!json && mayColour(STDOUT_FILENO)), terminal_(terminalSize(STDOUT_FILENO)) {}
 
 std::string Output::asJson(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
@@ -101,7 +101,14 @@ void Output::list(const Json::Value& value, const char* member, const std::vecto
   page(value, [&] { table(value[member], columns); });
 }
 
-void Output::line(const std::string& text) { write(visible(text) + "\n"); }
+void Output::line(const std::string& text) { write(folded(visible(text)) + "\n"); }
+
+void Output::text(const std::string& lines) {
+  constexpr std::size_t kColumns = 100;  // where there is no terminal
+  const std::size_t columns = terminal_.columns == 0 ? kColumns : terminal_.columns;
+  std::istringstream stream(lines);
+  for (std::string each; std::getline(stream, each);) write(wrapped(each, columns, lastPartOf(each)) + "\n");
+}
 
 void Output::leaves(const Json::Value& value) {
   std::vector<std::size_t> widths(2);
@@ -116,7 +123,7 @@ void Output::leaves(const Json::Value& value) {
                   "'--json' shows the document as the daemon sends it");
   });
   forEachLeaf(value, [&](const std::string& path, const Json::Value& leaf) {
-    write(aligned({visible(path), cellOf(leaf)}, widths) + "\n");
+    write(folded(aligned({visible(path), cellOf(leaf)}, widths)) + "\n");
   });
 }
 
@@ -124,7 +131,7 @@ void Output::labelled(const std::vector<Row>& rows) {
   const std::vector<std::size_t> widths = widthsOf(rows);
   for (const Row& row : rows) {
     const std::string& label = row.front();
-    write(bold(label) + aligned(row, widths).substr(label.size()) + "\n");
+    write(bold(label) + folded(aligned(row, widths), widths.front() + kGap).substr(label.size()) + "\n");
   }
 }
 
@@ -140,8 +147,8 @@ void Output::table(const Json::Value& list, const std::vector<Column>& columns) 
     rows.push_back(std::move(row));
   }
   const std::vector<std::size_t> widths = widthsOf(rows);
-  write(bold(aligned(rows.front(), widths)) + "\n");
-  for (std::size_t i = 1; i < rows.size(); ++i) write(aligned(rows[i], widths) + "\n");
+  write(bold(folded(aligned(rows.front(), widths))) + "\n");
+  for (std::size_t i = 1; i < rows.size(); ++i) write(folded(aligned(rows[i], widths)) + "\n");
 }
 
 void Output::flush() {
@@ -155,6 +162,24 @@ void Output::flush() {
       throw Failure(Exit::kOther, "cannot write to standard output", "is the disk full, or the other end closed?");
     }
   }
+}
+
+void Output::separatePictures() {
+  if (!json_ && terminal_.rows == 0) write("\n");
+}
+
+void Output::showPicture() {
+  if (json_ || terminal_.rows == 0) return flush();
+  std::istringstream lines(std::exchange(buffer_, isRedrawn_ ? "\033[H" : "\033[2J\033[H"));
+  isRedrawn_ = true;
+  std::size_t row = 1;  // the last row of the terminal stays free, or it would scroll
+  for (std::string each; row < terminal_.rows && std::getline(lines, each); ++row) buffer_ += each + "\033[K\n";
+  buffer_ += "\033[J";
+  flush();
+}
+
+std::string Output::folded(const std::string& line, std::size_t indent) const {
+  return wrapped(line, terminal_.columns, indent == 0 ? lastPartOf(line) : indent);
 }
 
 std::string Output::bold(const std::string& text) const { return colour_ ? "\033[1m" + text + "\033[0m" : text; }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/columns.h"
 #include "cli/deadline.h"
 
 namespace zel::ctl {
@@ -48,13 +49,22 @@ class Output {
   // The pieces of pages.
   /// A line, made `visible`.
   void line(const std::string& text);
-  /// The program's own text of several lines, as it is.
-  void text(const std::string& lines) { write(lines); }
+  /// The program's own text of several lines.
+  void text(const std::string& lines);
+  /// A text for a program to read, which no terminal breaks; `visible` already.
+  void verbatim(const std::string& text) { write(text); }
   /// The values in a document, a line each with the path. @throws Failure when that is many times the document's size
   void leaves(const Json::Value& value);
   /// Rows of cells that are `visible` already; the first cell of each is its label.
   void labelled(const std::vector<std::vector<std::string>>& rows);
   void table(const Json::Value& list, const std::vector<Column>& columns);
+
+  // Pictures that follow each other: on a terminal each is drawn over the one before.
+  /// What stands between two pictures where there is no terminal: an empty line.
+  void separatePictures();
+  /// Shows what was written since the last picture.
+  void showPicture();
+
   /// Hands what was written so far to whoever reads it. @throws Failure when it cannot be written
   void flush();
 
@@ -62,12 +72,16 @@ class Output {
 
  private:
   std::string bold(const std::string& text) const;
+  /// A line as the terminal has room for it. @param indent  of the pieces behind the first; 0: that of the last column
+  std::string folded(const std::string& line, std::size_t indent = 0) const;
   void write(const std::string& raw);
   void keepTime() const;
   void waitUntilWritable() const;
 
   bool json_;
   bool colour_;
+  TerminalSize terminal_;
+  bool isRedrawn_ = false;  ///< there is a picture on the terminal
   const Deadline* end_ = nullptr;
   std::string buffer_;
 };

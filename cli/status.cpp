@@ -1,140 +1,146 @@
-#include <map>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <thread>
 
+#include "cli/board_state.h"
 #include "cli/command.h"
-#include "types/sysmgr_types.h"
-#include "types/whitelist.h"
+#include "cli/values.h"
+#include "common/shared/format_text.h"
 
 namespace zel::ctl {
 
 namespace {
 
-constexpr int kUnknownTemperature = 65535;
-constexpr int kUnknownSpeed = -1;
-
-Json::Value knownOrNull(int value, int unknown) { return value == unknown ? Json::Value() : Json::Value(value); }
-
-Json::Value servicesOf(const SysParameters& stored) {
-  Json::Value services;
-  services["identify"] = stored.identifyEnable;
-  services["nmos"] = stored.nmos.enable;
-  services["redundancy"] = stored.redundancyEnable;
-  services["sap"] = stored.sapEnable;
-  services["slp"] = stored.slpEnable;
-  services["walkabout"] = stored.walkaboutEnable;
-  return services;
-}
-
-/// The interfaces that are there, in the daemon's order, and then those that are only configured.
-Json::Value interfacesOf(const SysParameters& stored, const SysParametersDynamic& dynamic) {
-  std::map<std::string, const EthIpV4Cfg*> configured;
-  for (const EthIpV4Cfg& config : stored.ethIPv4Cfg) configured[config.eth] = &config;
-
-  Json::Value interfaces(Json::arrayValue);
-  for (const EthBasicInfo& info : dynamic.ethBasics) {
-    Json::Value row;
-    row["name"] = info.name;
-    row["mac"] = info.mac;
-    if (info.ipPresent) row["address"] = IpAddress(info.ip).toString();
-    const auto config = configured.find(info.name);
-    if (config != configured.end()) {
-      row["mode"] = EthMode::toText(config->second->mode.mode);
-      configured.erase(config);
-    }
-    interfaces.append(row);
-  }
-  for (const auto& [name, config] : configured) {
-    Json::Value row;
-    row["name"] = name;
-    row["mode"] = EthMode::toText(config->mode.mode);
-    interfaces.append(row);
-  }
-  return interfaces;
-}
-
-Json::Value errorsOf(const SysParametersDynamic& dynamic) {
-  Json::Value errors(Json::arrayValue);
-  for (const SystemError& error : dynamic.errors) {
-    Json::Value row;
-    error.Serialize(row);
-    errors.append(row);
-  }
-  return errors;
-}
-
-Json::Value whitelistOf(const Json::Value& entries) {
-  Json::Value counts;
-  counts["entries"] = entries.size();
-  Json::Value& enabled = counts["enabled"] = 0U;
-  for (const Json::Value& entry : entries) {
-    if (entry["enabled"].asBool()) enabled = enabled.asUInt() + 1;
-  }
-  return counts;
-}
-
 std::string namesOf(const Json::Value& services, bool on) {
   Words names;
   for (const std::string& name : services.getMemberNames()) {
-    if (services[name].asBool() == on) names.push_back(name);
+    if (name != "redundancy" && services[name].asBool() == on) names.push_back(name);
   }
-  return names.empty() ? "none" : joined(names);
+  return names.empty() ? "none" : listed(names);
 }
 
-std::string cellOrUnknown(const Json::Value& value) { return value.isNull() ? "unknown" : cellOf(value); }
+std::string withUnit(const Json::Value& value, const char* unit) {
+  return value.isNull() ? "unknown" : cellOf(value) + " " + unit;
+}
+
+std::string ptpText(const Json::Value& page) {
+  const Json::Value& ptp = page["ptp"];
+  const Json::Value& limit = page["ptp-offset-threshold"];
+  const std::string state = ptp["state"].isNull() ? "unknown" : cellOf(ptp["state"]);
+  const std::string allowed = withUnit(limit, "ns");
+  if (ptp["offset"].isNull()) return state + " (limit " + allowed + ")";
+  const bool isFar = std::fabs(ptp["offset"].asDouble()) > limit.asDouble();
+  return state + ", offset " + withUnit(ptp["offset"], "ns") +
+         (isFar ? ", beyond the limit of " + allowed : " (limit " + allowed + ")");
+}
+
+std::string redundancyText(const Json::Value& page) {
+  if (!page["services"]["redundancy"].asBool()) return "off";
+  return "on, VLANs " + cellOf(page["vlans"]["primary"]) + " and " + cellOf(page["vlans"]["secondary"]);
+}
+
+std::string bitstreamText(const Json::Value& page) {
+  const std::string configured = cellOf(page["bitstream-configured"]);
+  const std::string running = cellOf(page["bitstream"]);
+  return running == configured ? running : running + " (configured: " + configured + ")";
+}
+
+std::string errorsText(const Json::Value& errors) {
+  if (errors.empty()) return "none";
+  Words texts;
+  for (const Json::Value& error : errors) texts.push_back(cellOf(error["code"]) + " " + cellOf(error["description"]));
+  return std::to_string(errors.size()) + ": " + listed(texts, "; ");
+}
+
+/// The interfaces with their units, for the table.
+Json::Value interfaceTable(const Json::Value& interfaces) {
+  Json::Value table = interfaces;
+  for (Json::Value& row : table) {
+    const Json::Value sfp = row["sfp"];
+    if (!sfp["present"].asBool()) continue;
+    row["module"] = cellOf(sfp["part-number"]) + ", " + withUnit(sfp["wavelength"], "nm") + ", " +
+                    withUnit(sfp["temperature"], "°C");
+    row["rx"] = withUnit(sfp["rx-power"], "dBm");
+    row["tx"] = withUnit(sfp["tx-power"], "dBm");
+  }
+  return table;
+}
 
 void layOut(Output& output, const Json::Value& page) {
   const Json::Value& whitelist = page["whitelist"];
-  const std::string configured = cellOf(page["bitstream-configured"]);
-  const std::string running = cellOf(page["bitstream"]);
-  const std::string bitstream = running == configured ? running : running + " (configured: " + configured + ")";
-  const std::size_t errors = page["errors"].size();
   output.labelled(
       {{"Model", cellOf(page["model-name"])},
-       {"Bitstream", bitstream},
-       {"Serial number", cellOf(page["serial-number"])},
-       {"FPGA", cellOf(page["fpga"]["name"]) + " " + cellOf(page["fpga"]["version"])},
-       {"Temperature", cellOrUnknown(page["fpga"]["temperature"])},
-       {"Fan", cellOrUnknown(page["fan-speed"])},
+       {"PTP", ptpText(page)},
+       {"Redundancy", redundancyText(page)},
+       {"Errors", errorsText(page["errors"])},
+       {"Temperature", withUnit(page["fpga"]["temperature"], "°C")},
+       {"Fan", withUnit(page["fan-speed"], "rpm")},
        {"MADI lock", page["madi-lock"].asBool() ? "yes" : "no"},
-       {"PTP threshold", cellOf(page["ptp-offset-threshold"])},
+       {"Bitstream", bitstreamText(page)},
+       {"FPGA", cellOf(page["fpga"]["name"]) + " " + cellOf(page["fpga"]["version"])},
+       {"Serial number", cellOf(page["serial-number"])},
        {"Services on", namesOf(page["services"], true)},
        {"Services off", namesOf(page["services"], false)},
-       {"Whitelist", cellOf(whitelist["entries"]) + " ranges, " + cellOf(whitelist["enabled"]) + " in force"},
-       {"Errors", errors == 0 ? "none" : std::to_string(errors)}});
-  std::vector<std::vector<std::string>> errorRows;
-  for (const Json::Value& error : page["errors"]) {
-    errorRows.push_back({"", cellOf(error["code"]), cellOf(error["description"])});
-  }
-  output.labelled(errorRows);
+       {"Whitelist", cellOf(whitelist["entries"]) + " ranges, " + cellOf(whitelist["enabled"]) + " in force"}});
   output.line("");
-  output.table(page["interfaces"], {{"name", "INTERFACE"}, {"address", "ADDRESS"}, {"mac", "MAC"}, {"mode", "MODE"}});
+  output.table(interfaceTable(page["interfaces"]), {{"name", "INTERFACE"},
+                                                    {"address", "ADDRESS"},
+                                                    {"mode", "MODE"},
+                                                    {"label", "LABEL"},
+                                                    {"rx", "RECEIVED"},
+                                                    {"tx", "SENT"},
+                                                    {"mac", "MAC"},
+                                                    {"module", "SFP"}});
+}
+
+void draw(Output& output, Daemon& daemon) {
+  const Json::Value page = pageOf(readBoard(daemon));
+  output.page(page, [&] { layOut(output, page); });
+}
+
+/// One picture; a daemon that is away is a picture, too.
+void drawNext(Call& call, const Deadline& deadline) {
+  try {
+    Daemon daemon(deadline);
+    draw(call.output, daemon);
+  } catch (const Failure& failure) {
+    if (call.output.isJson()) return note(failure.what());
+    call.output.line(failure.what());
+  }
+}
+
+void watchStatus(Call& call) {
+  constexpr double kInterval = 1;
+  constexpr double kAnswer = 5;
+  constexpr std::int64_t kMost = 1000000000;
+  const auto number = [&call](const char* option) {
+    return valueFor(option, [&] { return parseNumber(call.word(option), 1, kMost); });
+  };
+  const double interval = call.has("--interval")
+                              ? valueFor("--interval", [&call] { return parseSeconds(call.word("--interval")); })
+                              : kInterval;
+  const std::int64_t count = call.has("--count") ? number("--count") : kMost;
+  for (std::int64_t i = 0; i < count; ++i) {
+    const Deadline pause(interval);
+    if (i > 0) call.output.separatePictures();
+    drawNext(call, Deadline(kAnswer));
+    call.output.showPicture();
+    if (i + 1 == count) return;
+    if (call.has("--wait") && call.deadline.left() < pause.left()) {
+      std::this_thread::sleep_for(call.deadline.left());
+      throw timeIsOver(call.deadline);
+    }
+    std::this_thread::sleep_for(pause.left());
+  }
 }
 
 }  // namespace
 
 void runStatus(Call& call) {
-  Daemon& daemon = call.daemon();
-  const auto stored = daemon.record<SysParameters>("stored");
-  const auto dynamic = daemon.record<SysParametersDynamic>("dynamic");
-  const auto model = daemon.record<BoardModel>("model");
-  const Json::Value whitelist = daemon.whitelist();
-
-  Json::Value page;
-  page["model"] = BoardModelType::toText(model.model);
-  page["model-name"] = BoardModelType::displayName(model.model);
-  page["bitstream"] = BitstreamType::toText(model.bitstream.type);
-  page["bitstream-configured"] = BitstreamType::toText(stored.bitstream.type);
-  page["serial-number"] = stored.serialNumber;
-  page["fpga"]["name"] = dynamic.chipIdName;
-  page["fpga"]["version"] = dynamic.chipIdVersion;
-  page["fpga"]["temperature"] = knownOrNull(dynamic.temperature.fpga, kUnknownTemperature);
-  page["fan-speed"] = knownOrNull(dynamic.fanSpeed.main, kUnknownSpeed);
-  page["madi-lock"] = dynamic.madiLock;
-  page["ptp-offset-threshold"] = stored.offsetFromMasterThreshold;
-  page["services"] = servicesOf(stored);
-  page["whitelist"] = whitelistOf(whitelist);
-  page["errors"] = errorsOf(dynamic);
-  page["interfaces"] = interfacesOf(stored, dynamic);
-  call.output.page(page, [&] { layOut(call.output, page); });
+  if (call.has("--watch")) return watchStatus(call);
+  if (call.has("--interval") || call.has("--count")) throw usage("--interval and --count go with --watch");
+  draw(call.output, call.daemon());
 }
 
 }  // namespace zel::ctl

@@ -1,6 +1,8 @@
 #include "cli/suggest.h"
+#include "common/shared/format_text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <numeric>
 #include <utility>
@@ -28,16 +30,23 @@ std::size_t distance(const std::string& a, const std::string& b) {
   return last.back();
 }
 
+std::string lowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
 }  // namespace
 
-Words nearest(const std::string& typed, const Words& candidates) {
+Words nearest(const std::string& mixedCase, const Words& candidates) {
+  const std::string typed = lowerCase(mixedCase);
   const std::size_t limit = std::max<std::size_t>(1, typed.size() / 3);
   std::vector<std::pair<std::size_t, std::string>> found;
   for (const std::string& candidate : candidates) {
-    const bool isPart = typed.size() >= 3 && candidate.find(typed) != std::string::npos;
+    const std::string lower = lowerCase(candidate);
+    const bool isPart = typed.size() >= 3 && typed != lower && lower.find(typed) != std::string::npos;
     const bool isFar = candidate.size() > typed.size() + limit || typed.size() > candidate.size() + limit;
     if (isFar && !isPart) continue;
-    const std::size_t howFar = isPart ? limit : distance(typed, candidate);
+    const std::size_t howFar = isPart ? limit : distance(typed, lower);
     if (howFar <= limit) found.emplace_back(howFar, candidate);
   }
   std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -51,7 +60,7 @@ Words nearest(const std::string& typed, const Words& candidates) {
 
 std::string didYouMean(const std::string& typed, const Words& candidates) {
   const Words near = nearest(typed, candidates);
-  return near.empty() ? "" : "did you mean '" + joined(near, "' or '") + "'?";
+  return near.empty() ? "" : "did you mean '" + listed(near, "' or '") + "'?";
 }
 
 }  // namespace zel::ctl

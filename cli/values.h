@@ -30,12 +30,21 @@ struct Network {
   IpAddress address;
   IpAddress mask;
 };
-/// From "ADDRESS/PREFIX", or from an address and a mask. An empty mask is missing.
+/// From "ADDRESS/PREFIX" (or a mask behind the slash), or from an address and a mask. An empty mask is missing.
 Network parseNetwork(const std::string& address, const std::string& mask = {});
 
 /// How an interface configuration is typed as one word.
 inline constexpr const char* kInterfaceForm = "NAME,dhcp or NAME,ADDRESS/PREFIX[,GATEWAY]";
 EthIpV4Cfg parseInterface(const std::string& text);
+/// The same of an interface with this name: "dhcp" or "ADDRESS/PREFIX[,GATEWAY]".
+EthIpV4Cfg parseInterface(const std::string& name, const std::string& text);
+
+// The opposite: values as they are typed.
+
+/// "/24", or "/255.0.255.0" for a mask with gaps.
+std::string typedMask(std::uint32_t mask);
+/// "dhcp" or "ADDRESS/PREFIX[,GATEWAY]".
+std::string typedText(const EthIpV4Cfg& config);
 
 /// What `parse()` returns. A failure names the option or key that the value is for: "--count: 'x' is not ...".
 template <class Parse>
@@ -43,7 +52,7 @@ auto valueFor(const std::string& name, const Parse& parse) {
   try {
     return parse();
   } catch (const Failure& failure) {
-    throw Failure(failure.status(), name + ": " + failure.what(), failure.advice());
+    throw Failure(failure.status(), name + ": " + failure.what(), failure.advice()).about(name);
   }
 }
 

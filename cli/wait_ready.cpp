@@ -28,8 +28,10 @@ void runWaitReady(Call& call) {
       Daemon(announced ? call.deadline : silent).get("stored");
       return reportReady();
     } catch (const Failure& failure) {
-      if (!mayPass(failure.status()) ||
-          call.deadline.left() <= 2 * kPause) {  // a shorter request would fail in any case
+      if (!mayPass(failure.status())) {
+        throw Failure(failure.status(), std::string("the daemon is not ready: ") + failure.what(), failure.advice());
+      }
+      if (call.deadline.left() <= 2 * kPause) {  // a shorter request would fail in any case
         throw Failure(failure.status(), "the daemon is not ready after " + call.deadline.text() + ": " + failure.what(),
                       failure.advice());
       }

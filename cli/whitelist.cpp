@@ -1,5 +1,6 @@
 #include "types/whitelist.h"
 
+#include "cli/advice.h"
 #include "cli/command.h"
 #include "cli/values.h"
 
@@ -27,6 +28,8 @@ void change(Call& call, const std::string& verb, const Operation& operation, boo
   call.daemon().send(verb + " the range " + range, operation, request);
   if (std::string(done) == "removed") document[done].removeMember("enabled");
   call.output.page(document, [&] { call.output.line(std::string(done) + " " + range); });
+  if (std::string(done) != "added") return;
+  for (const std::string& odd : adviceOn(entry)) note(odd);
 }
 
 }  // namespace

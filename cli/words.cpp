@@ -20,13 +20,4 @@ bool contains(const Words& words, const std::string& word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-std::string joined(const Words& words, const char* between) {
-  std::string text;
-  for (const std::string& word : words) {
-    if (&word != &words.front()) text += between;
-    text += word;
-  }
-  return text;
-}
-
 }  // namespace zel::ctl

@@ -19,7 +19,4 @@ Words wordsOf(const Offers& offers);
 
 bool contains(const Words& words, const std::string& word);
 
-/// "a, b, c"; empty without words.
-std::string joined(const Words& words, const char* between = ", ");
-
 }  // namespace zel::ctl

@@ -25,6 +25,8 @@ void appendHex(std::string_view bytes, std::string& text) {
 
 }  // namespace
 
+bool steersTerminal(char32_t character) { return isControl(character) || movesText(character); }
+
 std::string escaped(const std::string& text) {
   const bool utf8 = isUtf8(text);
   std::string safe;
@@ -34,7 +36,7 @@ std::string escaped(const std::string& text) {
     const std::string_view bytes = rest.substr(0, c.length);
     if (c.value == '\\') {
       safe += "\\\\";
-    } else if (isControl(c.value) || movesText(c.value) || (!utf8 && c.value > 0x7f)) {
+    } else if (steersTerminal(c.value) || (!utf8 && c.value > 0x7f)) {
       appendHex(bytes, safe);
     } else {
       safe += bytes;

@@ -9,4 +9,8 @@ namespace zel {
 /// "\\"; in a text that is not UTF-8, every byte above 0x7f as well.
 std::string escaped(const std::string& text);
 
+/// Whether a character could steer a terminal or forge a line: one that `escaped` does not leave as it is, apart from
+/// the backslash.
+bool steersTerminal(char32_t character);
+
 }  // namespace zel

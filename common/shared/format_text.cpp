@@ -10,10 +10,10 @@ std::string joined(std::initializer_list<std::string_view> parts) {
   return text;
 }
 
-std::string listed(const std::vector<std::string>& texts) {
+std::string listed(const std::vector<std::string>& texts, std::string_view between) {
   std::string list;
   for (const std::string& text : texts) {
-    if (&text != &texts.front()) list += ", ";
+    if (&text != &texts.front()) list += between;
     list += text;
   }
   return list;

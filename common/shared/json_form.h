@@ -3,12 +3,14 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "common/ip_address.h"
+#include "common/logger.h"
 #include "common/shared/singleton.h"
 
 // The JSON form of the records. Header-only, so that the API's library needs nothing of libzelCommonTypes for it.
@@ -136,6 +138,21 @@ struct Address {
   }
 };
 
+/// Logs a text that selects no enumerator, except an empty one.
+/// @param used  the text of the enumerator that the member has
+inline void logUnknownText(const std::string& text, const char* used) {
+  if (text.empty() || text == used) return;
+  Logger::log(Logger::LEVEL_PROGRESS, "The text '%s' is not known, it is read as '%s'", text.c_str(), used);
+}
+
+/// The enumerator of a text; `otherwise` where the text selects none.
+template <class Scope, class Enum>
+Enum enumeratorOf(const std::string& text, Enum otherwise) {
+  if (const std::optional<Enum> known = Scope::fromText(text)) return *known;
+  logUnknownText(text, Scope::toText(otherwise));
+  return otherwise;
+}
+
 /// An enumeration as its text; a text that `Scope::fromText` does not know leaves the member.
 template <class Scope>
 struct EnumText {
@@ -145,7 +162,7 @@ struct EnumText {
   }
   template <class Enum>
   static void read(const Json::Value& json, Enum& member) {
-    member = Scope::fromText(json.asString()).value_or(member);
+    member = enumeratorOf<Scope>(json.asString(), member);
   }
 };
 

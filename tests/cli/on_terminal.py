@@ -1,17 +1,25 @@
 #!/usr/bin/env python3
-"""Runs a command on a terminal of its own and answers its first question: on_terminal.py ANSWER COMMAND...
+"""Runs a command on a terminal of its own and answers its first question: on_terminal.py [--size COLUMNSxROWS] ANSWER COMMAND...
 
 What the command writes there comes out with its escape sequences shown; its exit status is passed on.
 """
 
+import fcntl
 import os
 import pty
+import struct
 import sys
 import termios
 
-answer, command = sys.argv[1], sys.argv[2:]
+words = sys.argv[1:]
+size = (0, 0)  # not known
+if words[0] == "--size":
+    size = tuple(int(number) for number in words[1].split("x"))
+    words = words[2:]
+answer, command = words[0], words[1:]
 child, terminal = pty.fork()
 if child == 0:
+    fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", size[1], size[0], 0, 0))
     os.execvp(command[0], command)
 
 settings = termios.tcgetattr(terminal)
@@ -27,5 +35,6 @@ while True:
     if answer and seen.endswith(b"] "):
         os.write(terminal, answer.encode() + b"\n")
         answer = ""
-print(seen.decode().replace("\r\n", "\n").replace("\033", "ESC"), end="")
+text = seen.decode().replace("\r\n", "\n").replace("\033", "ESC")
+print(text, end="" if text.endswith("\n") else "\n")
 sys.exit(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))

@@ -133,6 +133,13 @@ class Session:
             process.wait(SOON)
 
 
+def environment_with(paths):
+    """The environment of a session: a plain locale, and programs from these folders first."""
+    environment = {key: value for key, value in os.environ.items() if not key.startswith(("LC_", "NO_COLOR"))}
+    environment.update(LC_ALL="C.UTF-8", PATH=os.pathsep.join([*paths, os.environ["PATH"]]))
+    return environment
+
+
 def play(lines, session):
     """Returns the transcript as it should be by what really happens."""
     actual = []
@@ -160,12 +167,10 @@ def main():
     arguments.transcript = os.path.abspath(arguments.transcript)
     enter_private_network()
 
-    environment = {key: value for key, value in os.environ.items() if not key.startswith(("LC_", "NO_COLOR"))}
-    environment.update(LC_ALL="C.UTF-8", PATH=os.pathsep.join([*arguments.path, os.environ["PATH"]]))
     with open(arguments.transcript, encoding="utf-8") as file:
         expected = file.read().splitlines()
     with tempfile.TemporaryDirectory() as directory:
-        session = Session(directory, environment)
+        session = Session(directory, {**environment_with(arguments.path), "XDG_RUNTIME_DIR": directory})
         try:
             actual = play(expected, session)
         finally:

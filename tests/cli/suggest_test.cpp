@@ -18,6 +18,12 @@ TEST(Suggestion, ForgivesASlipOfTheFingers) {
   EXPECT_THAT(nearest("rtsp-tcp-prt", kWords), ElementsAre("rtsp/tcp-port"));
 }
 
+TEST(Suggestion, ForgivesTheCase) {
+  EXPECT_THAT(nearest("STATUS", kWords), ElementsAre("status"));
+  EXPECT_THAT(nearest("Rtsp/TCP-port", kWords), ElementsAre("rtsp/tcp-port"));
+  EXPECT_THAT(nearest("velda", {"VELDA", "ZIRC"}), ElementsAre("VELDA"));
+}
+
 TEST(Suggestion, CompletesAPart) { EXPECT_THAT(nearest("ember", kWords), ElementsAre("ember/tcp-port")); }
 
 TEST(Suggestion, NamesAllThatAreEquallyLikely) {

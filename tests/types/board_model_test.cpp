@@ -184,7 +184,8 @@ TEST(BoardModel, AnUnknownModelLeavesAllButTheBitstream) {
     EXPECT_EQ(formats(board), kTwenty);
   }
   EXPECT_EQ(over(zirc, "{}").bitstream.type, BitstreamType::BITSTREAM_NONE);
-  EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{6, "The text 'x' is not known, it is read as 'ZIRC'"},
+                                       LogLine{6, "The text '8' is not known, it is read as 'ZIRC'"}));
 }
 
 TEST(BoardModel, ReadingAModelLogsItOnce) {

@@ -1,6 +1,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "tests/support/captured_log.h"
 #include "tests/support/json_of.h"
 #include "types/sysmgr_types.h"
 
@@ -96,6 +97,27 @@ EthMode modeOf(int value) {
   EthMode mode;
   mode.mode = EthMode::eth_mode_t(value);
   return mode;
+}
+
+TEST(UnknownText, IsLoggedWithTheTextThatIsReadInstead) {
+  const std::pair<const char*, const char*> rows[] = {
+      {R"({"ethipv4": [{"eth": "eth0", "mode": "dhcp"}]})", "The text 'dhcp' is not known, it is read as 'static'"},
+      {R"({"ethipv4": [{"eth": "eth0", "mode": {"mode": "auto"}}]})",
+       "The text 'auto' is not known, it is read as 'static'"},
+      {R"({"bitstream": {"module": "TR-05"}})", "The text 'TR-05' is not known, it is read as 'NA'"},
+      {R"({"videoTimingParameters": {"timing-mode": "2058"}})", "The text '2058' is not known, it is read as 'unset'"},
+  };
+  for (const auto& [document, line] : rows) {
+    CapturedLog log;
+    readFrom<SysParameters>(document);
+    EXPECT_THAT(log.texts(Logger::LEVEL_PROGRESS), testing::ElementsAre(line));
+  }
+  CapturedLog log;
+  readFrom<BoardModel>(R"({"model": "ORVEN_9", "module": "NA"})");
+  readFrom<SysParameters>(R"({"bitstream": {"module": "NA"}, "videoTimingParameters": {"timing-mode": "unset"}})");
+  readFrom<SysParameters>(R"({"videoTimingParameters": {"timing-mode": ""}, "bitstream": {"module": null}})");
+  EXPECT_THAT(log.texts(Logger::LEVEL_PROGRESS),
+              testing::ElementsAre("The text 'ORVEN_9' is not known, it is read as 'Undefined'"));
 }
 
 TEST(EthMode, WritesItsText) {

@@ -62,6 +62,10 @@ int BoardModel::Deserialize(Json::Value& root) {
   const Json::Value* const name = zel::findMember(root, kModel);
   const auto newModel = name ? fromText(name->asString()) : std::nullopt;
   bitstream.Deserialize(root);
-  if (newModel) setModel(*newModel);
+  if (newModel) {
+    setModel(*newModel);
+  } else if (name) {
+    zel::logUnknownText(name->asString(), toText(model));
+  }
   return zel::status::kOk;
 }

@@ -12,7 +12,7 @@ namespace zel {
 /// A text that is no bitstream's selects none.
 struct BitstreamText : EnumText<BitstreamType> {
   static void read(const Json::Value& json, BitstreamType::bitstream_t& type) {
-    type = BitstreamType::fromText(json.asString()).value_or(BitstreamType::BITSTREAM_NONE);
+    type = enumeratorOf<BitstreamType>(json.asString(), BitstreamType::BITSTREAM_NONE);
   }
 };
 

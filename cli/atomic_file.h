@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace zel::ctl {
+
+/// Replaces a file in one step: a reader sees the old text or the new one, and a crash leaves one of the two. The text
+/// is written beside the file, synced, and renamed. What is not a regular file (a pipe, a terminal) is written to.
+/// @throws Failure
+void replaceFile(const std::string& path, const std::string& text);
+
+/// The text of a file, or of standard input for "-". @throws Failure, also for more than 1 MiB
+std::string textOfFile(const std::string& path);
+
+}  // namespace zel::ctl
