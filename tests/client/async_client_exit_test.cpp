@@ -1,0 +1,57 @@
+// What an asynchronous client does behind the exit handler of its context.
+
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "client/async_client.h"
+#include "client/zmq_utils.h"
+#include "tests/support/daemon_process.h"
+
+namespace {
+
+using zel::AsyncClient;
+
+/// A static object that is made before the context, and so destroyed after it.
+struct Late {
+  AsyncClient* client = nullptr;
+  std::vector<int> statuses;
+  std::vector<int> expected;
+
+  void submit() {
+    client->submit(zel::requests::factoryReset(),
+                   [this](const zel::Answer<void>& answer) { statuses.push_back(answer.status); });
+  }
+  ~Late() {
+    client->process();
+    submit();
+    client->process();
+    _exit(statuses == expected && client->pending() == 0 ? 0 : 1);
+  }
+};
+
+/// Submits two requests, runs the loop until nothing is due any more, and ends the process.
+[[noreturn]] void exitWithTwoRequests(std::vector<int> expected) {
+  static Late late;
+  late.expected = std::move(expected);
+  late.client = new AsyncClient(ZmqUtils::getInstance().getContext());
+  late.submit();
+  late.submit();
+  pollfd watched{late.client->descriptor(), POLLIN, 0};
+  for (int i = 0; i < 50 && poll(&watched, 1, 500) == 1; ++i) late.client->process();
+  std::exit(2);
+}
+
+TEST(AsyncClientBehindTheExitHandler, CompletesWhatWasNotSent) {
+  EXPECT_EXIT(exitWithTwoRequests({-100, -100, -100}), testing::ExitedWithCode(0), "");
+}
+
+TEST(AsyncClientBehindTheExitHandler, CompletesWhatWasSentAsNotAnswered) {
+  const zel::test::ChildProcess daemon = zel::test::startDaemon(zel::test::keepSilent);
+  EXPECT_EXIT(exitWithTwoRequests({-103, -100, -100}), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
