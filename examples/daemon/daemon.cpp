@@ -9,11 +9,14 @@
 #include <json/json.h>
 
 #include <clocale>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 #include <zmq.hpp>
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Plants faults in the example daemon: plant_faults.py DAEMON.cpp FAULTY.cpp
 
-The faulty daemon has all of them, and the environment variable PLANTED_FAULT names the one that works."""
+The faulty daemon has all of them, and the environment variable PLANTED_FAULT names the one that is active."""
 
 import pathlib
 import sys
@@ -40,10 +40,15 @@ FAULTS = [
     ("forgets-whitelist", "if (!text.empty()) state_ = parsed(text);",
      'const Value fresh = state_;\n    if (!text.empty()) state_ = parsed(text);\n'
      '    if (planted("forgets-whitelist")) state_["whitelist"] = fresh["whitelist"];'),
+    # Not a fault: a REP socket in place of the ROUTER. It handles the envelope by itself.
+    ("uses-rep", "requests(context, zmq::socket_type::router);",
+     'requests(context, planted("uses-rep") ? zmq::socket_type::rep : zmq::socket_type::router);'),
+    ("uses-rep", "if (envelope == 0 && frames.size() > 1", 'if (!planted("uses-rep") && envelope == 0 && frames.size() > 1'),
+    ("uses-rep", "if (envelope == 0) continue;", 'if (envelope == 0 && !planted("uses-rep")) continue;'),
 ]
 
 HELPERS = """
-#include <algorithm>
+#include <cstdlib>
 
 bool planted(const char* name) {
   const char* const wanted = std::getenv("PLANTED_FAULT");
