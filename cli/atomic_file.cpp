@@ -16,7 +16,7 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr std::size_t kMost = 1024U * 1024U;  ///< bytes of a file that is read
+constexpr std::size_t kMost = std::size_t{1024} * 1024;  ///< bytes of a file that is read
 
 Failure cannot(const std::string& what, const std::string& path) {
   const int error = errno;
@@ -67,9 +67,10 @@ void replaceRegular(const std::string& path, const std::string& text, const stru
     if (folder.number() >= 0) fsync(folder.number());
     return;
   }
-  const Failure failure = cannot("write", path);
+  const int error = errno;
   unlink(beside.c_str());
-  throw failure;
+  errno = error;
+  throw cannot("write", path);
 }
 
 }  // namespace

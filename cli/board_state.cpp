@@ -102,12 +102,21 @@ Json::Value ptpOf(const Json::Value& network) {
 
 }  // namespace
 
+Json::Value documentIfServed(Daemon& daemon, const char* name) {
+  try {
+    return daemon.get(name);
+  } catch (const Failure& failure) {
+    if (failure.status() != Exit::kRefused) throw;
+    return Json::Value(Json::objectValue);
+  }
+}
+
 BoardState readBoard(Daemon& daemon) {
   BoardState board;
   board.stored = daemon.record<SysParameters>("stored");
   board.dynamic = daemon.record<SysParametersDynamic>("dynamic");
   board.model = daemon.record<BoardModel>("model");
-  board.network = daemon.get("network");
+  board.network = documentIfServed(daemon, "network");
   board.whitelist = daemon.whitelist();
   return board;
 }

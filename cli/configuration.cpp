@@ -147,7 +147,8 @@ class FileReader {
   Configuration take() { return std::move(configuration_); }
 
   /// @throws Failure
-  void read(Line line) {
+  void read(const Line& given) {
+    Line line = given;
     if (!keys_.insert(line.key).second) throw usage("it is given twice");
     const SettingRow* const row = statedRow(line.key);
     if (!line.isQuoted) dropRemark(line, row != nullptr && isText(*row));
@@ -280,12 +281,14 @@ Configuration parseConfiguration(const std::string& text, const std::string& nam
     if (number == 1 && each.rfind(kByteOrderMark, 0) == 0) each.erase(0, 3);
     each = trimmed(each);
     if (each.empty() || each.front() == '#') continue;
-    const std::string place = name + ", line " + std::to_string(number);
-    const Line line = valueFor(place, [&each] { return partsOf(each); });
+    Line line;
     try {
+      line = partsOf(each);
       reader.read(line);
     } catch (const Failure& failure) {
-      throw Failure(failure.status(), place + ", " + line.key + ": " + failure.what(), failure.advice())
+      const std::string key = line.key.empty() ? "" : ", " + line.key;
+      throw Failure(failure.status(), name + ", line " + std::to_string(number) + key + ": " + failure.what(),
+                    failure.advice())
           .about(line.key);
     }
   }

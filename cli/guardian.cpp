@@ -40,7 +40,7 @@ constexpr std::size_t kLongest = 4096;                 ///< bytes of a message
 
 // --- the socket of the guardian
 
-Descriptor openSocket() { return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)); }
+Descriptor openSocket(int flags = 0) { return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0)); }
 
 /// The address of the guardian for the daemon at the endpoint in use. The name begins with a NUL: it is not a file.
 struct Address {
@@ -294,7 +294,7 @@ void tellGuardian(Verdict verdict) {
 int runGuardian(const Words& words) {
   closeInherited();
   useEndpoints(words.at(1), "");
-  const Descriptor listener = openSocket();
+  const Descriptor listener = openSocket(SOCK_NONBLOCK);
   const Address address;
   if (bind(listener.number(), address.get(), address.size) != 0 || listen(listener.number(), 8) != 0) {
     answerParent(kBusy);

@@ -140,7 +140,7 @@ void runMetrics(Call& call) {
   try {
     const BoardState board = readBoard(call.daemon());
     const Json::Value page = pageOf(board);
-    const Json::Value debug = call.daemon().get("debug");
+    const Json::Value debug = documentIfServed(call.daemon(), "debug");
     metrics.single(kUp, kUpHelp, true);
     addBoard(metrics, page);
     addPtp(metrics, page);

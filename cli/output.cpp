@@ -170,6 +170,7 @@ void Output::separatePictures() {
 
 void Output::showPicture() {
   if (json_ || terminal_.rows == 0) return flush();
+  terminal_ = terminalSize(STDOUT_FILENO);  // it may have another size now
   std::istringstream lines(std::exchange(buffer_, isRedrawn_ ? "\033[H" : "\033[2J\033[H"));
   isRedrawn_ = true;
   std::size_t row = 1;  // the last row of the terminal stays free, or it would scroll
