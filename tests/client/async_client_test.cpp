@@ -87,6 +87,12 @@ class AsyncClientTest : public testing::Test {
   std::vector<std::pair<int, std::string>> ends;
 };
 
+/// The process is forked before there are threads.
+struct DaemonProcess {
+  ChildProcess daemon = startDaemon();
+};
+class BesideADaemonProcess : protected DaemonProcess, public AsyncClientTest {};
+
 TEST_F(AsyncClientTest, CarriesOutARequest) {
   ScriptedDaemon daemon;
   daemon.answer(R"({"stored": {"rtsp": {"tcp-port": 5004}}})");
@@ -495,8 +501,8 @@ TEST_F(AsyncClientTest, RenewsADeafSocketWhereRequestsAreCancelledSoon) {
   EXPECT_EQ(daemon.requestCount(), 1u);
 }
 
-TEST_F(AsyncClientTest, NoCallTakesLong) {
-  ChildProcess daemon = startDaemon(keepSilent);
+TEST_F(BesideADaemonProcess, NoCallTakesLong) {
+  daemon.freeze();
   auto longest = std::chrono::microseconds(0);
   const auto measure = [&](auto action) { longest = std::max(longest, zel::test::timeOf(action).own); };
   for (int i = 0; i < 200; ++i) {
@@ -552,8 +558,7 @@ TEST_F(AsyncClientTest, AChildThatACompletionForkedCompletesNothing) {
 }
 
 /// Signals that come at the wrong instants hold a request up no longer than they last.
-TEST_F(AsyncClientTest, SendsDespiteSignals) {
-  const ChildProcess daemon = startDaemon();
+TEST_F(BesideADaemonProcess, SendsDespiteSignals) {
   submitSet(1);
   ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
   ends.clear();
@@ -638,6 +643,31 @@ TEST(AsyncClientAtExit, ADestroyedStaticClientRefusesEachCallOfAnotherThread) {
         static AsyncClient client(ZmqUtils::getInstance().getContext());
         later.client = &client;
         client.submit(requests::factoryReset(), {});
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+/// Makes a client in a thread that nobody has stopped, when the process is at its end.
+struct MakeLater {
+  zmq::context_t& context;
+  ~MakeLater() {
+    std::string text;
+    std::thread([&] {
+      AsyncClient client(context);
+      client.submit(requests::factoryReset(), [&](const zel::Answer<void>& answer) { text = answer.text; });
+      client.process();
+    }).join();
+    if (text != "\"Resets the configuration files to factory default\" was not sent: the process is ending.") _exit(9);
+  }
+};
+
+TEST(AsyncClientAtExit, ANewClientReportsTheEnd) {
+  EXPECT_EXIT(
+      {
+        static zmq::context_t context;
+        static const MakeLater later{context};
+        static const AsyncClient client(context);
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");
