@@ -24,6 +24,7 @@ constexpr std::size_t kShare = 32;
 /// A longer time-out is cut to this: far more than anybody waits, and the clock can count it.
 constexpr std::chrono::milliseconds kLongestTimeout{std::numeric_limits<int>::max()};
 
+constexpr const char* kEnding = "the process is ending.";
 constexpr const char* kNoMemory = "there is not enough memory to read it";
 
 std::string nameOf(SysMgrCommands::sysmgr_msg_t command) {
@@ -62,7 +63,7 @@ class AsyncClient::State final : public RequestConnection {
     const Id id = ++lastId_;
     Waiting request{command, std::to_string(command), {}, timeout, Clock::now() + timeout, std::move(complete)};
     if (!use) {
-      end(request, report::notInitialized(nameOf(command), refusalText(use)));
+      end(request, report::notInitialized(nameOf(command), kEnding));
     } else if (wakeUp_.descriptor() < 0) {
       end(request, report::cannotConnect(nameOf(command), address(), "the client was made with too few descriptors"));
     } else if (const std::string why = writeBody(body, request.body); !why.empty()) {
@@ -266,8 +267,8 @@ class AsyncClient::State final : public RequestConnection {
       const Id id = waiting_.begin()->first;
       Waiting& request = waiting_.begin()->second;
       const std::string name = nameOf(request.command);
-      end(request, isSent(id) ? report::noAnswer(name, address(), request.timeout)
-                              : report::notInitialized(name, "the process is ending."));
+      end(request,
+          isSent(id) ? report::noAnswer(name, address(), request.timeout) : report::notInitialized(name, kEnding));
       forget(id);
     }
   }

@@ -67,6 +67,13 @@ class AsyncClientTest : public testing::Test {
     return true;
   }
 
+  /// Has a daemon connected, so that the next request is sent at once.
+  void awaitConnection() {
+    submitSet(0);
+    ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
+    ends.clear();
+  }
+
   /// A completion that notes the status and the text in `ends`.
   std::function<void(const zel::Answer<void>&)> noteEnd() {
     return [this](const zel::Answer<void>& answer) { ends.emplace_back(answer.status, answer.text); };
@@ -86,6 +93,12 @@ class AsyncClientTest : public testing::Test {
   std::unique_ptr<AsyncClient> client = std::make_unique<AsyncClient>(context);
   std::vector<std::pair<int, std::string>> ends;
 };
+
+/// The process is forked before there are threads.
+struct DaemonProcess {
+  ChildProcess daemon = startDaemon();
+};
+class BesideADaemonProcess : protected DaemonProcess, public AsyncClientTest {};
 
 TEST_F(AsyncClientTest, CarriesOutARequest) {
   ScriptedDaemon daemon;
@@ -200,6 +213,7 @@ TEST_F(AsyncClientTest, WithNobodyThereARequestIsNotSent) {
 
 TEST_F(AsyncClientTest, GivesUpWhatIsNotAnswered) {
   ScriptedDaemon daemon;
+  awaitConnection();
   daemon.answerWith({});
   submitSet(1, kShort);
   submitSet(2);
@@ -226,13 +240,12 @@ TEST_F(AsyncClientTest, NeverSendsWhatWasLateBehindAnother) {
 /// The loop was busy, not the daemon: the answer is there when it looks.
 TEST_F(AsyncClientTest, TakesAnAnswerThatCameInTimeToALateLoop) {
   ScriptedDaemon daemon;
-  submitSet(1);
-  ASSERT_TRUE(runUntil([&] { return ends.size() == 1; }));
-  submitSet(2, kShort);
+  awaitConnection();
+  submitSet(1, kShort);
   ASSERT_TRUE(daemon.waitForRequests(2));
   std::this_thread::sleep_for(2 * kShort);
-  ASSERT_TRUE(runUntil([&] { return ends.size() == 2; }));
-  EXPECT_THAT(statuses(), ElementsAre(0, 0));
+  ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
+  EXPECT_THAT(statuses(), ElementsAre(0));
 }
 
 /// A call ends as many as it runs completions of. Those that are left are not sent, although a daemon is there now.
@@ -296,9 +309,9 @@ TEST_F(AsyncClientTest, CancelsWhatWasSent) {
 
 TEST_F(AsyncClientTest, ACancelledRequestHoldsTheQueueNoLongerThanItsTimeOut) {
   ScriptedDaemon daemon;
+  awaitConnection();
   daemon.answerWith({});
   const auto first = submitSet(1, kShort);
-  ASSERT_TRUE(runUntil([&] { return daemon.requestCount() == 1; }));
   client->cancel(first);
   submitSet(2);
   ASSERT_TRUE(runUntil([&] { return ends.size() == 2; }));
@@ -495,8 +508,8 @@ TEST_F(AsyncClientTest, RenewsADeafSocketWhereRequestsAreCancelledSoon) {
   EXPECT_EQ(daemon.requestCount(), 1u);
 }
 
-TEST_F(AsyncClientTest, NoCallTakesLong) {
-  ChildProcess daemon = startDaemon(keepSilent);
+TEST_F(BesideADaemonProcess, NoCallTakesLong) {
+  daemon.freeze();
   auto longest = std::chrono::microseconds(0);
   const auto measure = [&](auto action) { longest = std::max(longest, zel::test::timeOf(action).own); };
   for (int i = 0; i < 200; ++i) {
@@ -552,11 +565,8 @@ TEST_F(AsyncClientTest, AChildThatACompletionForkedCompletesNothing) {
 }
 
 /// Signals that come at the wrong instants hold a request up no longer than they last.
-TEST_F(AsyncClientTest, SendsDespiteSignals) {
-  const ChildProcess daemon = startDaemon();
-  submitSet(1);
-  ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
-  ends.clear();
+TEST_F(BesideADaemonProcess, SendsDespiteSignals) {
+  awaitConnection();
   zel::test::interruptedCalls.everySecond = true;
   // Less than the time after which a connection that takes nothing is made anew.
   for (int i = 0; i < 20; ++i) submitSet(2, milliseconds(40));
@@ -638,6 +648,31 @@ TEST(AsyncClientAtExit, ADestroyedStaticClientRefusesEachCallOfAnotherThread) {
         static AsyncClient client(ZmqUtils::getInstance().getContext());
         later.client = &client;
         client.submit(requests::factoryReset(), {});
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+/// Makes a client in a thread that nobody has stopped, when the process is at its end.
+struct MakeLater {
+  zmq::context_t& context;
+  ~MakeLater() {
+    std::string text;
+    std::thread([&] {
+      AsyncClient client(context);
+      client.submit(requests::factoryReset(), [&](const zel::Answer<void>& answer) { text = answer.text; });
+      client.process();
+    }).join();
+    if (text != "\"Resets the configuration files to factory default\" was not sent: the process is ending.") _exit(9);
+  }
+};
+
+TEST(AsyncClientAtExit, ANewClientReportsTheEnd) {
+  EXPECT_EXIT(
+      {
+        static zmq::context_t context;
+        static const MakeLater later{context};
+        static const AsyncClient client(context);
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");
