@@ -127,8 +127,7 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
-file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*")
 install(
-  FILES ${examples}
+  DIRECTORY "${PROJECT_SOURCE_DIR}/examples/"
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   COMPONENT doc)

@@ -50,6 +50,8 @@ std::vector<AcceptedConnection> acceptedConnections(const std::vector<std::strin
   return connections;
 }
 
+void finishConnection(int descriptor) { shutdown(descriptor, SHUT_WR); }
+
 bool endConnection(int descriptor) { return shutdown(descriptor, SHUT_RDWR) == 0; }
 
 }  // namespace zel::sim
