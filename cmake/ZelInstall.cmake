@@ -135,12 +135,7 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
-file(GLOB examples LIST_DIRECTORIES OFF "${PROJECT_SOURCE_DIR}/examples/*")
 install(
-  FILES ${examples}
+  DIRECTORY "${PROJECT_SOURCE_DIR}/examples/"
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
-  COMPONENT doc)
-install(
-  FILES "${PROJECT_SOURCE_DIR}/examples/daemon/daemon.cpp"
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/daemon
   COMPONENT doc)

@@ -142,7 +142,9 @@ class BackgroundSimulator {
   /// Ends every connection; the clients connect again by themselves.
   void dropConnections();
 
-  /// The daemon ends: nothing listens, and requests that wait are lost.
+  /// The daemon ends: nothing listens, and requests that wait are lost. When the call returns the clients have closed
+  /// their connections (those of a frozen process excepted), so that their next requests wait for the daemon to be
+  /// back.
   void stopListening();
   /// The daemon is back, at the same endpoints, with the state that it had.
   /// @throws std::runtime_error when it cannot listen again

@@ -59,6 +59,8 @@ std::vector<AcceptedConnection> acceptedConnections(const std::vector<std::strin
 
 bool hasSocketsAt(const std::vector<std::string>& endpoints) { return !socketsAt(endpoints).empty(); }
 
+void finishConnection(int descriptor) { shutdown(descriptor, SHUT_WR); }
+
 bool endConnection(int descriptor) { return shutdown(descriptor, SHUT_RDWR) == 0; }
 
 }  // namespace zel::sim

@@ -19,5 +19,8 @@ bool hasSocketsAt(const std::vector<std::string>& endpoints);
 
 /// Shuts a connection down: libzmq finds it closed by the other side. @return whether it was open
 bool endConnection(int descriptor);
+/// Tells the other side of a connection that nothing more comes; libzmq closes it when the other side has closed it,
+/// too.
+void finishConnection(int descriptor);
 
 }  // namespace zel::sim

@@ -38,6 +38,7 @@ constexpr std::size_t kMostRemembered = 1000;
 constexpr std::size_t kMostRememberedBody = std::size_t{64} << 10U;
 constexpr std::size_t kMostRememberedBytes = std::size_t{1} << 20U;
 constexpr std::chrono::seconds kPortsAreFreeWithin{5};
+constexpr std::chrono::milliseconds kClientsCloseWithin{500};
 constexpr std::chrono::milliseconds kRepeatAfter{10};  // a client subscribes to several topics one after the other
 constexpr std::chrono::milliseconds kTurn{10};         // then come new requests, timers and the end of the program
 
@@ -244,6 +245,7 @@ void Simulator::setServing(bool serving) {
 }
 
 void Simulator::leave() {
+  if (publisher_) endRequestConnections();
   publisher_.reset();
   requests_.close();
   files_.clear();
@@ -253,6 +255,17 @@ void Simulator::leave() {
   // libzmq closes ports and connections in a thread of its own, after the answers that are on their way.
   const auto end = Clock::now() + kPortsAreFreeWithin;
   while (hasSocketsAt({options_.requests, options_.notifications}) && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+/// Ends the connections of the clients, and waits until they have closed them: what a client requests after that does
+/// not go into a connection that is about to end.
+void Simulator::endRequestConnections() {
+  requests_.unbind(options_.requests);
+  const auto connections = [this] { return acceptedConnections({options_.requests}); };
+  for (const AcceptedConnection& connection : connections()) finishConnection(connection.descriptor);
+  for (const auto end = Clock::now() + kClientsCloseWithin; !connections().empty() && Clock::now() < end;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }

@@ -146,6 +146,7 @@ class Simulator {
   std::string openStore();
   std::string listen();
   std::string tryToListen();
+  void endRequestConnections();
   std::string makeRoom() const;
   void wakeUp() const noexcept;
   bool goesOn();
