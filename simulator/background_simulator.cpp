@@ -1,6 +1,9 @@
 #include "simulator/background_simulator.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -42,7 +45,7 @@ Json::Value readBody(const std::string& text) {
 
 class BackgroundSimulator::Parts {
  public:
-  explicit Parts(const BoardOptions& options) : thread_(simulatorOptions(options)) {
+  explicit Parts(const BoardOptions& options) : thread_(watched(simulatorOptions(options))) {
     if (!thread_.failure().empty()) throw std::runtime_error(thread_.failure());
   }
 
@@ -70,7 +73,30 @@ class BackgroundSimulator::Parts {
     if (!outcome.accepted()) throw std::invalid_argument(outcome.reply[envelope::kError].asString());
   }
 
+  void leave() {
+    simulator().leave();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    topics_.clear();
+  }
+
+  bool waitForSubscription(const std::string& topic, std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return subscribed_.wait_for(lock, limit, [&] { return topics_.count(topic) > 0 || topics_.count("") > 0; });
+  }
+
  private:
+  SimulatorOptions watched(SimulatorOptions options) {
+    options.onSubscription = [this](const std::string& topic) {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      topics_.insert(topic);
+      subscribed_.notify_all();
+    };
+    return options;
+  }
+
+  std::mutex mutex_;
+  std::condition_variable subscribed_;
+  std::set<std::string> topics_;  ///< to which clients have subscribed
   SimulatorThread thread_;
 };
 
@@ -158,6 +184,10 @@ bool BackgroundSimulator::waitForRequest(unsigned int command, std::chrono::mill
   return true;
 }
 
+bool BackgroundSimulator::waitForSubscription(unsigned int topic, std::chrono::milliseconds limit) const {
+  return parts_->waitForSubscription(std::to_string(topic), limit);
+}
+
 // --- faults
 
 void BackgroundSimulator::misbehave(const std::string& rule) {
@@ -186,7 +216,7 @@ void BackgroundSimulator::dropConnections() {
 }
 
 void BackgroundSimulator::stopListening() {
-  parts_->have([&] { parts_->simulator().leave(); });
+  parts_->have([&] { parts_->leave(); });
 }
 
 void BackgroundSimulator::startListening() {
@@ -197,7 +227,7 @@ void BackgroundSimulator::startListening() {
 void BackgroundSimulator::away(std::chrono::milliseconds duration) {
   parts_->have([&] {
     Simulator& simulator = parts_->simulator();
-    simulator.leave();
+    parts_->leave();
     simulator.at(Simulator::Clock::now() + duration, [&simulator] {
       if (const std::string why = simulator.comeBack(); !why.empty()) simulator.tell(why);
     });

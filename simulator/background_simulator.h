@@ -127,6 +127,14 @@ class BackgroundSimulator {
   /// @return whether there was one within the limit
   bool waitForRequest(unsigned int command, std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
 
+  /// Waits until a client has subscribed to a topic since the board began to listen: what is published from then on
+  /// reaches it. A connection alone is not enough, its subscriptions follow a moment later; after an absence of the
+  /// board they follow while the client processes its notifications, so a test that does so itself asks with a limit of
+  /// 0.
+  /// @param topic  `SysmgrPublisher::sysmgr_notifications_t`
+  /// @return whether there was one within the limit
+  bool waitForSubscription(unsigned int topic, std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
+
   // --- faults
 
   /// Has the board misbehave, in the words of `sysmgr-sim --fault-rule`: "do=delay command=2 ms=500 times=3".

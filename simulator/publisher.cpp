@@ -93,7 +93,9 @@ bool Publisher::wait(bool already) {
   // The descriptor becomes readable when libzmq has something to do for the socket, a subscription for example. A PUB
   // socket itself is never readable, and always writable.
   zmq_pollitem_t items[] = {{nullptr, wakeUp_, ZMQ_POLLIN, 0}, {nullptr, socket_.get(zmq::sockopt::fd), ZMQ_POLLIN, 0}};
-  if (zmq_poll(items, 2, already ? 0 : -1) < 0 && zmq_errno() != EINTR) return false;
+  // The descriptor reports only what comes after the socket was looked at last, which sending does, too.
+  const bool readable = onSubscription_ && (eventsOf(socket_.handle()) & ZMQ_POLLIN) != 0;
+  if (zmq_poll(items, 2, already || readable ? 0 : -1) < 0 && zmq_errno() != EINTR) return false;
   eventsOf(socket_.handle());
   eventfd_t woken = 0;
   eventfd_read(wakeUp_, &woken);

@@ -141,7 +141,12 @@ std::string Simulator::tryToListen() {
   std::string endpoint = options_.notifications;
   try {
     Publisher::OnSubscription onSubscription;
-    if (options_.repeatOnSubscribe) onSubscription = [this](const std::string& prefix) { noteSubscription(prefix); };
+    if (options_.repeatOnSubscribe || options_.onSubscription) {
+      onSubscription = [this](const std::string& prefix) {
+        if (options_.onSubscription) options_.onSubscription(prefix);
+        if (options_.repeatOnSubscribe) noteSubscription(prefix);
+      };
+    }
     publisher_.emplace(context_, onSubscription);
     publisher_->bind(endpoint);
     options_.notifications = publisher_->endpoint();

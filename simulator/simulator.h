@@ -39,7 +39,9 @@ struct SimulatorOptions {
   std::vector<FaultRule> faults;              ///< how it misbehaves
   std::string faultFile;                      ///< more of that, read at the start and by `reloadFaults`; empty: none
   bool repeatOnSubscribe = false;  ///< publishes the current document of a topic whenever a client subscribes to it
-  std::size_t mostGrowth = 0;      ///< bytes that the process may grow by before connections end; 0: no limit
+  /// Receives the topic of each subscription, in the publisher's thread; empty: nobody does.
+  std::function<void(const std::string& prefix)> onSubscription;
+  std::size_t mostGrowth = 0;  ///< bytes that the process may grow by before connections end; 0: no limit
   /// Receives messages for people: at the start, and from another thread when connections were ended.
   std::function<void(const std::string&)> tell;
   std::function<void(const std::string&)> trace;  ///< receives a line for each request; empty: none

@@ -172,6 +172,11 @@ class StoredChange {
     if (row == nullptr || row->kind == Kind::kBlock) return setMembers(name, path + "/", value);
     if (row->kind == Kind::kInterfaceList) return replaceInterfaces(name, value, stored_);
     if (Refusal why = judge(name, value, *row)) return why;
+    if (at(path) == value) return {};
+    if (isOnlyWritten(*row, value)) {
+      return {refusal::kOutOfRange,
+              "\"" + name + "\" is " + shown(value) + ", which the board writes and cannot take over."};
+    }
     at(path) = value;
     return {};
   }
@@ -189,6 +194,12 @@ class StoredChange {
       is |= std::string_view(row.path).substr(0, beginning.size()) == beginning;
     });
     return is;
+  }
+
+  /// Whether the record writes a value and never reads it: the fixed description of the NMOS node, "unset".
+  static bool isOnlyWritten(const SettingRow& row, const Json::Value& value) {
+    if (row.kind == Kind::kChoice) return !row.values.reads(value.asString());
+    return std::string_view(row.path) == settings::kNmosNodeDescription.path;
   }
 
   Refusal setMembers(const std::string& name, const std::string& folder, const Json::Value& object) {

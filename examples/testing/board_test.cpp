@@ -14,6 +14,8 @@ namespace {
 
 using std::chrono_literals::operator""s;
 
+constexpr unsigned int kDynamic = SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE;
+
 /// Ports that are free, so that the tests run side by side and beside a daemon of the machine.
 zel::sim::BoardOptions onFreePorts() {
   zel::sim::BoardOptions options;
@@ -29,6 +31,7 @@ class Application : public testing::Test {
     watch_.init(ZmqUtils::getInstance().getContext());
     watch_.subscribeAll();
     watch_.getPollItems(fds_);
+    board_.waitForSubscription(kDynamic);  // what the board publishes now comes
   }
   /// Runs the application's loop until something is so. @return whether it is within 5 s
   template <class Condition>
@@ -69,10 +72,9 @@ TEST_F(Application, WorksOnWhenTheDaemonWasAwayFor3Seconds) {
   EXPECT_EQ(setPortPatiently(port, 5004), 0);  // waits until the daemon is back
   EXPECT_EQ(board_.get(zel::settings::kRtspTcpPort), 5004U);
 
-  EXPECT_TRUE(runsUntil([&] {  // the subscription is back, too
-    board_.setInterfaceAddress("eth0", "10.0.0.9");
-    return watch_.address() == "10.0.0.9";
-  }));
+  EXPECT_TRUE(runsUntil([&] { return board_.waitForSubscription(kDynamic, 0s); }));  // the subscription is back, too
+  board_.setInterfaceAddress("eth0", "10.0.0.9");
+  EXPECT_TRUE(runsUntil([&] { return watch_.address() == "10.0.0.9"; }));
 }
 
 TEST_F(Application, DoesNotRepeatAChangeThatIsNotAnswered) {

@@ -60,6 +60,7 @@ TEST_F(Kit, IsReadyWhenItIsConstructed) { EXPECT_EQ(client_.send(3).reply["board
 
 TEST_F(Kit, ChangesATypedSettingAndPublishesIt) {
   Listener listener(context_, {"1000"});
+  ASSERT_TRUE(board_.waitForSubscription(1000));
   board_.set(settings::kRtspTcpPort, 5004);
   board_.set(settings::kRtspEthPort, "eth1");
   board_.set(settings::kNmosSlotId, 7);
@@ -92,6 +93,24 @@ TEST_F(Kit, SeesWhatTheApplicationHasSet) {
   EXPECT_FALSE(board_.waitForRequest(2, 20ms));
 }
 
+TEST_F(Kit, WaitsForASubscription) {
+  EXPECT_FALSE(board_.waitForSubscription(1001, 20ms));
+  SubscribeJsonClient client(context_);
+  ASSERT_EQ(client.connect(board_.notificationEndpoint()), 0);
+  ASSERT_EQ(client.subscribe("1001"), 0);
+  EXPECT_TRUE(board_.waitForSubscription(1001));
+  EXPECT_FALSE(board_.waitForSubscription(1000, 20ms));
+  board_.stopListening();
+  EXPECT_FALSE(board_.waitForSubscription(1001, 20ms));
+  board_.startListening();
+  PollFds fds;
+  ASSERT_EQ(client.getPollItems(fds), 0);
+  EXPECT_TRUE(zel::test::waitUntil([&] {  // a client's socket subscribes again while it is used
+    fds.poll(1);
+    return board_.waitForSubscription(1001, 0ms);
+  }));
+}
+
 TEST_F(Kit, WaitsForARequest) {
   std::thread application([&] {
     std::this_thread::sleep_for(30ms);
@@ -103,6 +122,7 @@ TEST_F(Kit, WaitsForARequest) {
 
 TEST_F(Kit, GivesAnInterfaceAnotherAddress) {
   Listener listener(context_, {"1001"});
+  ASSERT_TRUE(board_.waitForSubscription(1001));
   board_.setInterfaceAddress("eth0", "10.0.0.9");
   EXPECT_TRUE(sees(listener, "1001", "eth-basics", board_.document("dynamic")["eth-basics"]));
   EXPECT_EQ(board_.dynamic().ethBasics.front().ip, 0x0A000009U);
@@ -113,6 +133,7 @@ TEST_F(Kit, GivesAnInterfaceAnotherAddress) {
 
 TEST_F(Kit, ChangesADynamicValueByItsPath) {
   Listener listener(context_, {"1001"});
+  ASSERT_TRUE(board_.waitForSubscription(1001));
   board_.setDynamic("temperature/fpga", 91);
   EXPECT_TRUE(sees(listener, "1001", "temperature/fpga", 91));
   board_.setDynamic("eth-basics/eth2/ip-present", false);
@@ -121,6 +142,7 @@ TEST_F(Kit, ChangesADynamicValueByItsPath) {
 
 TEST_F(Kit, ChangesEveryOtherDocument) {
   Listener listener(context_, {"1001", "1004"});
+  ASSERT_TRUE(board_.waitForSubscription(1001));
   board_.setValue("network", "ptp/state", "listening");
   EXPECT_EQ(at(client_.send(4).reply, "network-stack-status/ptp/state"), "listening");
   board_.setValue("modules", "ptp", json(R"({"error": true, "warn": false})"));
@@ -176,7 +198,8 @@ TEST_F(Kit, DropsEveryConnection) {
   board_.dropConnections();
   EXPECT_TRUE(requests.isClosed());
   EXPECT_TRUE(notifications.isClosed());
-  EXPECT_EQ(client_.send(0).code, 0);
+  TestClient next(context_, kSoon);
+  EXPECT_EQ(next.send(0).code, 0);
 }
 
 TEST_F(Kit, IsAwayAndComesBackWithItsState) {
