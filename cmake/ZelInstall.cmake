@@ -62,26 +62,31 @@ install(
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man7"
   COMPONENT dev)
 
+# zel_install_completions(PROGRAM COMPONENT): completion files for bash, zsh and fish.
+function(zel_install_completions program component)
+  set(completions "${PROJECT_SOURCE_DIR}/packaging/completions")
+  install(
+    FILES "${completions}/${program}.bash"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME ${program}
+    COMPONENT ${component})
+  install(
+    FILES "${completions}/_${program}"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
+    COMPONENT ${component})
+  install(
+    FILES "${completions}/${program}.fish"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d"
+    COMPONENT ${component})
+endfunction()
+
 if(TARGET sysmgrctl)
   install(TARGETS sysmgrctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(
     FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgrctl.1"
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
     COMPONENT tools)
-  set(completions "${PROJECT_SOURCE_DIR}/packaging/completions")
-  install(
-    FILES "${completions}/sysmgrctl.bash"
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
-    RENAME sysmgrctl
-    COMPONENT tools)
-  install(
-    FILES "${completions}/_sysmgrctl"
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
-    COMPONENT tools)
-  install(
-    FILES "${completions}/sysmgrctl.fish"
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d"
-    COMPONENT tools)
+  zel_install_completions(sysmgrctl tools)
 endif()
 if(TARGET sysmgr-sim)
   install(TARGETS sysmgr-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
@@ -89,6 +94,7 @@ if(TARGET sysmgr-sim)
     FILES "${PROJECT_SOURCE_DIR}/docs/man/sysmgr-sim.8"
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man8"
     COMPONENT simulator)
+  zel_install_completions(sysmgr-sim simulator)
   # The unit names the prefix, too. '%' begins a specifier there.
   set(unit_file "${PROJECT_BINARY_DIR}/sysmgr-sim.service")
   install(
@@ -135,7 +141,13 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
+file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*.*")
 install(
-  DIRECTORY "${PROJECT_SOURCE_DIR}/examples/"
+  FILES ${examples}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  COMPONENT doc)
+file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/testing/*.*")
+install(
+  FILES ${examples}
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/testing
   COMPONENT doc)
