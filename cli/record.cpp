@@ -244,7 +244,7 @@ class End {
 
 /// Takes what has come, up to a change of the connection.
 void takeAll(Follower& follower, Recording& recording, const End& end) {
-  // What was received over a connection comes before the end of it.
+  // The notifications of a connection come before its end.
   Frames frames;
   while (!end.hasCome() && follower.takeNotification(frames)) recordNotification(recording, frames);
   const std::optional<bool> connected = follower.takeChange();

@@ -35,20 +35,29 @@ std::string endpointOf(int descriptor) {
   return std::string("ipc://") + reinterpret_cast<const sockaddr_un&>(address).sun_path;
 }
 
-}  // namespace
-
-std::vector<AcceptedConnection> acceptedConnections(const std::vector<std::string>& endpoints) {
-  std::vector<AcceptedConnection> connections;
+std::vector<AcceptedConnection> socketsAt(const std::vector<std::string>& endpoints) {
+  std::vector<AcceptedConnection> sockets;
   std::error_code error;
   for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
        entry.increment(error)) {
     const int descriptor = std::atoi(entry->path().filename().c_str());
     std::string endpoint = endpointOf(descriptor);
     const bool wanted = std::find(endpoints.begin(), endpoints.end(), endpoint) != endpoints.end();
-    if (wanted && !listens(descriptor)) connections.push_back({descriptor, std::move(endpoint)});
+    if (wanted) sockets.push_back({descriptor, std::move(endpoint)});
   }
-  return connections;
+  return sockets;
 }
+
+}  // namespace
+
+std::vector<AcceptedConnection> acceptedConnections(const std::vector<std::string>& endpoints) {
+  std::vector<AcceptedConnection> sockets = socketsAt(endpoints);
+  const auto isListener = [](const AcceptedConnection& socket) { return listens(socket.descriptor); };
+  sockets.erase(std::remove_if(sockets.begin(), sockets.end(), isListener), sockets.end());
+  return sockets;
+}
+
+bool hasSocketsAt(const std::vector<std::string>& endpoints) { return !socketsAt(endpoints).empty(); }
 
 void finishConnection(int descriptor) { shutdown(descriptor, SHUT_WR); }
 

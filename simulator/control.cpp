@@ -156,7 +156,8 @@ void ControlSocket::accept() {
   }
 }
 
-/// Reads, carries out and answers what there is. @return whether the connection goes on
+/// Reads orders, carries them out and sends the answers, as far as the client lets it.
+/// @return whether the connection goes on
 bool ControlSocket::exchange(Client& client) {
   if (!client.answer.empty()) {
     if (!send(client)) return false;
@@ -190,7 +191,7 @@ void ControlSocket::answerFirstLine(Client& client) const {
   client.answer = answerText(carryOut_(line));
 }
 
-/// Sends what the client takes of the answer.
+/// Sends as much of the answer as the client takes now. @return whether the connection goes on
 bool ControlSocket::send(Client& client) const {
   while (!client.answer.empty()) {
     const ssize_t count = ::send(client.descriptor, client.answer.data(), client.answer.size(), MSG_NOSIGNAL);

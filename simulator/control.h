@@ -31,7 +31,7 @@ class ControlSocket {
   ControlSocket(const ControlSocket&) = delete;
   ControlSocket& operator=(const ControlSocket&) = delete;
 
-  /// Makes the socket. A socket that nobody listens on any more is replaced.
+  /// Makes the socket, in place of one that an ended process has left.
   /// @return empty, or why it cannot
   std::string open(const std::string& path);
   /// Takes orders from now on.

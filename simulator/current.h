@@ -10,7 +10,7 @@ namespace zel::sim {
 /// What a board answers to a request without a body. The board itself does not count the request.
 Json::Value answerOf(const Board& board, SysMgrCommands::sysmgr_msg_t command);
 
-/// The notification that tells subscribers of the topic how the board is now; none for a reboot, which is not a state.
+/// The notification of the topic that shows the board's present state; none for a reboot, which is not a state.
 std::optional<Notification> currentNotification(const Board& board, SysmgrPublisher::sysmgr_notifications_t topic);
 
 }  // namespace zel::sim

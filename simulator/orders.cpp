@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -225,7 +223,7 @@ std::optional<unsigned int> hexDigit(char c) {
   return value == std::string_view::npos ? std::nullopt : std::optional(static_cast<unsigned int>(value));
 }
 
-/// The bytes that a word stands for: "\x0a" is a byte, "\\" a backslash.
+/// Reads the escapes of a word: "\x0a" is a byte, "\\" a backslash.
 std::string unescape(const std::string& word, std::string& bytes) {
   bytes.clear();
   for (std::size_t i = 0; i < word.size(); ++i) {
@@ -363,6 +361,19 @@ const std::vector<Order::Kind>& Order::kinds() {
        [](std::string_view rest, Order& order) {
          return bare(rest, order.act_, [](Simulator& simulator) { simulator.setServing(true); });
        }},
+      {"away", "", "closes both ports, as the end of the daemon does",
+       [](std::string_view rest, Order& order) {
+         return bare(rest, order.act_, [](Simulator& simulator) { simulator.leave(); });
+       }},
+      {"back", "", "opens them again",
+       [](std::string_view rest, Order& order) {
+         std::string why = bare(rest, order.act_, [](Simulator&) {});
+         order.act_ = [](Simulator& simulator) {
+           const std::string failure = simulator.comeBack();
+           return OrderResult{failure.empty() ? OrderResult::kDone : OrderResult::kFailed, failure, {}};
+         };
+         return why;
+       }},
       {"drop", "", "ends every connection; the clients connect again by themselves",
        [](std::string_view rest, Order& order) {
          return bare(rest, order.act_, [](Simulator& simulator) { simulator.dropConnections(); });
@@ -373,7 +384,7 @@ const std::vector<Order::Kind>& Order::kinds() {
        }},
       {"requests", "", "lists the last 1000 requests, a JSON object a line",
        [](std::string_view rest, Order& order) {
-         const std::string why = bare(rest, order.act_, [](Simulator&) {});
+         std::string why = bare(rest, order.act_, [](Simulator&) {});
          order.act_ = listRequests;
          return why;
        }},

@@ -18,7 +18,7 @@ struct OrderResult {
 
   Status status = kDone;
   std::string error;               ///< why it was not carried out; one line
-  std::vector<std::string> lines;  ///< what was asked for
+  std::vector<std::string> lines;  ///< of the answer
 };
 
 /// Something that a running simulator is told in one line of text: by the control socket, by a script, or by a test.
@@ -35,7 +35,7 @@ class Order {
 
   /// Carries it out, in the thread in which the simulator serves.
   OrderResult carryOut(Simulator& simulator) const { return act_(simulator); }
-  /// Does to a board what the order would do to that of the simulator.
+  /// Changes a board as the order would change the simulator's.
   /// @return empty, or why it cannot be done
   std::string tryOn(Board& board) const;
 

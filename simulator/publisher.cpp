@@ -16,7 +16,7 @@ constexpr int kQueuedNotifications = 1000;
 constexpr int kQueuedSubscriptions = 8;                // of a client, until the publisher takes them
 constexpr std::int64_t kMostSubscriptionBytes = 1024;  // and those of a handshake
 constexpr int kWaitingConnections = 512;
-constexpr int kShutdownMs = 200;  // for what is on its way
+constexpr int kShutdownMs = 200;  // for the messages that are on their way
 constexpr std::size_t kMostWaiting = 10000;
 constexpr std::size_t kMostWaitingBytes = std::size_t{16} << 20U;
 constexpr std::chrono::milliseconds kTurn{10};  // then what waits is sent
@@ -74,7 +74,7 @@ void Publisher::end(int lingerMs) {
   eventfd_write(wakeUp_, 1);
   if (thread_.joinable()) thread_.join();
   if (socket_.handle() == nullptr) return;
-  socket_.set(zmq::sockopt::linger, lingerMs);
+  zmq_setsockopt(socket_.handle(), ZMQ_LINGER, &lingerMs, sizeof lingerMs);  // unlike `set` it does not throw
   socket_.close();
 }
 
@@ -126,8 +126,8 @@ bool Publisher::takeWaiting(Frames& frames) {
 
 void Publisher::sendAll() {
   for (Frames frames; takeWaiting(frames);) {
-    // A send looks for new subscriptions only now and then; asking for the events always does. So who subscribed before
-    // the message was published gets it.
+    // A send looks for new subscriptions only now and then; asking for the events always does. So a client that
+    // subscribed before the message was published receives it.
     eventsOf(socket_.handle());
     for (std::size_t index = 0; index < frames.size(); ++index) {
       const int flags = ZMQ_DONTWAIT | (index + 1 < frames.size() ? ZMQ_SNDMORE : 0);

@@ -22,7 +22,7 @@ class Publisher {
 
   /// @param onSubscription  called in the publisher's thread whenever a client subscribes; empty: not called
   Publisher(zmq::context_t& context, OnSubscription onSubscription);
-  /// Sends what was published, and waits as `end` does.
+  /// Sends all that was published, as `end` does.
   ~Publisher();
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
@@ -36,7 +36,8 @@ class Publisher {
   /// client does not fetch.
   void publish(Frames frames);
 
-  /// Sends what was published and closes the socket. @param lingerMs  for how long what is on its way may stay there
+  /// Sends all that was published and closes the socket.
+  /// @param lingerMs  how long libzmq may take to hand it to the kernel
   void end(int lingerMs);
 
  private:

@@ -17,7 +17,7 @@ namespace zel::sim {
 namespace {
 
 constexpr int kVersion = 1;
-/// A frame of a mebibyte, each byte of it escaped, and what stands around it.
+/// Holds the largest frame (1 MiB) with every byte escaped.
 constexpr std::size_t kLongestLine = std::size_t{8} << 20U;
 constexpr std::int64_t kLatestMs = std::int64_t{366} * 24 * 60 * 60 * 1000;
 constexpr std::chrono::milliseconds kTurn{10};  // then requests have their turn
@@ -159,7 +159,7 @@ std::string Replay::check(std::string& cut) {
     std::string why = number == 1 ? RecordedEvent::parseHead(line) : RecordedEvent::parse(line, event);
     if (why.empty() && event.at < latest) why = "its time is before that of the line above";
     if (line.size() > kLongestLine) why = "it is longer than 8 MiB";
-    if (!why.empty()) return name + std::to_string(number) + ": " + why;
+    if (!why.empty()) return (name + std::to_string(number)).append(": ").append(why);
     latest = event.at;
     if (number > 1) ++linesLeft_;
   }
@@ -271,11 +271,10 @@ void Replay::goOn(Simulator& simulator) {
 void Replay::show(const RecordedEvent& event, Simulator& simulator) {
   switch (event.kind) {
     case RecordedEvent::Kind::kNotification: return simulator.publishFrames(event.frames);
-    case RecordedEvent::Kind::kConnectionBegins: return simulator.setServing(true);
-    case RecordedEvent::Kind::kConnectionEnds:
-      simulator.setServing(false);
-      simulator.dropConnections();
+    case RecordedEvent::Kind::kConnectionBegins:
+      if (const std::string why = simulator.comeBack(); !why.empty()) simulator.tell(why);
       return;
+    case RecordedEvent::Kind::kConnectionEnds: return simulator.leave();
     case RecordedEvent::Kind::kDocument:
     case RecordedEvent::Kind::kMissingDocument: return;
   }

@@ -36,7 +36,7 @@ struct RecordedEvent {
 /// A recording in place of a board: the documents as they were, the notifications at their times. A notification
 /// changes the document that it is about. Requests for other documents and all that change something are refused.
 ///
-/// The recording's time begins with the first request, so that it does not run before there is somebody to see it.
+/// The recording's time begins with the first request, so that no event passes before an application is there.
 /// Threads: one caller at a time.
 class Replay {
  public:
@@ -50,7 +50,7 @@ class Replay {
 
   /// Answers a request.
   Outcome handle(unsigned int id, const Json::Value& body) const;
-  /// The notification that tells subscribers of the topic how the board is now; none where that is not known.
+  /// The notification of the topic that shows the present document; none where the recording holds no document.
   std::optional<Notification> current(SysmgrPublisher::sysmgr_notifications_t topic) const;
 
   /// The next event, unless the recording is over.

@@ -129,7 +129,7 @@ void Script::start(Simulator& simulator) {
   });
 }
 
-/// Carries out what is due, and sees that it is called again for the next line.
+/// Carries out the lines that are due. A timer, or the next request, calls it again for the one after them.
 void Script::goOn(Simulator& simulator) {
   while (next_ < lines_.size()) {
     const Line& line = lines_[next_];

@@ -257,6 +257,11 @@ void Simulator::leave() {
   waiting_.clear();
   waitingBytes_ = 0;
   heldAnswers_.clear();
+  // libzmq closes ports and connections in a thread of its own, after the answers that are on their way.
+  const auto end = Clock::now() + kPortsAreFreeWithin;
+  while (hasSocketsAt({options_.requests, options_.notifications}) && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 /// Ends the connections of the clients, and waits until they have closed them: what a client requests after that does
@@ -560,7 +565,7 @@ void Simulator::trace(const Request& request, const Exchange& exchange, const st
 /// Ends the process as a crash does, without destructors and exit handlers.
 /// @param flush  whether what was sent leaves first
 void Simulator::crash(bool flush) {
-  if (flush) {
+  if (flush && publisher_) {
     publisher_->end(kFlushMs);
     requests_.set(zmq::sockopt::linger, kFlushMs);
     requests_.close();

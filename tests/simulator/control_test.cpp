@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -51,6 +52,8 @@ class ToldBoard : public testing::Test {
 
 TEST_F(ToldBoard, PublishesAChangedDocument) {
   Listener listener(context_, {"1000", "1001", "1004"});
+  TestClient client(context_, kSoon);
+  EXPECT_EQ(client.send(3).code, 0);  // came behind the subscriptions
   expectTold("dynamic eth-basics/eth0/ip 10.0.0.9");
   EXPECT_TRUE(listener.waitFor([](const std::string& topic, const Json::Value& payload) {
     return topic == "1001" && at(payload, "eth-basics")[0]["ip"] == "10.0.0.9";
@@ -63,7 +66,6 @@ TEST_F(ToldBoard, PublishesAChangedDocument) {
   EXPECT_TRUE(listener.waitFor([](const std::string& topic, const Json::Value& payload) {
     return topic == "1004" && payload["white-list"].size() == 4;
   }));
-  TestClient client(context_, kSoon);
   EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port"), 5004);
 }
 
@@ -132,6 +134,47 @@ TEST_F(ToldBoard, HoldsAnswersBackThatAreDueWhileItIsStopped) {
   orders.join();
   EXPECT_EQ(outcome.code, 0);
   EXPECT_GE(outcome.took.wall, std::chrono::milliseconds(200));
+}
+
+TEST_F(ToldBoard, GoesAwayAndComesBack) {
+  TestClient client(context_, kSoon);
+  TestClient impatient(context_);
+  Listener listener(context_, {"1000"});
+  const Json::Value kChange = json(R"({"rtsp-tcp-port": 5004})");
+  EXPECT_EQ(client.send(2, kChange).code, 0);
+  EXPECT_TRUE(listener.waitFor([](const std::string&, const Json::Value&) { return true; }));
+  for (int round = 0; round < 2; ++round) {
+    expectTold("away");
+    expectTold("away");
+    EXPECT_EQ(impatient.send(3).code, zel::status::kNotSent);
+    expectTold("publish 1000 {}");
+    expectTold("drop");
+    expectTold("back");
+    expectTold("back");
+    EXPECT_EQ(at(client.send(0).reply, "stored/rtsp/tcp-port"), 5004);
+    std::atomic<bool> heard{false};
+    std::thread orders([&] {
+      while (!heard && tell("stored rtsp/tcp-port 5004").error.empty()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
+    });
+    heard = listener.waitFor([](const std::string&, const Json::Value& payload) { return !payload.empty(); });
+    EXPECT_TRUE(heard.exchange(true));
+    orders.join();
+  }
+}
+
+TEST_F(ToldBoard, SaysThatItsPortIsTakenWhenItComesBack) {
+  expectTold("away");
+  {
+    zmq::socket_t other(context_, zmq::socket_type::rep);
+    ASSERT_TRUE(zel::test::waitUntil([&other] { return zmq_bind(other.handle(), "tcp://127.0.0.1:5556") == 0; }));
+    EXPECT_THAT(tell("back").error, HasSubstr("cannot listen on tcp://127.0.0.1:5556"));
+    other.set(zmq::sockopt::linger, 0);
+  }
+  EXPECT_TRUE(zel::test::waitUntil([this] { return tell("back").error.empty(); }));
+  TestClient client(context_, kSoon);
+  EXPECT_EQ(client.send(3).code, 0);
 }
 
 TEST_F(ToldBoard, DropsConnectionsThatComeBack) {
@@ -431,9 +474,8 @@ TEST(SysmgrSimScript, WaitsForTheTimesSinceTheStart) {
   ChildProcess board = startBoard({"--script", folder.file("script")});
   ASSERT_TRUE(board.waitForOutput(kReady));
   zmq::context_t context;
-  Listener listener(context, {"1001"});
-  EXPECT_TRUE(listener.waitFor(
-      [](const std::string&, const Json::Value& payload) { return at(payload, "temperature/fpga") == 2; }));
+  TestClient client(context, kSoon);
+  EXPECT_TRUE(zel::test::waitUntil([&] { return at(client.send(1).reply, "dynamic/temperature/fpga").asInt() == 2; }));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(400));
 }
 
