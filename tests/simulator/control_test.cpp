@@ -108,8 +108,9 @@ TEST_F(ToldBoard, MisbehavesUntilItsFaultsAreCleared) {
 }
 
 TEST_F(ToldBoard, LetsRequestsWaitUntilItGoesOn) {
-  expectTold("stop");
   TestClient impatient(context_);
+  EXPECT_EQ(impatient.ask(3).code, 0);  // it is connected
+  expectTold("stop");
   EXPECT_EQ(impatient.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, zel::status::kNoAnswer);
   std::thread later([this] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
