@@ -30,7 +30,7 @@ namespace {
 constexpr int kVersion = 1;
 constexpr const char* kDocuments[] = {"stored", "dynamic", "model", "whitelist"};
 constexpr double kAnswerSeconds = 5;
-constexpr std::int64_t kMostFrameBytes = 1024 * 1024;
+constexpr std::int64_t kMostFrameBytes = std::int64_t{1024} * 1024;
 constexpr int kQueuedNotifications = 100000;
 constexpr std::chrono::milliseconds kPause{100};  ///< before a connection is renewed
 
