@@ -13,6 +13,7 @@
 #include "cli/output.h"
 #include "cli/suggest.h"
 #include "cli/values.h"
+#include "common/shared/format_text.h"
 #include "types/whitelist.h"
 
 #ifndef SYSMGRCTL_VERSION
@@ -90,7 +91,7 @@ void writeList(std::string& text, const char* name, const std::optional<Configur
   if (!list) return;
   text += "\n";
   if (list->empty()) text += std::string(name) + " = " + kNone + "\n";
-  for (const auto& [key, value] : *list) text += keyText(key) + " = " + value + "\n";
+  for (const auto& [key, value] : *list) text += joined({keyText(key), " = ", value, "\n"});
 }
 
 std::string trimmed(const std::string& text) {
@@ -265,7 +266,7 @@ std::string textOf(const Configuration& configuration) {
   for (const SettingRow* const row : statedRows()) {
     const auto found = configuration.settings.find(row->path);
     if (found == configuration.settings.end()) continue;
-    text += found->first + " = " + (isText(*row) ? quoted(found->second) : found->second) + "\n";
+    text += joined({found->first, " = ", isText(*row) ? quoted(found->second) : found->second, "\n"});
   }
   writeList(text, kInterfaces, configuration.interfaces);
   writeList(text, kWhitelistMember, configuration.whitelist);
@@ -287,7 +288,7 @@ Configuration parseConfiguration(const std::string& text, const std::string& nam
       reader.read(line);
     } catch (const Failure& failure) {
       const std::string key = line.key.empty() ? "" : ", " + line.key;
-      throw Failure(failure.status(), name + ", line " + std::to_string(number) + key + ": " + failure.what(),
+      throw Failure(failure.status(), joined({name, ", line ", std::to_string(number), key, ": ", failure.what()}),
                     failure.advice())
           .about(line.key);
     }

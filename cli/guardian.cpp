@@ -228,6 +228,7 @@ void closeInherited() {
 void spawn(const Words& words, int peer) {
   std::vector<std::string> texts = words;
   std::vector<char*> arguments;
+  arguments.reserve(texts.size() + 1);
   for (std::string& text : texts) arguments.push_back(text.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t actions;

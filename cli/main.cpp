@@ -86,9 +86,10 @@ Exit execute(zel::ctl::Call& call, const zel::ctl::Command& command) {
 
 Exit run(const zel::ctl::Words& typed) {
   // Asked by the shells' completion files; not an option for people, so it is not in the help.
-  directLog(0);
-  if (!typed.empty() && typed.front() == "--complete")
+  if (!typed.empty() && typed.front() == "--complete") {
+    directLog(0);  // what the daemon does not answer is not offered, without a word
     return show(zel::ctl::completions({typed.begin() + 1, typed.end()}));
+  }
   if (!typed.empty() && typed.front() == "--guard") {  // started by --confirm
     return static_cast<Exit>(zel::ctl::runGuardian({typed.begin() + 1, typed.end()}));
   }

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "common/shared/format_text.h"
+
 namespace zel::ctl {
 
 namespace {
@@ -23,8 +25,10 @@ std::string failureOf(int status) {
 
 std::string runInShell(const std::string& command, const std::map<std::string, std::string>& variables) {
   std::vector<std::string> assignments;
-  for (const auto& [name, value] : variables) assignments.push_back(name + "=" + value);
+  assignments.reserve(variables.size());
+  for (const auto& [name, value] : variables) assignments.push_back(joined({name, "=", value}));
   std::vector<char*> environment;
+  environment.reserve(assignments.size() + 1);
   for (std::string& assignment : assignments) environment.push_back(assignment.data());
   for (char** inherited = environ; *inherited != nullptr; ++inherited) environment.push_back(*inherited);
   environment.push_back(nullptr);

@@ -5,7 +5,9 @@
 // a file "publish" appears in the working directory, its lines "TOPIC TEXT" are published, and the file is removed.
 
 #include <cstdio>
+#include <exception>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -49,7 +51,7 @@ void publish(zmq::socket_t& publisher) {
 
 }  // namespace
 
-int main(int count, char** arguments) {
+int main(int count, char** arguments) try {
   const Lines lines = linesOf(arguments[1]);
   const std::map<std::string, std::string> answers(lines.begin(), lines.end());
   zmq::context_t context;
@@ -65,4 +67,7 @@ int main(int count, char** arguments) {
     if ((item.revents & ZMQ_POLLIN) != 0) answer(requests, answers);
     publish(publisher);
   }
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "canned_daemon: %s\n", error.what());
+  return 1;
 }
