@@ -166,7 +166,7 @@ class Example : public testing::Test {
     return frames;
   }
 
-  zel::sim::BackgroundSimulator board_;
+  zel::sim::SimulatorThread board_;
   zmq::context_t context_;
   zmq::socket_t dealer_{context_, zmq::socket_type::dealer};
   zmq::socket_t follower_{context_, zmq::socket_type::sub};

@@ -30,14 +30,13 @@ class FollowView : public testing::Test {
 };
 
 TEST_F(FollowView, SaysHowGoodItIsOverARestart) {
-  std::optional<ChildProcess> board = startBoardWith(5000);
+  std::optional<ChildProcess> board(startBoardWith(5000));
   ChildProcess example = ChildProcess::run({ZEL_EXAMPLE_follow_view});
   EXPECT_TRUE(example.waitForOutput("the view is live, the RTSP port is 5000\n"));
   zel::test::expectIdle(example);
   board->kill();
   EXPECT_TRUE(example.waitForOutput("the view is stale, the RTSP port is 5000\n"));
-  board.reset();
-  board = startBoardWith(6000);
+  board.emplace(startBoardWith(6000));
   EXPECT_TRUE(example.waitForOutput("the RTSP port was 5000 and is 6000\n"));
   EXPECT_TRUE(example.waitForOutput("the view is live, the RTSP port is 6000\n"));
   example.signal(SIGTERM);

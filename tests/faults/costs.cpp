@@ -159,7 +159,7 @@ bool measureEndlessMessage(unsigned long seconds) {
   };
   const bool request = measure("a request", [&] {
     SysMgrJsonClient client;
-    client.setTimeout(limit);
+    zel::setTimeout(client, limit);
     client.init(context);
     Json::Value reply;
     client.getStoredParameters(reply);

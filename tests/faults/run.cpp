@@ -114,7 +114,7 @@ int Run::call(milliseconds limit, Json::Value wishes) {
   history_.addSubmission();
   IpcMsg request(SysMgrCommands::SYSMGR_SET_PARAMETER, wishes);
   Json::Value reply;
-  client_.setTimeout(limit);
+  zel::setTimeout(client_, limit);
   const int status = timed("request", limit, [&] { return client_.sendMessage(request, reply); });
   history_.add(History::Call{token_, status, status >= 0 && isAnswerTo(token_, reply), honestPeer_, fault_});
   return status;
