@@ -196,10 +196,12 @@ class StoredChange {
     return is;
   }
 
-  /// Whether the record writes a value and never reads it: the fixed description of the NMOS node, "unset".
+  /// Whether the record writes a value and never takes it over: the fixed description of the NMOS node, "unset".
   static bool isOnlyWritten(const SettingRow& row, const Json::Value& value) {
-    if (row.kind == Kind::kChoice) return !row.values.reads(value.asString());
-    return std::string_view(row.path) == settings::kNmosNodeDescription.path;
+    if (row.kind != Kind::kChoice) return std::string_view(row.path) == settings::kNmosNodeDescription.path;
+    const std::vector<const char*> choices = row.choices();
+    return !row.values.reads(value.asString()) &&
+           std::find(choices.begin(), choices.end(), value.asString()) == choices.end();
   }
 
   Refusal setMembers(const std::string& name, const std::string& folder, const Json::Value& object) {

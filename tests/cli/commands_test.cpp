@@ -39,12 +39,14 @@ TEST(Watch, ReportsANotificationThatCannotBeReadAndGoesOn) {
   daemonsSide.join();
 
   EXPECT_THAT(GetCapturedStdout(), "stored  rtsp/tcp-port  1 -> 2\n");
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr("a notification cannot be read: a value has the wrong type"));
+  EXPECT_THAT(
+      GetCapturedStderr(),
+      HasSubstr("a notification is dropped: cannot read the stored parameters: 'rtsp/tcp-port' has the wrong type"));
 }
 
 TEST(Watch, EndsInTimeUnderNotificationsThatDoNotStop) {
   test::ScriptedDaemon daemon;
-  daemon.answer(R"({"stored": {}})");
+  daemon.answer(R"({"stored": {"rtsp": {"tcp-port": 1}}})");
   test::PublisherFake publisher;
   std::atomic<bool> ended{false};
   CaptureStderr();
@@ -76,7 +78,8 @@ TEST_P(WrongWhitelist, IsAnUnusableAnswerToEveryCommand) {
   test::ScriptedDaemon daemon;
   daemon.onRequest([](const test::Request& request) -> std::vector<test::Answer> {
     if (request.id == "16") return {std::string(R"({"white-list": )") + GetParam() + "}"};
-    return {R"({"stored": {}, "dynamic": {}, "board-model": {}})"};
+    return {R"({"stored": {"sap": {"enable": true}}, "dynamic": {"madi-lock": true},
+                 "board-model": {"model": "KORVA"}})"};
   });
   const test::PublisherFake publisher;
   for (const char* name : {"whitelist list", "status", "watch"}) {

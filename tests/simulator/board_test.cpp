@@ -86,36 +86,49 @@ TEST_P(AcceptedChange, LeavesEveryOtherBlockAlone) {
 
 INSTANTIATE_TEST_SUITE_P(
     Board, AcceptedChange,
-    testing::Values(Change{R"({"rtsp-eth-port": "eth1"})", "rtsp/eth-port", R"("eth1")"},
-                    Change{R"({"rtsp-tcp-port": 1})", "rtsp/tcp-port", "1"},
-                    Change{R"({"rtsp-tcp-port": 65535})", "rtsp/tcp-port", "65535"},
-                    Change{R"({"ember-tcp-port": 9000})", "ember/tcp-port", "9000"},
-                    Change{R"({"advert-eth-port": "eth2"})", "advert/eth-port", R"("eth2")"},
-                    Change{R"({"advert-tcp-port": 8080})", "advert/tcp-port", "8080"},
-                    Change{R"({"board-name-prefix": "Studio ä"})", "advert/board-name-prefix", R"("Studio ä")"},
-                    Change{R"({"board-name-prefix": ""})", "advert/board-name-prefix", R"("")"},
-                    Change{R"({"cfg-file-path": "/data/"})", "cfg/cfg-file-path", R"("/data/")"},
-                    Change{R"({"cfg-autosave-enable": false})", "cfg/autosave-enable", "false"},
-                    Change{R"({"offset-from-master-threshold": 4294967295})", "cfg/offset-from-master-threshold",
-                           "4294967295"},
-                    Change{R"({"pause-streams-if-ptp-fails": true})", "cfg/pause-audio-streams-ptp-fails", "true"},
-                    Change{R"({"redundancy-enable": false})", "redundancy/enable", "false"},
-                    Change{R"({"walkabout-enable": false})", "walkabout/enable", "false"},
-                    Change{R"({"sap-enable": true})", "sap/enable", "true"},
-                    Change{R"({"slp-enable": false})", "slp/enable", "false"},
-                    Change{R"({"primary-vlan-id": 0})", "vlan/primary-id", "0"},
-                    Change{R"({"secondary-vlan-id": 4094})", "vlan/secondary-id", "4094"},
-                    Change{R"({"tdm-ch-per-line": 16})", "tdm/channels-per-line", "16"},
-                    Change{R"({"vtc-image-path": "/x.bin"})", "vtc/image-path", R"("/x.bin")"},
-                    Change{R"({"nmos": {"node-port": 9000}})", "nmos/node-port", "9000"},
-                    Change{R"({"nmos": {"enable": false, "slot-id": 3}})", "nmos/slot-id", "3"},
-                    Change{R"({"videoTimingParameters": {"timing-mode": "2059"}})", "videoTimingParameters/timing-mode",
-                           R"("2059")"},
-                    Change{R"({"videoTimingParameters": {"timing-mode": "unset", "initBufDelay": 0}})",
-                           "videoTimingParameters/initBufDelay", "0"},
-                    Change{R"({"bitstream-type": {"module": "sdi-tr04"}})", "bitstream/module", R"("SDI-TR04")"},
-                    Change{R"({"add-eth-cfg": {"eth": "eth0", "mode": "DHCP"}, "rem-eth-cfg": "eth1"})", "ethipv4",
-                           R"([{"eth": "eth0", "mode": "DHCP"}, {"eth": "eth2", "mode": "DHCP"}])"}));
+    testing::Values(
+        Change{R"({"rtsp-eth-port": "eth1"})", "rtsp/eth-port", R"("eth1")"},
+        Change{R"({"rtsp-tcp-port": 1})", "rtsp/tcp-port", "1"},
+        Change{R"({"rtsp-tcp-port": 65535})", "rtsp/tcp-port", "65535"},
+        Change{R"({"ember-tcp-port": 9000})", "ember/tcp-port", "9000"},
+        Change{R"({"advert-eth-port": "eth2"})", "advert/eth-port", R"("eth2")"},
+        Change{R"({"advert-tcp-port": 8080})", "advert/tcp-port", "8080"},
+        Change{R"({"board-name-prefix": "Studio ä"})", "advert/board-name-prefix", R"("Studio ä")"},
+        Change{R"({"board-name-prefix": ""})", "advert/board-name-prefix", R"("")"},
+        Change{R"({"cfg-file-path": "/data/"})", "cfg/cfg-file-path", R"("/data/")"},
+        Change{R"({"cfg-autosave-enable": false})", "cfg/autosave-enable", "false"},
+        Change{R"({"offset-from-master-threshold": 4294967295})", "cfg/offset-from-master-threshold", "4294967295"},
+        Change{R"({"pause-streams-if-ptp-fails": true})", "cfg/pause-audio-streams-ptp-fails", "true"},
+        Change{R"({"redundancy-enable": false})", "redundancy/enable", "false"},
+        Change{R"({"walkabout-enable": false})", "walkabout/enable", "false"},
+        Change{R"({"sap-enable": true})", "sap/enable", "true"},
+        Change{R"({"slp-enable": false})", "slp/enable", "false"},
+        Change{R"({"primary-vlan-id": 0})", "vlan/primary-id", "0"},
+        Change{R"({"secondary-vlan-id": 4094})", "vlan/secondary-id", "4094"},
+        Change{R"({"tdm-ch-per-line": 16})", "tdm/channels-per-line", "16"},
+        Change{R"({"vtc-image-path": "/x.bin"})", "vtc/image-path", R"("/x.bin")"},
+        Change{R"({"nmos": {"node-port": 9000}})", "nmos/node-port", "9000"},
+        Change{R"({"nmos": {"enable": false, "slot-id": 3}})", "nmos/slot-id", "3"},
+        Change{R"({"videoTimingParameters": {"timing-mode": "2059"}})", "videoTimingParameters/timing-mode",
+               R"("2059")"},
+        Change{R"({"videoTimingParameters": {"initBufDelay": 0}})", "videoTimingParameters/initBufDelay", "0"},
+        Change{R"({"bitstream-type": {"module": "sdi-tr04"}})", "bitstream/module", R"("SDI-TR04")"},
+        Change{R"({"add-eth-cfg": {"eth": "eth0", "mode": "DHCP"}, "rem-eth-cfg": "eth1"})", "ethipv4",
+               R"([{"eth": "eth0", "mode": "DHCP"}, {"eth": "eth2", "mode": "DHCP"}])"}));
+
+/// The records write these texts and never read them: a block that is sent back whole is accepted, a change is not.
+TEST(Board, RefusesAChangeThatItCannotTakeOver) {
+  Board board;
+  const Json::Value nmos = storedOf(board)["nmos"];
+  for (const char* const body :
+       {R"({"nmos": {"node-description": "mine"}})", R"({"videoTimingParameters": {"timing-mode": "unset"}})"}) {
+    board.handle(2, json(R"({"videoTimingParameters": {"timing-mode": "2059"}})"));
+    EXPECT_EQ(board.handle(2, json(body)).reply["status"], -7) << body;
+  }
+  Json::Value back;
+  back["nmos"] = nmos;
+  EXPECT_EQ(board.handle(2, back).reply["status"], 0);
+}
 
 // --- the table of settings
 
