@@ -24,8 +24,8 @@ namespace zel {
 /// timer.
 ///
 /// Nothing is logged. Threads: one at a time, that of the subscribers in the set. A forked child makes an object of its
-/// own; the inherited descriptor is the parent's. An object that another thread uses while the process ends must not be in
-/// static storage, as the set.
+/// own; the inherited descriptor is the parent's. An object that another thread uses while the process ends must not be
+/// in static storage, as the set.
 class ZEL_EXPORT EventDescriptor {
  public:
   /// @param fds  has to outlive this object. Items that are added later are watched from the next `poll` on.

@@ -44,9 +44,8 @@ int main(int count, char** words) {
   view.onState([&view](BoardView::State, BoardView::State now) {
     std::printf("the view is %s, the RTSP port is %u\n", nameOf(now), view.get(settings::kRtspTcpPort));
   });
-  view.onChange(settings::kRtspTcpPort, [](uint32_t before, uint32_t now) {
-    std::printf("the RTSP port was %u and is %u\n", before, now);
-  });
+  view.onChange(settings::kRtspTcpPort,
+                [](uint32_t before, uint32_t now) { std::printf("the RTSP port was %u and is %u\n", before, now); });
   view.onInterfaceChange("eth0", [](const EthBasicInfo*, const EthBasicInfo* now) {
     std::printf("eth0 has the address %s\n", now == nullptr ? "none" : IpAddress(now->ip).toString().c_str());
   });

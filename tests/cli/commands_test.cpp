@@ -79,7 +79,8 @@ TEST_P(WrongWhitelist, IsAnUnusableAnswerToEveryCommand) {
   daemon.onRequest([](const test::Request& request) -> std::vector<test::Answer> {
     if (request.id == "16") return {std::string(R"({"white-list": )") + GetParam() + "}"};
     return {R"({"stored": {"sap": {"enable": true}}, "dynamic": {"madi-lock": true},
-                 "board-model": {"model": "KORVA"}})"};
+                 "board-model": {"model": "KORVA"}, "systemInfo": {"version": "1"},
+                 "network-stack-status": {"eth0": "up"}})"};
   });
   const test::PublisherFake publisher;
   for (const char* name : {"whitelist list", "status", "watch"}) {

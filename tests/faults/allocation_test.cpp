@@ -15,9 +15,9 @@
 #include "common/status.h"
 #include "config/system_default_cfg.h"
 #include "subscriber/sysmgr_subscriber.h"
-#include "tests/support/fake_board.h"
 #include "tests/support/child_process.h"
 #include "tests/support/failing_allocations.h"
+#include "tests/support/fake_board.h"
 #include "tests/support/wait_until.h"
 
 namespace {

@@ -24,8 +24,8 @@
 #include "client/zmq_utils.h"
 #include "common/event_descriptor.h"
 #include "config/system_default_cfg.h"
-#include "tests/support/fake_board.h"
 #include "tests/support/child_process.h"
+#include "tests/support/fake_board.h"
 #include "tests/support/wait_until.h"
 
 /// Stands before the library's own function: where nobody answers the cache is not to wait 5 s.
