@@ -171,7 +171,7 @@ class ZEL_EXPORT AsyncClient {
   /// Runs the reader of an answer if there is one. What it throws makes the answer unusable.
   static void readAnswer(Ending& ending, const std::function<void()>& read);
 
-  class State;
+  class ZEL_HIDDEN State;
   State* const state_;
 };
 

@@ -47,7 +47,7 @@ class ZEL_EXPORT EventDescriptor {
   int poll();
 
  private:
-  struct State;
+  struct ZEL_HIDDEN State;
   State* const state_;
 };
 

@@ -232,7 +232,7 @@ class ZEL_EXPORT BoardView {
   AsyncClient::Id change(const Request<void>& request, Document document, Holds holds, Written completion,
                          std::chrono::milliseconds timeout);
 
-  class Follower;
+  class ZEL_HIDDEN Follower;
   Follower* const follower_;
 };
 
