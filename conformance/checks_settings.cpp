@@ -120,6 +120,7 @@ std::vector<std::string> bodiesOfOtherTypes(const SettingRow& row) {
   std::vector<std::string> bodies;
   const std::string mark = "\"@\"";
   const std::string body = textOf(bodyOf(row, "@"));
+  bodies.reserve(values.size());
   for (const std::string& value : values) {
     bodies.push_back(body.substr(0, body.find(mark)) + value + body.substr(body.find(mark) + mark.size()));
   }

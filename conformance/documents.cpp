@@ -7,6 +7,7 @@
 
 #include "client/commands.h"
 #include "common/ip_address.h"
+#include "common/shared/format_text.h"
 #include "conformance/observer.h"
 #include "subscriber/sysmgr_subscriber.h"
 
@@ -159,7 +160,7 @@ class Judge {
       return;
     }
     for (const std::string& name : value.getMemberNames()) {
-      const std::string below = path.empty() ? name : path + "/" + name;
+      const std::string below = path.empty() ? name : joined({path, "/", name});
       if (isKnown(below)) {
         walk(value[name], below);
       } else if (name.rfind("x-", 0) != 0) {

@@ -179,7 +179,7 @@ Json::Value Observer::judgeAnswer(const std::string& request, int id, bool isQue
     found("answer-object", what + " has " + std::to_string(frames.size()) + " frames");
     return {};
   }
-  const Json::Value document = readJson("answer-object", what, frames.front());
+  Json::Value document = readJson("answer-object", what, frames.front());
   if (!document.isObject()) {
     if (!document.isNull()) found("answer-object", what + " is " + shown(document));
     return {};

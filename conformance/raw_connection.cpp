@@ -30,7 +30,7 @@ RawConnection::~RawConnection() {
   if (descriptor_ >= 0) close(descriptor_);
 }
 
-void RawConnection::write(const std::string& bytes) {
+void RawConnection::write(const std::string& bytes) const {
   if (descriptor_ < 0) return;
   [[maybe_unused]] const ssize_t written = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }

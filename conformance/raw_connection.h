@@ -17,7 +17,7 @@ class RawConnection {
   RawConnection& operator=(const RawConnection&) = delete;
 
   bool isOpen() const { return descriptor_ >= 0; }
-  void write(const std::string& bytes);
+  void write(const std::string& bytes) const;
 
  private:
   int descriptor_ = -1;

@@ -158,6 +158,7 @@ void BackgroundSimulator::publish(unsigned int topic, const std::string& payload
 std::vector<BackgroundSimulator::Request> BackgroundSimulator::requests() const {
   const auto served = parts_->in([&] { return parts_->simulator().requests(); });
   std::vector<Request> requests;
+  requests.reserve(served.size());
   for (const ServedRequest& each : served) {
     requests.push_back({each.id, readBody(each.body), each.status, each.fault == nullptr ? "" : each.fault, each.at});
   }

@@ -13,6 +13,7 @@
 #include "client/endpoints.h"
 #include "client/sysmgr_jsonApi.h"
 #include "common/envelope.h"
+#include "common/shared/format_text.h"
 #include "common/shared/socket_parts.h"
 #include "simulator/connections.h"
 #include "simulator/current.h"
@@ -115,7 +116,8 @@ std::string Simulator::makeRoom() const {
   for (const std::string& endpoint : {options_.notifications, options_.requests}) {
     const auto path = pathOf(endpoint);
     if (!path) continue;
-    if (std::string why = makeRoomForSocket(*path); !why.empty()) return "cannot listen on " + endpoint + ": " + why;
+    if (std::string why = makeRoomForSocket(*path); !why.empty())
+      return joined({"cannot listen on ", endpoint, ": ", why});
   }
   return {};
 }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -99,8 +100,9 @@ void judge(const std::string& name, const Value& value, const Value& row) {
 
 void demandMembers(const Value& object, const std::string& what, const Value& known) {
   demand(object.isObject(), -6, what + " is not an object");
+  const std::string path = what + "/";
   for (const std::string& name : object.getMemberNames())
-    demand(known.isMember(name), -5, what + "/" + name + " is not known");
+    demand(known.isMember(name), -5, path + name + " is not known");
 }
 
 std::uint32_t addressOf(const std::string& what, const Value& text) {
@@ -364,5 +366,8 @@ int main(int argc, char** argv) try {
   }
 } catch (const Refusal& refusal) {
   std::fprintf(stderr, "%s: %s\n", argv[1], refusal.error.c_str());
+  return 1;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "%s\n", error.what());
   return 1;
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 
 constexpr unsigned int kDynamic = SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE;
 

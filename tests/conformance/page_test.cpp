@@ -14,7 +14,6 @@
 namespace {
 
 using testing::Contains;
-using testing::IsEmpty;
 using zel::conformance::allChecks;
 using zel::conformance::Check;
 using zel::conformance::kProtocolPage;
