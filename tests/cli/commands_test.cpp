@@ -67,8 +67,9 @@ TEST(Watch, EndsInTimeUnderNotificationsThatDoNotStop) {
 
   EXPECT_LT(took, std::chrono::seconds(4));
   const std::string errors = GetCapturedStderr();
-  EXPECT_THAT(errors, HasSubstr("\nsysmgrctl: a notification cannot be read: a value has the wrong type: "));
-  EXPECT_THAT(errors, ContainsRegex("\nsysmgrctl: [0-9]+ notifications cannot be read: a value has the wrong type: "));
+  EXPECT_THAT(errors, HasSubstr("\nsysmgrctl: a notification is dropped: cannot read the stored parameters: "));
+  EXPECT_THAT(errors,
+              ContainsRegex("\nsysmgrctl: [0-9]+ notifications are dropped: cannot read the stored parameters: "));
   EXPECT_LE(std::count(errors.begin(), errors.end(), '\n'), 2 + 4);
 }
 

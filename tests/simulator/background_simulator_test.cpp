@@ -17,7 +17,7 @@
 
 namespace {
 
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using zel::sim::BackgroundSimulator;

@@ -19,7 +19,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-using zel::test::at;
 using zel::test::ChildProcess;
 using zel::test::json;
 using zel::test::kReady;

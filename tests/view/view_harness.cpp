@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <random>
 #include <string>
@@ -191,7 +192,7 @@ class BoardProcess {
     if (write(orders_, &what, 1) != 1) std::abort();
   }
   void signal(int number) const { ::kill(process_, number); }
-  void kill() {
+  void kill() const {
     signal(SIGKILL);
     waitpid(process_, nullptr, 0);
     close(orders_);
@@ -398,7 +399,7 @@ double percentile(std::vector<double> values, double share) {
 
 }  // namespace
 
-int main(int count, char** words) {
+int main(int count, char** words) try {
   int episodes = 100;
   unsigned int seed = 1;
   for (int i = 1; i + 1 < count; i += 2) {
@@ -437,4 +438,7 @@ int main(int count, char** words) {
       static_cast<unsigned long>(counters.resynchronisations), static_cast<unsigned long>(counters.probesWithoutAnswer),
       static_cast<unsigned long>(counters.missed));
   return figures.wrong == 0 ? 0 : 1;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "%s\n", error.what());
+  return 1;
 }
