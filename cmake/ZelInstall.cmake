@@ -141,13 +141,10 @@ install(
   FILES ${pages}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
   COMPONENT doc)
-file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/*.*")
-install(
-  FILES ${examples}
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
-  COMPONENT doc)
-file(GLOB examples "${PROJECT_SOURCE_DIR}/examples/testing/*.*")
-install(
-  FILES ${examples}
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/testing
-  COMPONENT doc)
+foreach(folder examples examples/daemon examples/testing)
+  file(GLOB examples "${PROJECT_SOURCE_DIR}/${folder}/*.*")
+  install(
+    FILES ${examples}
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/${folder}
+    COMPONENT doc)
+endforeach()
