@@ -94,7 +94,7 @@ class ZEL_EXPORT BoardView {
     std::uint64_t missed = 0;              ///< of these, found by a probe: no notification came
     std::uint64_t losses = 0;              ///< connections lost
     std::uint64_t overflows = 0;           ///< queues that may have been full
-    std::uint64_t reconnections = 0;       ///< connections made anew after a loss
+    std::uint64_t reconnections = 0;       ///< connections made anew, after a loss or an overflow
     std::uint64_t resynchronisations = 0;  ///< times that the view became live again
     std::uint64_t probesWithoutAnswer = 0;
     std::uint64_t requestsDone = 0;           ///< of all requests of the view: answered with success
@@ -131,7 +131,9 @@ class ZEL_EXPORT BoardView {
 
   /// How often the daemon is asked when nothing was heard of it for so long, and how long it may take to answer: 5 s
   /// and 1 s. A frozen daemon is noticed only by that. A probe fetches one document after the other, so it also finds
-  /// changes that no notification told. An interval of 0 turns probes off.
+  /// changes that no notification told. The first four probes begin 250 ms after a handshake: a busy daemon may see the
+  /// subscription later than it answers requests, and what it publishes in between is lost. An interval of 0 turns
+  /// probes off.
   void setProbe(std::chrono::milliseconds interval, std::chrono::milliseconds timeout = std::chrono::seconds(1));
 
   /// @name What is known

@@ -9,7 +9,7 @@ namespace status = zel::status;
 
 class SubscribeJsonClient::Connection final : public zel::Subscription {
  public:
-  using Subscription::Subscription;
+  explicit Connection(zmq::context_t& context) : Subscription(context, "SubscribeJsonClient") {}
   ~Connection() override { retire(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;

@@ -193,7 +193,7 @@ bool Subscription::establish(Clock::time_point deadline) {
 bool Subscription::drop() {
   // Only behind the last frame of a message: libzmq aborts when it is asked for the rest of one that it has dropped.
   if (takeMessage()) {
-    Logger::log(Logger::LEVEL_PROGRESS, "SubscribeJsonClient: dropped the unread notifications of the connection to %s",
+    Logger::log(Logger::LEVEL_PROGRESS, "%s: dropped the unread notifications of the connection to %s", name_,
                 address_.c_str());
   }
   linked_ = false;
@@ -224,8 +224,7 @@ void Subscription::noteEvent(int event) {
   if (!reviveAt_) reviveAt_ = Clock::now() + kReconnectInterval;
   if (!std::exchange(linked_, false)) return;
   ++losses_;
-  Logger::log(Logger::LEVEL_PROGRESS, "SubscribeJsonClient: lost the connection to %s, connecting again",
-              address_.c_str());
+  Logger::log(Logger::LEVEL_PROGRESS, "%s: lost the connection to %s, connecting again", name_, address_.c_str());
 }
 
 bool Subscription::mayHoldMessages() const {

@@ -23,7 +23,8 @@ constexpr std::chrono::milliseconds kSubscribeTime{20};
 /// libzmq was faster.
 class Subscription : public SocketOwner {
  public:
-  explicit Subscription(zmq::context_t& context) : context_(context) {}
+  /// @param name  of the class that has it, as log lines show it
+  Subscription(zmq::context_t& context, const char* name) : context_(context), name_(name) {}
   ~Subscription() override { retire(); }
   Subscription(const Subscription&) = delete;
   Subscription& operator=(const Subscription&) = delete;
@@ -102,6 +103,7 @@ class Subscription : public SocketOwner {
   void forgetLink() noexcept;
 
   zmq::context_t& context_;
+  const char* const name_;
   std::string address_;
   std::optional<std::vector<std::string>> topics_;  ///< of a connection that never waits; those of others are not kept
   Monitored link_;

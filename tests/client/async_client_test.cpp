@@ -17,6 +17,7 @@
 #include "client/zmq_utils.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/daemon_process.h"
+#include "tests/support/descriptor_loop.h"
 #include "tests/support/interrupted_calls.h"
 #include "tests/support/private_network.h"
 #include "tests/support/raw_peer.h"
@@ -49,22 +50,10 @@ constexpr milliseconds kShort{100 * kSlowdown};
 /// An application's loop: watches the one descriptor, and calls `process` when it is readable.
 class AsyncClientTest : public testing::Test {
  protected:
-  /// @return whether the descriptor is readable within the time
-  bool isReadable(milliseconds within = milliseconds(0)) const {
-    pollfd watched{client->descriptor(), POLLIN, 0};
-    return poll(&watched, 1, static_cast<int>(within.count())) == 1;
-  }
-
-  /// Runs the loop until the condition holds.
+  bool isReadable(milliseconds within = milliseconds(0)) const { return zel::test::isReadable(*client, within); }
   template <class Condition>
   bool runUntil(Condition holds, milliseconds within = kSoon) {
-    const auto end = std::chrono::steady_clock::now() + within;
-    while (!holds()) {
-      const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
-      if (left <= milliseconds(0)) return false;
-      if (isReadable(left)) client->process();
-    }
-    return true;
+    return zel::test::runUntil(*client, holds, within);
   }
 
   /// Has a daemon connected, so that the next request is sent at once.

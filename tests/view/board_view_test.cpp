@@ -4,10 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 
 #include "tests/support/captured_log.h"
+#include "tests/support/descriptor_loop.h"
 #include "tests/support/fake_board.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
@@ -65,21 +67,10 @@ class Board : public FakeBoard {
 
 class BoardViewTest : public testing::Test {
  protected:
-  bool isReadable(milliseconds within = milliseconds(0)) const {
-    pollfd watched{view->descriptor(), POLLIN, 0};
-    return poll(&watched, 1, static_cast<int>(within.count())) == 1;
-  }
-
-  /// Runs an application's loop until the condition holds.
+  bool isReadable(milliseconds within = milliseconds(0)) const { return zel::test::isReadable(*view, within); }
   template <class Condition>
   bool runUntil(Condition holds, milliseconds within = kSoon) {
-    const auto end = std::chrono::steady_clock::now() + within;
-    while (!holds()) {
-      const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
-      if (left <= milliseconds(0)) return false;
-      if (isReadable(left)) view->process();
-    }
-    return true;
+    return zel::test::runUntil(*view, holds, within);
   }
   /// Runs it for a while.
   void run(milliseconds time) {
@@ -153,7 +144,7 @@ TEST_F(BoardViewTest, IsNotReadableWhileNothingHappens) {
   Board board;
   view->open();
   ASSERT_TRUE(runUntilLive());
-  run(milliseconds(100));
+  run(milliseconds(400));  // each document is looked at once more
   EXPECT_FALSE(isReadable(milliseconds(200)));
 }
 
@@ -388,6 +379,18 @@ TEST_F(BoardViewTest, AProbeFindsAChangeThatNoNotificationTold) {
   EXPECT_EQ(view->state(), State::kLive);
 }
 
+/// Nothing tells a subscriber when a busy publisher has seen its subscription.
+TEST_F(BoardViewTest, FindsSoonWhatWasPublishedBeforeTheSubscriptionWasSeen) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.set(FakeBoard::kStored, storedWithPort(6000));
+  ASSERT_TRUE(runUntil([&] { return port() == 6000; }, milliseconds(600 * kSlowdown)));
+  EXPECT_EQ(view->counters().missed, 1u);
+  run(milliseconds(300));
+  EXPECT_EQ(board.asked().size(), 8u) << "each document twice, then nothing until the next probe";
+}
+
 TEST_F(BoardViewTest, WithoutProbesItAsksNothing) {
   Board board;
   view->setProbe(milliseconds(0));
@@ -397,37 +400,35 @@ TEST_F(BoardViewTest, WithoutProbesItAsksNothing) {
   EXPECT_EQ(board.asked().size(), 4u);
 }
 
-TEST_F(BoardViewTest, AWriteIsCompletedWhenTheNotificationShowsIt) {
+class BoardViewWrite : public BoardViewTest {
+ protected:
+  /// Sets the port, and expects that the completion sees it.
+  void expectShown(Board& board, bool notify) {
+    board.carryOutSets(notify);
+    view->open();
+    ASSERT_TRUE(runUntilLive());
+    int status = 1;
+    unsigned int shown = 0;
+    view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
+      status = answer.status;
+      shown = port();
+    });
+    ASSERT_TRUE(runUntil([&] { return status != 1; }));
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(shown, 5004u);
+  }
+};
+
+TEST_F(BoardViewWrite, IsCompletedWhenTheNotificationShowsIt) {
   Board board;
-  board.carryOutSets(true);
-  view->open();
-  ASSERT_TRUE(runUntilLive());
-  int status = 1;
-  unsigned int shown = 0;
-  view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
-    status = answer.status;
-    shown = port();
-  });
-  ASSERT_TRUE(runUntil([&] { return status != 1; }));
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(shown, 5004u);
+  expectShown(board, true);
   EXPECT_EQ(board.asked().size(), 5u) << "nothing is fetched";
 }
 
-TEST_F(BoardViewTest, AWriteIsCompletedByAFetchWhenNoNotificationComes) {
+TEST_F(BoardViewWrite, IsCompletedByAFetchWhenNoNotificationComes) {
   Board board;
-  board.carryOutSets(false);
-  view->open();
-  ASSERT_TRUE(runUntilLive());
-  int status = 1;
-  unsigned int shown = 0;
-  view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
-    status = answer.status;
-    shown = port();
-  });
-  ASSERT_TRUE(runUntil([&] { return status != 1; }));
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(shown, 5004u);
+  expectShown(board, false);
+  EXPECT_EQ(board.asked().size(), 6u);
 }
 
 TEST_F(BoardViewTest, ARefusedWriteCarriesTheDaemonsText) {
@@ -582,6 +583,99 @@ TEST_F(BoardViewTest, InAForkedChildItDoesNothing) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   board.change(5001);
   EXPECT_TRUE(runUntil([&] { return port() == 5001; }));
+}
+
+/// A callback may fork. In the child the call of `process` returns and has touched nothing of the parent's.
+TEST_F(BoardViewTest, AChildThatACallbackForkedLeavesTheParentsSocketsAlone) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  pid_t child = -1;
+  int later = 0;
+  view->onChange([&](const BoardChange&) {
+    if (child < 0) child = fork();
+  });
+  view->onChange([&](const BoardChange&) { ++later; });
+  board.change(5001);
+  while (child < 0) {
+    ASSERT_TRUE(isReadable(kSoon));
+    view->process();
+  }
+  if (child == 0) {
+    view.reset();
+    _exit(later == 0 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(later, 1);
+  board.change(5002);
+  EXPECT_TRUE(runUntil([&] { return port() == 5002; }));
+}
+
+/// A loop that watches the descriptor sleeps while a frozen daemon lets a probe wait.
+TEST_F(BoardViewTest, IsNotReadableWhileAProbeWaits) {
+  Board board;
+  view->setProbe(milliseconds(50), milliseconds(1000 * kSlowdown));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  const std::size_t asked = board.asked().size();
+  board.daemon.onRequest([](const zel::test::Request&) { return std::vector<zel::test::Answer>{}; });
+  ASSERT_TRUE(runUntil([&] { return board.asked().size() > asked; }));
+  int calls = 0;
+  const auto end = std::chrono::steady_clock::now() + milliseconds(300);
+  while (std::chrono::steady_clock::now() < end) {
+    if (!isReadable(milliseconds(50))) continue;
+    view->process();
+    ++calls;
+  }
+  EXPECT_LT(calls, 10) << "it is woken up for nothing now and then, but it does not spin";
+}
+
+TEST_F(BoardViewTest, FetchesAtOnceBehindAValueOfAWrongType) {
+  Board board;
+  view->setProbe(milliseconds(0));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.publisher.publish("1000", R"({"rtsp": {"tcp-port": "many"}})");
+  ASSERT_TRUE(runUntil([&] { return view->counters().wrongTypes == 1; }));
+  ASSERT_TRUE(runUntil([&] { return view->state() == State::kLive; }, milliseconds(80 * kSlowdown)));
+  EXPECT_EQ(port(), 5000u);
+}
+
+TEST_F(BoardViewTest, DropsARequestForARestartWithTheWrongFrames) {
+  Board board;
+  view->onRebootRequest([] { FAIL(); });
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.publisher.publish(std::vector<std::string>{"1002"});
+  board.publisher.publish({"1002", "{}", "{}"});
+  ASSERT_TRUE(runUntil([&] { return view->counters().malformed == 2; }));
+}
+
+TEST_F(BoardViewTest, LogsTheLossOfTheConnectionUnderItsOwnName) {
+  CapturedLog log;
+  Logger::getInstance()->setLevel(Logger::LEVEL_PROGRESS);
+  std::optional<Board> board(std::in_place);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board.reset();
+  ASSERT_TRUE(runUntil([&] { return view->state() == State::kStale; }));
+  EXPECT_THAT(log.texts(Logger::LEVEL_PROGRESS),
+              testing::Contains("BoardView: lost the connection to tcp://127.0.0.1:5575, connecting again"));
+}
+
+/// A daemon that refuses a query is not asked again and again at the pace of a daemon that is coming back.
+TEST_F(BoardViewTest, AsksADaemonThatRefusesAQueryTwiceASecondAtMost) {
+  Board board;
+  board.refuse(FakeBoard::kWhitelist, -2);
+  view->open();
+  run(milliseconds(700));
+  EXPECT_EQ(view->state(), State::kConnecting);
+  const std::vector<std::string> asked = board.asked();
+  EXPECT_LE(std::count(asked.begin(), asked.end(), FakeBoard::kWhitelist), 2) << "after the handshake, and once more";
+  board.refuse(FakeBoard::kWhitelist, 0);
+  EXPECT_TRUE(runUntilLive());
 }
 
 TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {

@@ -2,7 +2,10 @@
 // from the board at rest; live again soon after the board's return; differences that lead from the first view to the
 // last, none out of order; no old value in or after the completion of a write; no call that takes long.
 //
-//   zelViewHarness [--episodes N] [--seed S]
+//   zelViewHarness [--episodes N] [--seed S] [--probe MS]
+//
+// Probes find changes that no notification told, and so hide a view that is live and different: the default, 5 s, is
+// longer than an episode.
 //
 // The board is this program in a process of its own (`--board DESCRIPTOR`), which is killed, stopped, and started
 // again. Its values are in memory that both processes share, and only ever count up.
@@ -218,8 +221,9 @@ struct Figures {
 
 class Harness {
  public:
-  Harness(Values& values, int memory, unsigned int seed) : values_(values), board_(memory), random_(seed) {
-    view_.setProbe(milliseconds(50), milliseconds(300));
+  Harness(Values& values, int memory, unsigned int seed, milliseconds probe)
+      : values_(values), board_(memory), random_(seed) {
+    view_.setProbe(probe);
     view_.onChange([this](const zel::BoardChange& change) { follow(change); });
     if (view_.open() < 0) std::abort();
     other_.init(context_);
@@ -402,9 +406,11 @@ double percentile(std::vector<double> values, double share) {
 int main(int count, char** words) try {
   int episodes = 100;
   unsigned int seed = 1;
+  milliseconds probe{5000};
   for (int i = 1; i + 1 < count; i += 2) {
     if (std::strcmp(words[i], "--board") == 0) return runBoard(std::atoi(words[i + 1]));
     if (std::strcmp(words[i], "--episodes") == 0) episodes = std::atoi(words[i + 1]);
+    if (std::strcmp(words[i], "--probe") == 0) probe = milliseconds(std::atoi(words[i + 1]));
     if (std::strcmp(words[i], "--seed") == 0) seed = static_cast<unsigned int>(std::atoi(words[i + 1]));
   }
   if (const std::string why = zel::test::enterPrivateNetwork(); !why.empty()) {
@@ -418,7 +424,7 @@ int main(int count, char** words) try {
   void* const mapped = mmap(nullptr, sizeof(Values), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
   if (mapped == MAP_FAILED) return 1;
 
-  Harness harness(*static_cast<Values*>(mapped), memory, seed);
+  Harness harness(*static_cast<Values*>(mapped), memory, seed, probe);
   harness.run(episodes);
   const Figures& figures = harness.figures();
   const BoardView::Counters& counters = harness.view().counters();

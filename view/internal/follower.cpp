@@ -27,8 +27,13 @@ constexpr int kShareOfNotifications = 500;
 constexpr auto kGrace = 5ms;
 /// How long a completion waits for the notification of its change before it has the document fetched.
 constexpr auto kNotificationLimit = 20ms;
-/// Until a fetch that failed is tried again.
+/// How long after a handshake the documents are looked at once more. Nothing tells a subscriber when the publisher has
+/// seen its subscription, and a busy publisher may see it later than `kSubscribeTime`: what it published until then is
+/// lost.
+constexpr auto kCertainSubscribeTime = 250ms;
+/// Until a fetch is tried again that got no answer, and one that the daemon refused or answered without the document.
 constexpr auto kRetryInterval = 100ms;
+constexpr auto kRefusedInterval = 1s;
 
 /// So many notifications within the window may have filled a queue, here or at the publisher: both hold 1000.
 constexpr unsigned int kFullQueue = 900;
@@ -115,8 +120,8 @@ class BoardView::Follower::Turn {
   ~Turn() {
     if (!works_) return;
     follower_.isProcessing_ = false;
+    if (follower_.mayGoOn()) follower_.setWakeUp();
     const bool orphaned = follower_.orphaned_;
-    if (!orphaned) follower_.setWakeUp();
     use_.reset();
     if (orphaned) delete &follower_;
   }
@@ -131,7 +136,7 @@ class BoardView::Follower::Turn {
 };
 
 BoardView::Follower::Follower(zmq::context_t& context, const std::string& requests, const std::string& notifications)
-    : Subscription(context),
+    : Subscription(context, "BoardView"),
       context_(context),
       requests_(requests),
       notifications_(notifications),
@@ -184,12 +189,14 @@ std::size_t BoardView::Follower::process() {
   if (calls_.empty()) takeIn();
   std::size_t run = 0;
   do {
-    for (; !calls_.empty() && run < kShareOfCallbacks && !orphaned_; ++run) {
-      const auto [listener, call] = std::move(calls_.front());
+    while (!calls_.empty() && run < kShareOfCallbacks) {
+      const auto call = std::move(calls_.front().second);
       calls_.pop_front();
+      ++run;
       call();
+      if (!mayGoOn()) return run;
     }
-  } while (run < kShareOfCallbacks && !orphaned_ && step());
+  } while (run < kShareOfCallbacks && step());
   return run;
 }
 
@@ -220,9 +227,12 @@ void BoardView::Follower::noteLink() {
   if (handshakesSeen_ > 0) ++counters_.reconnections;
   handshakesSeen_ = handshakes();
   heard();
+  isFrozen_ = false;
   outdateAll();
   makeFetcher();
   fetchAllAt_ = Clock::now() + kSubscribeTime;
+  lookAgainAt_ = Clock::now() + kCertainSubscribeTime;
+  documentsToLookAt_ = std::size(kDocuments);
 }
 
 void BoardView::Follower::heard() { lastHeard_ = Clock::now(); }
@@ -239,7 +249,7 @@ void BoardView::Follower::noteNotification(const std::string& topic, int error, 
     overflowedAt_ = lastHeard_;
     ++counters_.overflows;
   }
-  if (topic == SysmgrPublisher::topicOf(SysmgrPublisher::SYSMGR_REBOOT_REQUEST)) {
+  if (error == status::kOk && topic == SysmgrPublisher::topicOf(SysmgrPublisher::SYSMGR_REBOOT_REQUEST)) {
     return tell(&Listeners::rebootRequest);
   }
   for (const Document document : kDocuments) {
@@ -307,7 +317,11 @@ bool BoardView::Follower::takeNotified(Document document) {
     return true;
   }
   accept(document, std::move(told));
-  if (!about.unreadable) about.text = text;
+  if (about.unreadable) {
+    fetch(document);  // it may be the notification alone that cannot be read
+  } else {
+    about.text = text;
+  }
   return true;
 }
 
@@ -350,7 +364,7 @@ void BoardView::Follower::accept(Document document, Json::Value&& told) {
   } catch (const Json::Exception& wrongType) {
     ++counters_.wrongTypes;
     about.unreadable = true;
-    retryAt_ = Clock::now() + std::max<Clock::duration>(probeInterval_, kRetryInterval);
+    retryAt_ = Clock::now() + std::max<Clock::duration>(probeInterval_, kRefusedInterval);
     return tell(&Listeners::wrongType, document, std::string(wrongType.what()));
   }
   ++generation_;
@@ -410,8 +424,8 @@ void BoardView::Follower::noteFetched(Document document, const Answer<Json::Valu
   if (answer.ok()) ++counters_.malformed;
   about.isFetching = false;
   about.fetchAgain = false;
-  if (!isSilent) about.unreadable = about.unreadable || answer.ok();
-  retryAt_ = Clock::now() + kRetryInterval;
+  if (answer.ok()) about.unreadable = true;
+  retryAt_ = Clock::now() + (isSilent ? kRetryInterval : kRefusedInterval);
 }
 
 void BoardView::Follower::fetchAll() {
@@ -472,12 +486,22 @@ void BoardView::Follower::renewAfterOverflow() {
   renew();
 }
 
-/// Asks the daemon for one document after the other when nothing was heard of it for a while. A frozen one is asked
-/// again at once, so that its return is noticed.
+bool BoardView::Follower::mayProbe() const {
+  const auto isFetching = [](const Known& each) { return each.isFetching; };
+  return probeInterval_ > 0ms && isLinked() && !fetchAllAt_ && std::none_of(known_.begin(), known_.end(), isFetching);
+}
+
+/// Each document once some time after a handshake, then one after the other when nothing was heard of the daemon for a
+/// while. A frozen daemon is asked again at once, so that its return is noticed.
+BoardView::Clock::time_point BoardView::Follower::nextProbe() const {
+  if (isFrozen_) return Clock::now();
+  const Clock::time_point idle = lastHeard_ + probeInterval_;
+  return documentsToLookAt_ > 0 ? std::min(lookAgainAt_, idle) : idle;
+}
+
 void BoardView::Follower::probe() {
-  if (probeInterval_ <= 0ms || !isLinked() || fetchAllAt_ || (!isFrozen_ && Clock::now() < lastHeard_ + probeInterval_))
-    return;
-  if (std::any_of(known_.begin(), known_.end(), [](const Known& each) { return each.isFetching; })) return;
+  if (!mayProbe() || Clock::now() < nextProbe()) return;
+  if (documentsToLookAt_ > 0) --documentsToLookAt_;
   fetch(kDocuments[nextProbed_++ % std::size(kDocuments)], true);
 }
 
@@ -586,7 +610,7 @@ void BoardView::Follower::setWakeUp() {
     if (each.answeredAt && each.fetchWanted == 0) at(*each.answeredAt + kNotificationLimit);
     if (each.answeredAt) at(each.deadline);
   }
-  if (probeInterval_ > 0ms && isLinked() && !isFrozen_) at(lastHeard_ + probeInterval_);
+  if (mayProbe()) at(nextProbe());
   const auto isWaiting = [](const Known& each) { return each.waiting.has_value(); };
   // What comes above may have taken the sign of a message out of ZMQ_FD.
   if (!calls_.empty() || mayHoldMessages() || std::any_of(known_.begin(), known_.end(), isWaiting)) wakeUp_.now();

@@ -112,6 +112,8 @@ class BoardView::Follower final : public Subscription {
   void fetchWhereNoNotificationCame(Write& write);
   void doWhatIsDue();
   void renewAfterOverflow();
+  bool mayProbe() const;
+  Clock::time_point nextProbe() const;
   void probe();
 
   void refuse(Document document);
@@ -127,6 +129,8 @@ class BoardView::Follower final : public Subscription {
   /// Adds calls of all listeners of a kind to those that are to be made.
   template <class Callbacks, class... Arguments>
   void tell(Callbacks Listeners::*kind, const Arguments&... arguments);
+  /// Whether no callback has destroyed the view, or forked the process and returned in the child.
+  bool mayGoOn() const { return !orphaned_ && isOfThisProcess(); }
   void setWakeUp();
   void watchSockets();
   void closeSockets() noexcept override;
@@ -164,6 +168,8 @@ class BoardView::Follower final : public Subscription {
   std::chrono::milliseconds probeTimeout_{1000};
   Clock::time_point lastHeard_ = Clock::now();
   std::size_t nextProbed_ = 0;
+  Clock::time_point lookAgainAt_;      ///< when each document is fetched once more after a handshake
+  std::size_t documentsToLookAt_ = 0;  ///< so many of them are left
   bool isFrozen_ = false;
 
   std::list<Write> writes_;
