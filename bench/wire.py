@@ -61,14 +61,26 @@ def row(what, results):
     return " ".join(cells), times[0], median("library", "cpu")
 
 
-def compare(build, loop, call, count, rounds):
-    """The library's event loop to its call that waits, in turns as above."""
-    ratios = []
+# what is compared, the contestant and its job, those that it is compared with, how often
+COMPARISONS = (
+    ("a set through an event loop to one that waits", ("library", "submit"), ("library", "set"), 4000),
+    ("500 sets through an event loop to 500 that wait", ("library", "queue"), ("library", "sets"), 20),
+    ("a change until another process's view has it to one until its cache has it",
+     ("view", "change"), ("library", "change"), 2000),
+    ("a notification of a burst into the view to one into the floor", ("view", "absorb"), ("floor", "absorb"), 6000),
+    ("everything fetched by a view to a first getInstance", ("view", "first"), ("library", "first"), 1),
+)
+
+
+def compare(build, one, other, count, rounds):
+    """One job to another, in turns as above. The median of the ratios, and the peak memory of both."""
+    ratios, peaks = [], {one: [], other: []}
     for index in range(rounds):
-        jobs = (loop, call) if index % 2 == 0 else (call, loop)
-        results = {job: contest.measure(build, "library", job, count, 4) for job in jobs}
-        ratios.append(results[loop].median / results[call].median)
-    return statistics.median(ratios)
+        results = {side: contest.measure(build, *side, count, 4) for side in ((one, other), (other, one))[index % 2]}
+        ratios.append(results[one].median / results[other].median)
+        for side, result in results.items():
+            peaks[side].append(result.peak)
+    return statistics.median(ratios), *(statistics.median(peaks[side]) for side in (one, other))
 
 
 def machine():
@@ -104,10 +116,10 @@ def main():
     for job in ("get", "absorb"):
         time, cpu = (many / few for many, few in zip(times[job, 1000], times[job, 100]))
         print(f"'{job}' with 1,000 interfaces to 100: time {time:.1f}, CPU {cpu:.1f}")
-    for loop, call, count in (("submit", "set", 4000), ("queue", "sets", 20)):
+    for what, one, other, count in COMPARISONS:
         count = max(count // 10, 1) if options.quick else count
-        ratio = compare(options.build, loop, call, count, options.rounds)
-        print(f"'{loop}' to '{call}' of the library: {ratio:.2f}", flush=True)
+        ratio, *peaks = compare(options.build, one, other, count, options.rounds)
+        print(f"{what}: {ratio:.3f}; peak memory {peaks[0]:.0f}, {peaks[1]:.0f} KB", flush=True)
     print(f"notifications per second: {1e6 / times['absorb', 4][0]:.0f}\n")
     in_process(options.build)
 
