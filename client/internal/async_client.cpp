@@ -267,8 +267,7 @@ class AsyncClient::State final : public RequestConnection {
       const Id id = waiting_.begin()->first;
       Waiting& request = waiting_.begin()->second;
       const std::string name = nameOf(request.command);
-      end(request,
-          isSent(id) ? report::noAnswer(name, address(), request.timeout) : report::notInitialized(name, kEnding));
+      end(request, isSent(id) ? report::abandoned(name, address()) : report::notInitialized(name, kEnding));
       forget(id);
     }
   }

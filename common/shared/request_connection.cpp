@@ -186,6 +186,14 @@ ErrorReport cancelledWhenSent(const std::string& name, std::string_view address)
                  ". The daemon may have acted on it: read the state back before you repeat it."});
 }
 
+ErrorReport abandoned(const std::string& name, std::string_view address) {
+  return report(
+      status::kNoAnswer, name,
+      {" was sent to ", address,
+       ", but the process ends before its answer. The daemon may have acted on it: read the state back before "
+       "you repeat it."});
+}
+
 ErrorReport badAnswer(const std::string& name, std::string_view why) {
   return report(status::kBadAnswer, name, {" was answered, but the answer cannot be used: ", why, "."});
 }

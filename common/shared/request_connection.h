@@ -141,6 +141,8 @@ ErrorReport notSent(const std::string& name, std::string_view address, std::chro
 ErrorReport noAnswer(const std::string& name, std::string_view address, std::chrono::milliseconds timeout);
 ErrorReport cancelled(const std::string& name);
 ErrorReport cancelledWhenSent(const std::string& name, std::string_view address);
+/// For a request that had been sent when the process came to its end.
+ErrorReport abandoned(const std::string& name, std::string_view address);
 ErrorReport badAnswer(const std::string& name, std::string_view why);
 /// @param answer  has a negative status
 ErrorReport refused(const std::string& name, const Json::Value& answer);
