@@ -320,6 +320,27 @@ TEST(Exit, AStaticClientOlderThanAResetWorksUntilTheNewContextIsClosed) {
               EndsWith(std::string("farewell 0\n") + kClosing));
 }
 
+/// The application's own static context, and two objects that send a request in their destructors: one that was made
+/// before the first client was connected there, and one that was made after it.
+TEST(Exit, AStaticObjectWorksWhereAClientWasConnectedBeforeIt) {
+  struct Farewell {
+    const char* name;
+    Client client{5000};
+    ~Farewell() { print(name + std::to_string(client.request())); }
+  };
+  const ChildProcess daemon = startDaemon();
+  EXPECT_THAT(expectQuickExit([] {
+                static zmq::context_t context;
+                static Farewell before{"before "};
+                static Client first;
+                EXPECT_EQ(first.init(context), 0);
+                static Farewell after{"after "};
+                EXPECT_EQ(before.client.init(context), 0);
+                EXPECT_EQ(after.client.init(context), 0);
+              }),
+              EndsWith("after 0\nbefore -100\n"));
+}
+
 TEST(Exit, WithAContextAtTheAddressOfAnEarlierOne) {
   /// Destroys its context at exit, and not before the exit handlers that were registered later.
   struct Holder {
