@@ -59,6 +59,7 @@ class Board : public FakeBoard {
       return {"{}"};
     });
   }
+  zel::test::Answer answer(const zel::test::Request& request) { return answerTo(request); }
   void answerAgain() {
     daemon.onRequest(
         [this](const zel::test::Request& request) { return std::vector<zel::test::Answer>{answerTo(request)}; });
@@ -429,6 +430,40 @@ TEST_F(BoardViewWrite, IsCompletedByAFetchWhenNoNotificationComes) {
   Board board;
   expectShown(board, false);
   EXPECT_EQ(board.asked().size(), 6u);
+}
+
+/// The notification of an earlier change comes while the document is fetched, and the one of the write does not come.
+TEST_F(BoardViewWrite, IsNotCompletedByANotificationFromBefore) {
+  Board board;
+  board.carryOutSets(false);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  run(milliseconds(400));  // each document is looked at once more
+  bool isLate = true;
+  board.daemon.onRequest([&](const zel::test::Request& request) -> std::vector<zel::test::Answer> {
+    if (request.id == "2") {
+      board.set(FakeBoard::kStored, storedWithPort(5004));
+      return {"{}"};
+    }
+    if (request.id == FakeBoard::kStored && std::exchange(isLate, false)) {
+      board.publisher.publish("1000", storedWithPort(4999));
+    }
+    return {board.answer(request)};
+  });
+  unsigned int shown = 0;
+  view->set(settings::kRtspTcpPort, 5004, [&](const zel::Answer<void>& answer) {
+    EXPECT_EQ(answer.status, 0);
+    shown = port();
+  });
+  ASSERT_TRUE(runUntil([&] { return shown != 0; }));
+  EXPECT_EQ(shown, 5004u);
+}
+
+TEST_F(BoardViewTest, FetchesWhatIsNotifiedBehindTheBoardModel) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_EQ(board.asked().front(), FakeBoard::kBoardModel);
 }
 
 TEST_F(BoardViewTest, ARefusedWriteCarriesTheDaemonsText) {

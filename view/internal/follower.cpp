@@ -42,7 +42,9 @@ constexpr auto kWindow = 100ms;
 constexpr auto kQuiet = 20ms;
 constexpr auto kLongestBurst = 1000ms;
 
-constexpr Document kDocuments[] = {Document::kStored, Document::kDynamic, Document::kBoardModel, Document::kWhitelist};
+/// In the order in which they are fetched, each behind the answer of the one before. The board model, which has no
+/// notification, comes first: by its answer the daemon has read what came before that request, the subscriptions too.
+constexpr Document kDocuments[] = {Document::kBoardModel, Document::kStored, Document::kDynamic, Document::kWhitelist};
 
 /// The query of a document, and its notification; 0: there is none.
 struct Source {
@@ -331,10 +333,10 @@ bool BoardView::Follower::takeFetched(Document document) {
   Json::Value told = std::move(*about.fetched);
   about.fetched.reset();
   about.isFetching = false;
-  about.finishedFetches = about.fetches;
-  const bool isCounted = about.notified == about.notifiedBefore;
+  const bool isCounted = about.notified == about.notifiedBefore || about.told == told;
   const std::uint64_t before = generation_;
   if (isCounted) {
+    about.countedFetches = about.fetches;
     accept(document, std::move(told));
     if (about.isProbe && generation_ != before) ++counters_.missed;
   }
@@ -559,13 +561,13 @@ bool BoardView::Follower::finishWrite() {
 
 bool BoardView::Follower::isShown(const Write& write) const {
   const Known& about = known(write.document);
-  if (write.fetchWanted != 0 && about.finishedFetches >= write.fetchWanted) return true;
+  if (write.fetchWanted != 0 && about.countedFetches >= write.fetchWanted) return true;
   return write.holds && about.applied > write.notifiedBefore && write.holds(records_);
 }
 
 void BoardView::Follower::fetchWhereNoNotificationCame(Write& write) {
   const Known& about = known(write.document);
-  const bool isLost = write.fetchWanted != 0 && !about.isFetching;  // that fetch has failed
+  const bool isLost = write.fetchWanted != 0 && !about.isFetching;  // that fetch has failed, or did not count
   if (write.fetchWanted == 0 ? Clock::now() < *write.answeredAt + kNotificationLimit : !isLost) return;
   if (isLost && retryAt_) return;
   fetch(write.document);

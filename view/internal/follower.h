@@ -66,7 +66,7 @@ class BoardView::Follower final : public Subscription {
 
     std::uint64_t fetches = 0;          ///< fetches that were submitted
     std::uint64_t outdatedFetches = 0;  ///< `fetches` at the last handshake: those say nothing about what came later
-    std::uint64_t finishedFetches = 0;  ///< `fetches` of the last one that was taken in
+    std::uint64_t countedFetches = 0;   ///< `fetches` of the last one that counted
     bool isFetching = false;
     bool fetchAgain = false;             ///< another fetch has to follow the one under way
     bool isProbe = false;                ///< the fetch under way is a probe
