@@ -1,4 +1,4 @@
-// Checks of subscribers that come late, of the factory reset, the reboot and a restart.
+// Checks of subscribers that come late, of healing, of the factory reset, the reboot and a restart.
 
 #include <cstdlib>
 
@@ -14,6 +14,7 @@ using Milliseconds = std::chrono::milliseconds;
 
 constexpr Milliseconds kRestartLimit{15000};
 constexpr char kHostMask[] = "255.255.255.255";
+constexpr char kInterface[] = "sysmgr-conf0";
 
 /// Subscribers of one topic each, that come after the others, and one that goes.
 void servesLateSubscribers(Session& session) {
@@ -46,6 +47,28 @@ void servesLateSubscribers(Session& session) {
   }
 }
 
+/// A client that subscribes gets the present document of the topic.
+void healsSubscribers(Session& session) {
+  constexpr Milliseconds kHealed{1000};
+  for (const char* const topic : {kStoredTopic, kDynamicTopic, kWhitelistTopic}) {
+    Follower late(session.context(), session.options().notificationEndpoint, session.observer());
+    late.subscribe(topic);
+    session.expect(late.waitFor(topic, kHealed, [](const Json::Value&) { return true; }),
+                   std::string("a client that subscribed to ") + topic + " got no document");
+  }
+}
+
+/// A reboot is not a state: nobody gets it for a subscription.
+void repeatsNoReboot(Session& session) {
+  constexpr Milliseconds kRepeated{500};
+  for (const char* const prefix : {kRebootTopic, ""}) {
+    Follower late(session.context(), session.options().notificationEndpoint, session.observer());
+    late.subscribe(prefix);
+    session.expect(!late.waitFor(kRebootTopic, kRepeated, [](const Json::Value&) { return true; }),
+                   "a client that subscribed to " + shown(std::string(prefix)) + " got a notification of 1002");
+  }
+}
+
 struct ResetResult {
   Json::Value before;
   Json::Value after;
@@ -58,7 +81,7 @@ ResetResult changeAndReset(Session& session) {
   ResetResult result;
   session.set("add-eth-cfg", [] {
     Json::Value entry(Json::objectValue);
-    entry["eth"] = "sysmgr-conf0";
+    entry["eth"] = kInterface;
     entry["mode"] = "DHCP";
     return entry;
   }());
@@ -79,7 +102,7 @@ void resetRestores(Session& session) {
                  "no notification of 1000 had the stored parameters after the reset");
   session.expect(!isSame(valueAt(first.after, "rtsp/tcp-port"), 5123), "the reset left \"rtsp/tcp-port\"");
   for (const Json::Value& entry : first.after["ethipv4"]) {
-    session.expect(entry["eth"] != "sysmgr-conf0", "the reset left an interface that was added");
+    session.expect(entry["eth"] != kInterface, "the reset left an interface that was added");
   }
   const ResetResult second = changeAndReset(session);
   session.expect(isSame(first.after, second.after),
@@ -143,12 +166,31 @@ void bindsAgain(Session& session) {
   session.set("sap-enable", present);
 }
 
+void setSlot(Session& session, const Json::Value& slot) {
+  Json::Value block(Json::objectValue);
+  block["slot-id"] = slot;
+  session.set("nmos", block);
+}
+
+void identify(Session& session, const Json::Value& isOn) {
+  Json::Value body(Json::objectValue);
+  body["identify-enable"] = isOn;
+  session.client().ask(C::SYSMGR_SET_IDENTIFY_LEDS, body);
+}
+
+/// Changes something of each kind, restarts and reads.
 void keepsOverRestart(Session& session) {
   const Json::Value original = session.stored();
   if (valueAt(original, "cfg/autosave-enable") != true) return session.skip("\"cfg/autosave-enable\" is not true");
   const std::string group = session.freeGroups(1).front();
   session.changeWhitelist(C::SYSMGR_ADD_MCAST_WHITELIST, group, kHostMask, true);
   session.set("rtsp-tcp-port", isSame(valueAt(original, "rtsp/tcp-port"), 5004) ? 5006 : 5004);
+  Json::Value interface(Json::objectValue);
+  interface["eth"] = kInterface;
+  interface["mode"] = "DHCP";
+  session.set("add-eth-cfg", interface);
+  setSlot(session, isSame(valueAt(original, "nmos/slot-id"), 1) ? 2 : 1);
+  identify(session, valueAt(original, "cfg/identify-enable") != true);
   const Json::Value before = session.stored();
   const Json::Value whitelist = session.whitelist();
   if (restart(session)) {
@@ -158,6 +200,9 @@ void keepsOverRestart(Session& session) {
   }
   session.changeWhitelist(C::SYSMGR_REMOVE_MCAST_WHITELIST, group, kHostMask, true);
   session.set("rtsp-tcp-port", valueAt(original, "rtsp/tcp-port"));
+  session.set("rem-eth-cfg", kInterface);
+  setSlot(session, valueAt(original, "nmos/slot-id"));
+  identify(session, valueAt(original, "cfg/identify-enable"));
 }
 
 }  // namespace
@@ -165,8 +210,10 @@ void keepsOverRestart(Session& session) {
 void appendLifeChecks(std::vector<Check>& checks) {
   const Check kChecks[] = {
       {"late-subscriber", "", Needs::kWrite, servesLateSubscribers},
+      {"healing", "", Needs::kNothing, healsSubscribers},
+      {"healing-reboot", "", Needs::kNothing, repeatsNoReboot},
+      {"reset-keeps", "", Needs::kReset, resetKeeps},  // first: another reset would have changed what it compares
       {"reset-restores", "", Needs::kReset, resetRestores},
-      {"reset-keeps", "", Needs::kReset, resetKeeps},
       {"reset-whitelist", "", Needs::kReset, resetClearsWhitelist},
       {"reboot-published", "", Needs::kReboot, publishesReboot},
       {"restart-binds", "", Needs::kRestart, bindsAgain},

@@ -89,11 +89,14 @@ void addsBeforeItRemoves(Session& session) {
   Json::Value body(Json::objectValue);
   body["add-eth-cfg"] = staticInterface("192.168.77.1");
   body["rem-eth-cfg"] = kInterface;
-  const Answer answer = session.client().ask(C::SYSMGR_SET_PARAMETER, body);
-  session.expectAccepted(answer);
-  const Json::Value now = interfaceNow(session);
-  session.expect(now.isNull(), "after " + answer.request + " \"ethipv4\" has " + shown(now));
-  if (!now.isNull()) removeInterface(session);
+  for (const bool isThere : {false, true}) {
+    if (isThere) session.set("add-eth-cfg", staticInterface("192.168.77.2"));
+    const Answer answer = session.client().ask(C::SYSMGR_SET_PARAMETER, body);
+    session.expectAccepted(answer);
+    const Json::Value now = interfaceNow(session);
+    session.expect(now.isNull(), "after " + answer.request + " \"ethipv4\" has " + shown(now));
+    if (!now.isNull()) removeInterface(session);
+  }
 }
 
 void refusesInvalidInterfaces(Session& session) {
@@ -122,6 +125,9 @@ void refusesInvalidInterfaces(Session& session) {
   entry = staticInterface("192.168.77.1");
   entry["unknown"] = 1;
   entries.push_back(entry);
+  entry.removeMember("unknown");
+  entry.removeMember("eth");
+  entries.push_back(entry);
   for (const Json::Value& each : entries) session.expectRefused(session.set("add-eth-cfg", each));
   if (!session.expect(isSame(before, session.stored()), "the stored parameters are others afterwards")) {
     removeInterface(session);
@@ -133,12 +139,35 @@ void acceptsUnusualInterfaces(Session& session) {
        {staticInterface("127.0.0.2"), staticInterface("240.0.0.1"), staticInterface("192.168.77.1", "255.0.255.0")}) {
     session.expectAccepted(session.set("add-eth-cfg", entry));
   }
+  removeInterface(session);
+}
+
+void hasNoAddressesWithDhcp(Session& session) {
   Json::Value both = staticInterface("192.168.77.1");
   both["mode"] = "DHCP";
   session.expectAccepted(session.set("add-eth-cfg", both));
   const Json::Value now = interfaceNow(session);
   session.expect(!now.isMember("static"), "with the mode DHCP \"ethipv4\" has " + shown(now));
   removeInterface(session);
+}
+
+/// Addresses in other spellings, which a lenient reader takes for 10.0.0.1 or 239.201.77.1.
+void refusesOtherSpellings(Session& session) {
+  const Json::Value before = session.stored();
+  const Json::Value whitelist = session.whitelist();
+  for (const char* const ip :
+       {"10.1", "167772161", "010.0.0.1", "10.0.0.001", "0x0a.0.0.1", " 10.0.0.1", "10.0.0.1 "}) {
+    session.expectRefused(session.set("add-eth-cfg", staticInterface(ip)));
+    session.expectRefused(session.set("add-eth-cfg", staticInterface("192.168.77.1", "255.255.255.0", ip)));
+  }
+  for (const char* const ip : {"239.201.19713", "4023995649", "239.201.077.1", "239.201.77.001", "0xef.201.77.1",
+                               " 239.201.77.1", "239.201.77.1 ", ""}) {
+    session.expectRefused(session.changeWhitelist(C::SYSMGR_ADD_MCAST_WHITELIST, ip, kHostMask, true));
+  }
+  if (!session.expect(isSame(before, session.stored()), "the stored parameters are others afterwards")) {
+    removeInterface(session);
+  }
+  session.expect(isSame(whitelist, session.whitelist()), "the whitelist is another one afterwards");
 }
 
 // --- whitelist
@@ -200,6 +229,51 @@ void enablesEntries(Session& session) {
   session.expectAccepted(groups.enable(0, kHostMask, true));
   groups.expect(0, kHostMask, true, "after an entry was enabled");
   groups.clear();
+}
+
+Json::Value entryWith(const std::string& ip, const std::string& mask, bool enabled) {
+  Json::Value entry(Json::objectValue);
+  entry["ip"] = ip;
+  entry["mask"] = mask;
+  entry["enabled"] = enabled;
+  return entry;
+}
+
+Json::Value bodyWith(const std::vector<Json::Value>& entries) {
+  Json::Value body(Json::objectValue);
+  for (const Json::Value& entry : entries) body[kWhitelistMember].append(entry);
+  return body;
+}
+
+/// Two entries of one address in one request.
+void carriesOutInOrder(Session& session) {
+  const Groups groups(session);
+  const Json::Value wide = entryWith(groups[0], "255.255.0.0", true);
+  const Json::Value host = entryWith(groups[0], kHostMask, true);
+  session.expectAccepted(session.client().ask(C::SYSMGR_ADD_MCAST_WHITELIST, bodyWith({wide, host})));
+  groups.expect(0, kHostMask, true, "after an address was added twice in one request");
+  const Json::Value off = entryWith(groups[0], kHostMask, false);
+  session.expectAccepted(session.client().ask(C::SYSMGR_ENABLE_MCAST_WHITELIST, bodyWith({host, off})));
+  groups.expect(0, kHostMask, false, "after an entry was enabled and disabled in one request");
+  session.expectRefused(session.client().ask(C::SYSMGR_REMOVE_MCAST_WHITELIST, bodyWith({host, host})));
+  groups.clear();
+}
+
+/// Fills the whitelist up to the number of entries that is always possible.
+void hasRoom(Session& session) {
+  constexpr std::size_t kRoom = 64;
+  const std::size_t present = session.whitelist().size();
+  if (present >= kRoom) return session.skip("the whitelist has " + std::to_string(present) + " entries already");
+  std::vector<Json::Value> entries;
+  for (const std::string& group : session.freeGroups(kRoom - present)) {
+    entries.push_back(entryWith(group, kHostMask, false));
+  }
+  const Answer answer = session.client().ask(C::SYSMGR_ADD_MCAST_WHITELIST, bodyWith(entries));
+  if (!session.expectAccepted(answer)) return;
+  session.expect(session.whitelist().size() == kRoom, "after entries were added up to " + std::to_string(kRoom) +
+                                                          " the whitelist has " +
+                                                          std::to_string(session.whitelist().size()));
+  session.client().ask(C::SYSMGR_REMOVE_MCAST_WHITELIST, bodyWith(entries));
 }
 
 void demandsAddressAndMask(Session& session) {
@@ -353,10 +427,21 @@ void showsModules(Session& session) {
   }
 }
 
+void takesModuleNames(Session& session) {
+  constexpr std::size_t kLongest = 64;
+  std::string longest = kModule;
+  longest.resize(kLongest, 'x');
+  for (const std::string& name : {std::string("s"), longest}) {
+    Json::Value body(Json::objectValue);
+    body[name]["error"] = body[name]["warn"] = false;
+    session.expectAccepted(session.client().ask(C::SYSMGR_SET_MODULE_STATE, body));
+  }
+}
+
 void refusesModuleStates(Session& session) {
-  for (const char* const body :
-       {R"({"sysmgr-conformance":true})", R"({"sysmgr-conformance":{"error":1}})",
-        R"({"sysmgr-conformance":{"warn":null}})", R"({"sysmgr-conformance":{"other":true}})"}) {
+  for (const char* const body : {R"({"sysmgr-conformance":true})", R"({"sysmgr-conformance":{"error":1}})",
+                                 R"({"sysmgr-conformance":{"warn":null}})", R"({"sysmgr-conformance":{"other":true}})",
+                                 R"({"sysmgr-conformance\u0000x":{"error":false}})"}) {
     session.expectRefused(session.client().ask("7", body));
   }
   session.expect(errorsOfModule(session) == 0, "\"errors\" has an entry of the module afterwards");
@@ -409,18 +494,23 @@ void appendListChecks(std::vector<Check>& checks) {
       {"eth-removes", "", Needs::kWrite, removesInterface},
       {"eth-add-first", "", Needs::kWrite, addsBeforeItRemoves},
       {"eth-valid", "", Needs::kWrite, refusesInvalidInterfaces},
-      {"eth-dhcp", "", Needs::kWrite, acceptsUnusualInterfaces},
+      {"eth-valid", "unusual ones", Needs::kWrite, acceptsUnusualInterfaces},
+      {"eth-dhcp", "", Needs::kWrite, hasNoAddressesWithDhcp},
+      {"request-addresses", "", Needs::kWrite, refusesOtherSpellings},
       {"whitelist-add", "", Needs::kWrite, addsEntries},
       {"whitelist-remove", "", Needs::kWrite, removesEntries},
       {"whitelist-enable", "", Needs::kWrite, enablesEntries},
       {"whitelist-missing", "", Needs::kWrite, demandsAddressAndMask},
       {"whitelist-flag", "", Needs::kWrite, missingFlagIsFalse},
       {"whitelist-valid", "", Needs::kWrite, refusesInvalidEntries},
+      {"whitelist-order", "", Needs::kWrite, carriesOutInOrder},
+      {"whitelist-room", "", Needs::kWrite, hasRoom},
       {"whitelist-own", "", Needs::kWrite, protectsOwnEntries},
       {"published", "", Needs::kWrite, publishesEachChange},
       {"dynamic-published", "", Needs::kWrite, publishesDynamic},
       {"module-errors", "", Needs::kWrite, showsModules},
       {"module-types", "", Needs::kWrite, refusesModuleStates},
+      {"module-names", "", Needs::kWrite, takesModuleNames},
       {"gpio-set", "", Needs::kWrite, setsGpio},
       {"identify", "", Needs::kWrite, refusesIdentify},
   };

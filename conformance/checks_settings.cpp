@@ -101,7 +101,10 @@ std::vector<Json::Value> badValues(const SettingRow& row) {
               Json::Int64{kMost}, Json::UInt64{std::numeric_limits<Json::UInt64>::max()}};
     case Kind::kChoice: return {"sysmgr-conformance", "Sdi-St2110", "LOW_LATENCY"};
     default: {
-      std::vector<Json::Value> values = {std::string(static_cast<std::size_t>(row.values.most) + 1, 'x')};
+      const auto most = static_cast<std::size_t>(row.values.most);
+      std::string wide;  // one byte too long, and with few characters
+      for (std::size_t i = 0; i <= most / 2; ++i) wide += "\xc3\xa9";
+      std::vector<Json::Value> values = {std::string(most + 1, 'x'), wide};
       if (row.values.least > 0) values.emplace_back("");
       return values;
     }
@@ -214,6 +217,67 @@ void refusesNul(Session& session) {
     if (row->kind != Kind::kText) continue;
     session.expectRefused(ask(session.client(), *row, std::string("a\0b", 3)));
   }
+  // Texts that end at the NUL where they are read as those of C.
+  for (const char* const entry :
+       {R"({"eth":"sysmgr\u0000conf0","mode":"DHCP"})",
+        R"({"eth":"sysmgr-conf0","mode":"static","static":{"ip":"192.168.77.1\u0000"}})",
+        R"({"eth":"sysmgr-conf0","mode":"static","static":{"ip":"192.168.77.1","gw":"192.168.77.2\u0000x"}})"}) {
+    const Answer answer = session.client().ask("2", std::string(R"({"add-eth-cfg":)") + entry + "}");
+    if (!session.expectRefused(answer)) session.set("rem-eth-cfg", "sysmgr-conf0");
+  }
+  const std::string group = session.freeGroups(1).front();
+  const Answer answer =
+      session.client().ask("13", R"({"white-list":[{"ip":")" + group + R"(\u0000","mask":"255.255.255.255"}]})");
+  if (!session.expectRefused(answer)) {
+    session.changeWhitelist(C::SYSMGR_REMOVE_MCAST_WHITELIST, group, "255.255.255.255", false);
+  }
+}
+
+void refusesHugeNumbers(Session& session) {
+  const Json::Value before = session.stored();
+  for (const char* const number :
+       {"18446744073709551616", "-9223372036854775809", "99999999999999999999999", "1e400"}) {
+    for (const std::string& body :
+         {std::string(R"({"rtsp-tcp-port":)") + number + "}", std::string(R"({"nmos":{"slot-id":)") + number + "}}"}) {
+      session.expectRefused(session.client().ask("2", body));
+    }
+  }
+  session.expect(isSame(before, session.stored()), "the stored parameters are others afterwards");
+}
+
+/// A text that a daemon may take in place of another one.
+void writesAliasesOut(Session& session) {
+  struct Alias {
+    const SettingRow& row;
+    const char* text;
+    const char* written;
+  };
+  const Json::Value before = session.stored();
+  for (const Alias& alias : {Alias{settings::kBitstreamModule, "sdi-st2110", "SDI-ST2110"},
+                             Alias{settings::kVideoTimingMode, "", "low_latency"}}) {
+    const Json::Value present = valueAt(before, alias.row.path);
+    if (!canBePutBack(session, alias.row, present)) continue;
+    const Answer answer = ask(session.client(), alias.row, alias.text);
+    const Json::Value now = valueAt(session.stored(), alias.row.path);
+    session.expect(isSame(now, answer.accepted() ? Json::Value(alias.written) : present),
+                   "after " + answer.request + " \"" + alias.row.path + "\" is " + shown(now));
+    putBack(session, alias.row, present);
+  }
+}
+
+void acceptsEmptyObjects(Session& session) {
+  const Json::Value before = session.stored();
+  struct Request {
+    const char* id;
+    const char* body;
+  };
+  for (const Request& request :
+       {Request{"2", "{}"}, Request{"2", R"({"nmos":{}})"}, Request{"2", R"({"bitstream-type":{}})"},
+        Request{"2", R"({"videoTimingParameters":{}})"}, Request{"7", "{}"},
+        Request{"7", R"({"sysmgr-conformance":{}})"}, Request{"17", "{}"}}) {
+    session.expectAccepted(session.client().ask(request.id, request.body));
+  }
+  session.expect(isSame(before, session.stored()), "the stored parameters are others afterwards");
 }
 
 void refusesUnknownKeys(Session& session) {
@@ -414,7 +478,7 @@ std::string presentPort(Session& session) { return shown(valueAt(session.stored(
 void refusesMalformed(Session& session) {
   const std::string port = presentPort(session);
   const std::string good = "{\"rtsp-tcp-port\":" + port + "}";
-  for (const std::string& body : {std::string("{"), std::string("text"), good + " x", good + good,
+  for (const std::string& body : {std::string("{"), std::string("text"), std::string("  "), good + " x", good + good,
                                   "{\"rtsp-tcp-port\":" + port + ",}", "/* */" + good, "{rtsp-tcp-port:" + port + "}",
                                   "{'rtsp-tcp-port':" + port + "}", good.substr(0, good.size() - 1)}) {
     session.expectRefused(session.client().ask("2", body));
@@ -444,10 +508,23 @@ void usesStatuses(Session& session) {
       {"2", R"({"rtsp-tcp-port":"text"})", -6},
       {"2", R"({"rtsp-tcp-port":0})", -7},
       {"2", R"({"bitstream-type":{"module":"sysmgr-conformance"}})", -7},
+      {"2", R"({"add-eth-cfg":{"eth":"sysmgr-conf-no","mode":"DHCP","sysmgr-conformance":1}})", -5},
+      {"2", R"({"add-eth-cfg":{"eth":"sysmgr-conf-no","static":{"ip":1}}})", -6},
+      {"2", R"({"add-eth-cfg":{"eth":"sysmgr-conf-no","mode":"dhcp"}})", -7},
+      {"2", R"({"add-eth-cfg":{"mode":"DHCP"}})", -7},
       {"2", R"({"rem-eth-cfg":"sysmgr-conf-no"})", -16},
+      {"2", R"({"rem-eth-cfg":"an-interface-name-that-is-long"})", -16},
       {"2", R"({"add-eth-cfg":{"eth":"sysmgr-conf-no","mode":"static","static":{"ip":"224.0.0.1"}}})", -27},
       {"13", R"({"white-list":[{"ip":"10.0.0.1","mask":"255.255.255.255","enabled":true}]})", -27},
+      {"13", R"({"white-list":[{"ip":"239.201.79.1"}]})", -27},
+      {"13", R"({"white-list":[{"ip":"239.201.79.1","mask":"255.255.255.255","sysmgr-conformance":1}]})", -5},
+      {"13", R"({"white-list":[{"ip":1,"mask":"255.255.255.255"}]})", -6},
+      {"13", R"({"white-list":[]})", -7},
+      {"13", "{}", -6},
       {"14", R"({"white-list":[{"ip":"239.201.79.1","mask":"255.255.255.255"}]})", -8},
+      {"17", R"({"sysmgr-conformance":{"value":true}})", -5},
+      {"18", R"({"sysmgr-conformance":{}})", -8},
+      {"19", "{}", -6},
       {"19", R"({"identify-enable":1})", -6},
   };
   for (const Case& each : kCases) {
@@ -492,9 +569,12 @@ void appendSettingChecks(std::vector<Check>& checks) {
   }
   const Check kChecks[] = {
       {"block-fixed-other", "", Needs::kWrite, refusesFixedTexts},
+      {"set-range", "aliases", Needs::kWrite, writesAliasesOut},
+      {"set-huge", "", Needs::kWrite, refusesHugeNumbers},
       {"set-nul", "", Needs::kWrite, refusesNul},
       {"set-unknown", "", Needs::kWrite, refusesUnknownKeys},
       {"set-members", "", Needs::kWrite, setsSeveral},
+      {"empty-object", "", Needs::kWrite, acceptsEmptyObjects},
       {"all-or-none", "", Needs::kWrite, carriesOutAllOrNone},
       {"refused-whole", "", Needs::kWrite, changesNothingWhenRefused},
       {"refused-quietly", "", Needs::kWrite, publishesNothingWhenRefused},

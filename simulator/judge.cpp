@@ -133,7 +133,9 @@ Refusal judgeShape(const std::string& name, const Json::Value& value, const Json
 
 Refusal judgeAddress(const std::string& name, const Json::Value& value) {
   if (!value.isString()) return wrongType(name, value, "a text");
-  if (IpAddress().setAddress(value.asString()) >= 0) return {};
+  const std::string text = value.asString();
+  const bool isWhole = text.find('\0') == std::string::npos;  // IpAddress would read up to the NUL
+  if (isWhole && IpAddress().setAddress(text) >= 0) return {};
   return {refusal::kInvalidAddress, is(name, value) + ", which is not an IPv4 address."};
 }
 

@@ -371,6 +371,9 @@ Refusal setModules(const Json::Value& modules, State& state) {
   initial["error"] = initial["warn"] = false;
   for (auto member = modules.begin(); member != modules.end(); ++member) {
     const std::string name = member.name();
+    if (name.find('\0') != std::string::npos) {  // the name is in a text of the dynamic information
+      return {refusal::kOutOfRange, "A name of a module holds a NUL character (its value is " + shown(*member) + ")."};
+    }
     if (name.size() > kLongestModuleName) {
       return {refusal::kOutOfRange, "\"" + shownBytes(name) + "\" is not the name of a module: it is longer than " +
                                         std::to_string(kLongestModuleName) + " bytes (its value is " + shown(*member) +

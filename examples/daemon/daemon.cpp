@@ -128,6 +128,14 @@ class Daemon {
     if (!text.empty()) state_ = parsed(text);
   }
 
+  /// The present document of each topic whose name begins with a prefix.
+  std::vector<std::pair<int, Value>> documents(const std::string& prefix) const {
+    std::vector<std::pair<int, Value>> found;
+    for (auto& document : std::vector<std::pair<int, Value>>{{1000, stored()}, {1001, dynamic()}, {1004, whitelist()}})
+      if (std::to_string(document.first).compare(0, prefix.size(), prefix) == 0) found.push_back(document);
+    return found;
+  }
+
   /// Carries out a request. @return the answer; `published` receives topics and payloads
   Value handle(const std::vector<std::string>& frames, std::vector<std::pair<int, Value>>& published) {
     const Value before = state_;
@@ -135,9 +143,9 @@ class Daemon {
     try {
       demand(frames.size() == 2, -3, "a request has two frames");
       const std::string& id = frames[0];
-      const bool isNumber = !id.empty() && id.size() < 10 && id.find_first_not_of("0123456789") == std::string::npos;
-      demand(isNumber, -3, "the command id is not a number");
-      run(std::stoi(id), frames[1], answer, published);
+      const bool isNumber = !id.empty() && id.size() <= 10 && id.find_first_not_of("0123456789") == std::string::npos;
+      demand(isNumber && std::stoll(id) <= UINT32_MAX, -3, "the command id is not a number of 32 bits");
+      run(std::stoll(id), frames[1], answer, published);
       if (!published.empty()) store();
     } catch (const Refusal& refusal) {
       state_ = before;
@@ -149,7 +157,7 @@ class Daemon {
   }
 
  private:
-  void run(int id, const std::string& text, Value& answer, std::vector<std::pair<int, Value>>& published) {
+  void run(std::int64_t id, const std::string& text, Value& answer, std::vector<std::pair<int, Value>>& published) {
     const bool hasBody = id == 2 || id == 7 || (id >= 13 && id <= 15) || (id >= 17 && id <= 19);
     const Value body = !hasBody || (text.empty() && id == 18) ? Value(Json::objectValue) : parsed(text);
     switch (id) {
@@ -235,7 +243,7 @@ class Daemon {
       if (key == "add-eth-cfg") {
         addInterface(body[key]);
       } else if (key == "rem-eth-cfg") {
-        judge(key, body[key], parsed(R"({"row": ["", "", 1, 15]})")["row"]);
+        demand(body[key].isString(), -6, key + " is not a text");
         demand(state_["interfaces"].isMember(body[key].asString()), -16, "there is no such interface");
         state_["interfaces"].removeMember(body[key].asString());
       } else if (key == "bitstream-type" || key == "videoTimingParameters" || key == "nmos") {
@@ -265,7 +273,7 @@ class Daemon {
     static const Value kAddresses = parsed(R"({"ip": "0.0.0.0", "mask": "255.255.255.0", "gw": "0.0.0.0"})");
     demandMembers(given, "add-eth-cfg", kRows);
     Value entry(Json::objectValue);
-    entry["eth"] = given["eth"];
+    entry["eth"] = given.get("eth", "");
     entry["mode"] = given.get("mode", "static");
     for (const char* const name : {"eth", "mode"}) judge(name, entry[name], kRows[name]);
     if (entry["mode"] == "static") {
@@ -279,16 +287,17 @@ class Daemon {
       demand(gateway == 0 || (gateway >> 24U != 0 && !isMulticast(gateway)), -27, "the gateway cannot be one");
       demand(addressOf("mask", entry["static"]["mask"]) != 0, -27, "the mask is 0.0.0.0");
     }
-    state_["interfaces"][given["eth"].asString()] = entry;
+    state_["interfaces"][entry["eth"].asString()] = entry;
   }
 
-  void changeWhitelist(int id, const Value& body) {
+  void changeWhitelist(std::int64_t id, const Value& body) {
     demandMembers(body, "the body", whitelist());
-    demand(body["white-list"].isArray() && !body["white-list"].empty(), -7, "white-list has no entry");
+    demand(body["white-list"].isArray(), -6, "white-list is not an array");
+    demand(!body["white-list"].empty(), -7, "white-list has no entry");
     for (const Value& given : body["white-list"]) {
       demandMembers(given, "white-list", parsed(R"({"ip": 0, "mask": 0, "enabled": 0})"));
-      const std::uint32_t ip = addressOf("ip", given["ip"]);
-      const std::uint32_t mask = addressOf("mask", given["mask"]);
+      const std::uint32_t ip = addressOf("ip", given.get("ip", ""));
+      const std::uint32_t mask = addressOf("mask", given.get("mask", ""));
       const Value enabled = given.get("enabled", false);
       demand(enabled.isBool(), -6, "enabled is not a boolean");
       demand(isMulticast(ip) && mask != 0 && (~mask & (~mask + 1U)) == 0, -27, "the range is not multicast");
@@ -305,6 +314,7 @@ class Daemon {
 
   void setModules(const Value& body) {
     for (const std::string& name : body.getMemberNames()) {
+      demand(name.find('\0') == std::string::npos, -7, "the name of a module has a NUL character");
       demandMembers(body[name], name, parsed(R"({"error": 0, "warn": 0})"));
       for (const Value& isOn : body[name]) demand(isOn.isBool(), -6, name + " has a value that is not a boolean");
       state_["modules"][name] = body[name];
@@ -330,6 +340,44 @@ void send(zmq::socket_t& socket, const std::vector<std::string>& frames) {
   }
 }
 
+void publish(zmq::socket_t& publisher, const std::vector<std::pair<int, Value>>& notifications) {
+  static_cast<void>(publisher.get(zmq::sockopt::events));  // takes the subscriptions that have arrived
+  for (const auto& [topic, payload] : notifications) {
+    send(publisher, {std::to_string(topic), payload.isNull() ? "" : written(payload)});
+  }
+}
+
+/// Takes a message from the publisher's socket. @return whether there was one
+bool heal(zmq::socket_t& publisher, const Daemon& daemon) {
+  zmq::message_t message;
+  if (!publisher.recv(message, zmq::recv_flags::dontwait)) return false;
+  const std::string text = message.to_string();
+  if (!text.empty() && text[0] == 1) publish(publisher, daemon.documents(text.substr(1)));  // 0: a client that goes
+  return true;
+}
+
+/// Takes a request, carries it out, publishes and answers. @return whether there was one
+bool serve(zmq::socket_t& requests, zmq::socket_t& publisher, Daemon& daemon) {
+  std::vector<std::string> frames;  // the identity, the envelope up to an empty frame, the id and the body
+  std::size_t envelope = 0;
+  for (bool more = true; more;) {
+    zmq::message_t frame;
+    if (!requests.recv(frame, zmq::recv_flags::dontwait)) return false;
+    more = frame.more();
+    frames.push_back(frame.to_string());
+    if (envelope == 0 && frames.size() > 1 && frames.back().empty()) envelope = frames.size();
+  }
+  if (envelope == 0) return true;  // there is nowhere to send an answer
+  const auto content = frames.begin() + static_cast<std::ptrdiff_t>(envelope);
+  std::vector<std::pair<int, Value>> published;
+  const Value answer = daemon.handle({content, frames.end()}, published);
+  publish(publisher, published);
+  frames.resize(envelope);
+  frames.push_back(written(answer));
+  send(requests, frames);
+  return true;
+}
+
 int main(int argc, char** argv) try {
   if (argc != 2 || std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
     std::fprintf(stderr, "Usage: zel-example-daemon FILE\n");
@@ -337,32 +385,19 @@ int main(int argc, char** argv) try {
   }
   Daemon daemon(argv[1]);
   zmq::context_t context;
-  zmq::socket_t publisher(context, zmq::socket_type::pub);
+  zmq::socket_t publisher(context, zmq::socket_type::xpub);
   zmq::socket_t requests(context, zmq::socket_type::router);
   requests.set(zmq::sockopt::maxmsgsize, std::int64_t{1048576});
-  publisher.bind("tcp://127.0.0.1:5575");  // first: a client that is answered can subscribe
+  publisher.set(zmq::sockopt::xpub_verbose, true);  // tells of each subscription, not only of the first to a topic
+  publisher.bind("tcp://127.0.0.1:5575");           // first: a client that is answered can subscribe
   requests.bind("tcp://127.0.0.1:5556");
+  zmq::pollitem_t items[] = {{requests.handle(), 0, ZMQ_POLLIN, 0}, {publisher.handle(), 0, ZMQ_POLLIN, 0}};
   for (;;) {
-    std::vector<std::string> frames;  // the identity, the envelope up to an empty frame, the id and the body
-    std::size_t envelope = 0;
-    for (bool more = true; more;) {
-      zmq::message_t frame;
-      if (!requests.recv(frame)) return 1;
-      more = frame.more();
-      frames.push_back(frame.to_string());
-      if (envelope == 0 && frames.size() > 1 && frames.back().empty()) envelope = frames.size();
+    zmq::poll(items, 2);
+    for (bool isBusy = true; isBusy;) {
+      const bool isServed = serve(requests, publisher, daemon);
+      isBusy = heal(publisher, daemon) || isServed;
     }
-    if (envelope == 0) continue;  // there is nowhere to send an answer
-    const auto content = frames.begin() + static_cast<std::ptrdiff_t>(envelope);
-    std::vector<std::pair<int, Value>> published;
-    const Value answer = daemon.handle({content, frames.end()}, published);
-    static_cast<void>(publisher.get(zmq::sockopt::events));  // takes the subscriptions that have arrived
-    for (const auto& [topic, payload] : published) {
-      send(publisher, {std::to_string(topic), payload.isNull() ? "" : written(payload)});
-    }
-    frames.resize(envelope);
-    frames.push_back(written(answer));
-    send(requests, frames);
   }
 } catch (const Refusal& refusal) {
   std::fprintf(stderr, "%s: %s\n", argv[1], refusal.error.c_str());

@@ -20,8 +20,13 @@ using testing::HasSubstr;
 using testing::Not;
 using zel::test::ChildProcess;
 using zel::test::kReady;
-using zel::test::startBoard;
 using zel::test::TemporaryFolder;
+
+/// Starts a board that keeps every rule: without the option it publishes nothing to a client that subscribes.
+ChildProcess startBoard(std::vector<std::string> arguments) {
+  arguments.emplace_back("--repeat-on-subscribe");
+  return zel::test::startBoard(std::move(arguments));
+}
 
 constexpr std::chrono::seconds kLimit{30};
 constexpr int kMustFailed = 1;
@@ -97,7 +102,7 @@ Ended everyCheckOn(const std::string& command) {
 
 TEST(SysmgrConformance, FindsNothingWrongWithTheVirtualBoard) {
   const TemporaryFolder folder;
-  const Ended ended = everyCheckOn(ZEL_SYSMGR_SIM " --store " + folder.path() + "/store.json");
+  const Ended ended = everyCheckOn(ZEL_SYSMGR_SIM " --repeat-on-subscribe --store " + folder.path() + "/store.json");
   EXPECT_EQ(ended.status, 0) << ended.output;
   EXPECT_THAT(ended.output, HasSubstr(": 0 of a must failed, 0 of a should failed, 0 skipped\n"));
 }
@@ -117,6 +122,23 @@ TEST(SysmgrConformance, FindsNothingWrongWithAnyModelOfTheVirtualBoard) {
     EXPECT_EQ(ended.status, 0) << model << ended.output;
     board.kill();
   }
+}
+
+TEST(SysmgrConformance, FindsABoardThatDoesNotHeal) {
+  ChildProcess board = zel::test::startBoard({});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  const Ended ended = conformance({});
+  EXPECT_EQ(ended.status, kShouldFailed) << ended.output;
+  EXPECT_THAT(ended.output, HasSubstr(citation("healing")));
+  EXPECT_THAT(ended.output, HasSubstr(": 0 of a must failed, 1 of a should failed, "));
+}
+
+TEST(SysmgrConformance, FindsABoardThatIsBoundToEveryAddress) {
+  ChildProcess board = startBoard({"--requests", "tcp://0.0.0.0:5556"});
+  ASSERT_TRUE(board.waitForOutput(" ready, "));
+  const Ended ended = conformance({});
+  EXPECT_EQ(ended.status, kShouldFailed) << ended.output;
+  EXPECT_THAT(ended.output, HasSubstr(citation("loopback")));
 }
 
 TEST(SysmgrConformance, OnlyAsksUnlessItMayWrite) {
@@ -309,7 +331,7 @@ TEST(SysmgrConformance, FindsADaemonThatAnswersAnEmptyObject) {
 struct Planted {
   const char* fault;
   const char* rule;
-  bool needsRestart = false;
+  enum class Needs { kNothing, kReset, kRestart } needs = Needs::kNothing;
 
   friend std::ostream& operator<<(std::ostream& out, const Planted& planted) { return out << planted.fault; }
 };
@@ -322,7 +344,9 @@ TEST_P(SysmgrConformanceOnAPlantedFault, CitesTheRule) {
                                folder.path() + "/state.json");
   ASSERT_EQ(std::system(daemon.command().c_str()), 0);
   std::vector<std::string> arguments = {"--write"};
-  if (GetParam().needsRestart) arguments.insert(arguments.end(), {"--restart-command", daemon.command()});
+  if (GetParam().needs == Planted::Needs::kReset) arguments.emplace_back("--allow-reset");
+  if (GetParam().needs == Planted::Needs::kRestart)
+    arguments.insert(arguments.end(), {"--restart-command", daemon.command()});
   const Ended ended = conformance(arguments);
   // Some faults keep the program from putting back what it has changed.
   EXPECT_TRUE(ended.status == kMustFailed || ended.status == kNotPutBack) << ended.output;
@@ -343,7 +367,12 @@ constexpr Planted kPlanted[] = {
     {"takes-all-commands", "unknown-command"},
     {"shortens-envelope", "envelope"},
     {"removes-by-address", "whitelist-missing"},
-    {"forgets-whitelist", "restart-keeps", true},
+    {"forgets-whitelist", "restart-keeps", Planted::Needs::kRestart},
+    {"forgets-interfaces", "restart-keeps", Planted::Needs::kRestart},
+    {"renumbers-on-reset", "reset-keeps", Planted::Needs::kReset},
+    {"counts-characters", "set-range"},
+    {"repeats-reboot", "healing-reboot"},
+    {"takes-short-addresses", "request-addresses"},
 };
 
 INSTANTIATE_TEST_SUITE_P(OfTheExample, SysmgrConformanceOnAPlantedFault, testing::ValuesIn(kPlanted),

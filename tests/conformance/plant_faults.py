@@ -18,8 +18,8 @@ FAULTS = [
     ("wraps-stored", "case 2: setKeys(body), published.emplace_back(1000, stored()); break;",
      'case 2:\n        setKeys(body);\n        published.emplace_back(1000, stored());\n'
      '        if (planted("wraps-stored")) published.back().second = wrapped(stored());\n        break;'),
-    ("publishes-before", "run(std::stoi(id), frames[1], answer, published);",
-     "run(std::stoi(id), frames[1], answer, published);\n"
+    ("publishes-before", "run(std::stoll(id), frames[1], answer, published);",
+     "run(std::stoll(id), frames[1], answer, published);\n"
      '      if (planted("publishes-before")) publishOld(before, published);'),
     ("replaces-block", "demandMembers(body[key], key, settings_[block]);",
      'demandMembers(body[key], key, settings_[block]);\n        if (planted("replaces-block")) resetBlock(block);'),
@@ -34,17 +34,32 @@ FAULTS = [
     ("takes-all-commands", "default: throw Refusal{-2,", 'default: if (!planted("takes-all-commands")) throw Refusal{-2,'),
     ("shortens-envelope", "frames.resize(envelope);",
      'frames.resize(envelope);\n'
-     '    if (planted("shortens-envelope") && envelope > 3) frames.erase(frames.begin() + 2);'),
+     '  if (planted("shortens-envelope") && envelope > 3) frames.erase(frames.begin() + 2);'),
     ("removes-by-address", "entry[\"mask\"] == given[\"mask\"]",
      '(planted("removes-by-address") || entry["mask"] == given["mask"])'),
     ("forgets-whitelist", "if (!text.empty()) state_ = parsed(text);",
      'const Value fresh = state_;\n    if (!text.empty()) state_ = parsed(text);\n'
      '    if (planted("forgets-whitelist")) state_["whitelist"] = fresh["whitelist"];'),
+    ("renumbers-on-reset", 'const Value serialNumber = state_["stored"].get("serial-number", "EX-000001");',
+     'const Value serialNumber = planted("renumbers-on-reset") && state_["stored"].isMember("serial-number")\n'
+     '        ? Value("EX-000002") : state_["stored"].get("serial-number", "EX-000001");'),
+    ("forgets-interfaces", "if (!text.empty()) state_ = parsed(text);",
+     'if (!text.empty()) state_ = parsed(text);\n'
+     '    if (planted("forgets-interfaces")) state_["interfaces"] = Value(Json::objectValue);'),
+    ("counts-characters", "const Value measure = isNumber ? value : Value(Json::Int64(text.size()));",
+     'const std::size_t size = planted("counts-characters") ? std::mbstowcs(nullptr, text.c_str(), 0) : text.size();\n'
+     '    const Value measure = isNumber ? value : Value(Json::Int64(size));'),
+    ("repeats-reboot", "publish(publisher, daemon.documents(text.substr(1)));",
+     '{\n    publish(publisher, daemon.documents(text.substr(1)));\n'
+     '    if (planted("repeats-reboot")) publish(publisher, {{1002, Value()}});\n  }'),
+    ("takes-short-addresses", "demand(inet_pton(AF_INET, text.asCString(), &address) == 1 &&",
+     'if (planted("takes-short-addresses") && inet_aton(text.asCString(), &address) != 0) return ntohl(address.s_addr);\n'
+     '  demand(inet_pton(AF_INET, text.asCString(), &address) == 1 &&'),
     # Not a fault: a REP socket in place of the ROUTER. It handles the envelope by itself.
     ("uses-rep", "requests(context, zmq::socket_type::router);",
      'requests(context, planted("uses-rep") ? zmq::socket_type::rep : zmq::socket_type::router);'),
     ("uses-rep", "if (envelope == 0 && frames.size() > 1", 'if (!planted("uses-rep") && envelope == 0 && frames.size() > 1'),
-    ("uses-rep", "if (envelope == 0) continue;", 'if (envelope == 0 && !planted("uses-rep")) continue;'),
+    ("uses-rep", "if (envelope == 0) return true;", 'if (envelope == 0 && !planted("uses-rep")) return true;'),
 ]
 
 HELPERS = """
