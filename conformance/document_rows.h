@@ -74,7 +74,7 @@ inline constexpr DocumentRow kDynamic[] = {
      "\"N/A\""},
     {"eth-basics[i]/sfp-info/present", "whether an SFP module is plugged in", Type::kBoolean},
     {"eth-basics[i]/sfp-info/rx_power", "optical power received", Type::kReal, Presence::kWhenSet, "dBm", "-1"},
-    {"eth-basics[i]/sfp-info/temperature", "temperature of the SFP module", Type::kReal, Presence::kWhenSet, "°C"},
+    {"eth-basics[i]/sfp-info/temperature", "temperature of the SFP module", Type::kReal, Presence::kWhenSet, "°C", "0"},
     {"eth-basics[i]/sfp-info/tx_power", "optical power sent", Type::kReal, Presence::kWhenSet, "dBm", "-1"},
     {"eth-basics[i]/sfp-info/wavelength", "wavelength", Type::kInteger, Presence::kWhenSet, "nm", "-1"},
     {"fan-speed/main", "speed of the main fan", Type::kInteger, Presence::kAlways, "1/min", "-1"},

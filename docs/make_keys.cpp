@@ -353,7 +353,8 @@ void deltaTable(const Samples<SysParameters>& samples) {
   std::printf(R"(
 ## Delta of the stored parameters
 
-`SysParameters::SerializeDelta` writes only the settings that differ from the factory values.
+`SysParameters::SerializeDelta` writes only the settings that differ from the factory values. A daemon never gets this document:
+no request has it.
 
 | key | left out when it is |
 |---|---|
@@ -460,7 +461,8 @@ int main() {
 rules are in [protocol.md](protocol.md). For each document there are two tables.
 
 "A daemon sends" is the norm. "required": "yes" means that the document always has the key, "when set" that it is left out
-where nothing is set, "no" that the daemon may leave it out. "not known, not set": what the daemon sends where it has no value.
+where nothing is set, "no" that the daemon may leave it out. "not known, not set": what the daemon sends where it has no value;
+where the column is empty, the daemon always has one.
 The texts of an enumeration are shown with their exact case. A unit is a "should": the readers show the number as it is.
 
 "A client's record does" is how the library reads the document, whatever the daemon. **The defaults there are those of a
@@ -484,7 +486,8 @@ ones, and keeps those that the document does not have; so an application reads e
   table(
       "Dynamic information",
       R"(Answer of command 1 under "dynamic", payload of topic 1001. No command sets these values, except "errors" (command 7).
-An empty list may be left out. The values of "sfp-info" except "present" are required where a module is present.)",
+An empty list may be left out. The values of "sfp-info" except "present" are required where a module is present, and may be
+left out where none is. A reader cannot tell a power of -1 dBm from one that is not known.)",
       samples(dynamic), &dynamicRows);
   const Rows modelRows = rowsOf(zel::conformance::rows::kBoardModel);
   table("Board model", R"(Answer of command 3 under "board-model". "module" is the FPGA bitstream that runs.)",

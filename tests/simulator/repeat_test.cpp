@@ -9,6 +9,8 @@
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/temporary_folder.h"
+#include "tests/support/descriptor_loop.h"
+#include "view/board_view.h"
 
 // A daemon that publishes the current document of a topic whenever a client subscribes to it: programs that follow the
 // notifications are up to date after its restart without a request.
@@ -84,6 +86,62 @@ TEST(RepeatOnSubscribe, BringsTheCacheUpToDateAfterARestart) {
   EXPECT_FALSE(follow(
       cfg, fds, [&] { return port() != 5004; }, std::chrono::milliseconds(200)));
   EXPECT_EQ(cfg.getMulticastWhiteList().size(), 3U);
+}
+
+zmq::socket_t followerOfAll(zmq::context_t& context) {
+  zmq::socket_t follower(context, zmq::socket_type::sub);
+  follower.set(zmq::sockopt::subscribe, "");
+  follower.connect(SysmgrPublisher::kEndpoint);
+  return follower;
+}
+
+TEST(RepeatOnSubscribe, TellsTheViewNothingWhenOthersSubscribe) {
+  const TemporaryFolder folder;
+  ChildProcess board = boardWithPort(folder, 5001, {"--repeat-on-subscribe"});
+  zmq::context_t context;
+  zel::BoardView view(context);
+  ASSERT_EQ(view.open(), 0);
+  // Until its own subscriptions are answered, too.
+  ASSERT_TRUE(zel::test::runUntil(
+      view, [&] { return view.state() == zel::BoardView::State::kLive && view.counters().notifications >= 3; }, kSoon));
+  zel::test::runUntil(
+      view, [] { return false; }, std::chrono::milliseconds(100));
+  const auto generation = view.generation();
+  const auto notifications = view.counters().notifications;
+  int changes = 0;
+  view.onChange([&](const zel::BoardChange&) { ++changes; });
+
+  const zmq::socket_t other = followerOfAll(context);
+  // 1000, 1001 and 1004 once more
+  EXPECT_TRUE(zel::test::runUntil(
+      view, [&] { return view.counters().notifications >= notifications + 3; }, kSoon));
+  zel::test::runUntil(
+      view, [] { return false; }, std::chrono::milliseconds(100));
+  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(view.generation(), generation);
+  EXPECT_EQ(view.state(), zel::BoardView::State::kLive);
+}
+
+TEST(RepeatOnSubscribe, TellsTheViewEachChangeOnceAfterARestart) {
+  const TemporaryFolder folder;
+  auto board = std::make_unique<ChildProcess>(boardWithPort(folder, 5001, {"--repeat-on-subscribe"}));
+  zmq::context_t context;
+  zel::BoardView view(context);
+  std::vector<unsigned int> ports;
+  view.onChange(zel::settings::kRtspTcpPort, [&](std::uint32_t, std::uint32_t now) { ports.push_back(now); });
+  ASSERT_EQ(view.open(), 0);
+  ASSERT_TRUE(zel::test::runUntil(
+      view, [&] { return view.state() == zel::BoardView::State::kLive; }, kSoon));
+  board.reset();
+  ASSERT_TRUE(zel::test::runUntil(
+      view, [&] { return view.state() == zel::BoardView::State::kStale; }, kSoon));
+  board = std::make_unique<ChildProcess>(boardWithPort(folder, 5002, {"--repeat-on-subscribe"}));
+  ASSERT_TRUE(zel::test::runUntil(
+      view, [&] { return view.state() == zel::BoardView::State::kLive; }, kSoon));
+  // The view asks, and the board repeats: each document comes in two ways.
+  zel::test::runUntil(
+      view, [] { return false; }, std::chrono::milliseconds(200));
+  EXPECT_EQ(ports, (std::vector<unsigned int>{5001, 5002}));
 }
 
 /// Counts what a subscriber is told.
