@@ -85,7 +85,10 @@ bool isQueryId(int id) {
 
 std::string shown(const std::string& text) {
   const std::string printable = escaped(text);
-  return printable.size() <= kMostShown ? printable : printable.substr(0, kMostShown) + "...";
+  if (printable.size() <= kMostShown) return printable;
+  std::size_t end = kMostShown;
+  while (end > 0 && (static_cast<unsigned char>(printable[end]) & 0xC0U) == 0x80U) --end;  // not within a character
+  return printable.substr(0, end) + "...";
 }
 
 std::string shown(const Json::Value& value) {

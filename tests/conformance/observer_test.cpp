@@ -18,6 +18,18 @@ using zel::conformance::Observer;
 constexpr int kGetStored = 0;
 constexpr int kSet = 2;
 
+/// So a finding can be in a JSON report, too.
+TEST(Shown, CutsBetweenCharacters) {
+  for (const std::string& begin : {std::string(), std::string("x")}) {
+    std::string text = begin;
+    while (text.size() < 1000) text += "\xc3\xa9";
+    const std::string shown = zel::conformance::shown(text);
+    EXPECT_LT(shown.size(), text.size());
+    Json::Value value;
+    EXPECT_EQ(zel::WireJsonReader().read("\"" + shown + "\"", value), "") << shown;
+  }
+}
+
 TEST(Observer, FindsEachBreachInAnAnswer) {
   struct Row {
     std::vector<std::string> frames;
