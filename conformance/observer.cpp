@@ -6,6 +6,7 @@
 #include "client/commands.h"
 #include "common/envelope.h"
 #include "common/shared/escape.h"
+#include "common/shared/utf8.h"
 #include "common/status.h"
 #include "conformance/documents.h"
 
@@ -83,13 +84,7 @@ bool isQueryId(int id) {
   return kQueries.count(id) > 0;
 }
 
-std::string shown(const std::string& text) {
-  const std::string printable = escaped(text);
-  if (printable.size() <= kMostShown) return printable;
-  std::size_t end = kMostShown;
-  while (end > 0 && (static_cast<unsigned char>(printable[end]) & 0xC0U) == 0x80U) --end;  // not within a character
-  return printable.substr(0, end) + "...";
-}
+std::string shown(const std::string& text) { return shortened(escaped(text), kMostShown); }
 
 std::string shown(const Json::Value& value) {
   std::string text;

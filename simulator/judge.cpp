@@ -5,6 +5,7 @@
 
 #include "common/ip_address.h"
 #include "common/shared/format_text.h"
+#include "common/shared/utf8.h"
 #include "common/shared/wire_json.h"
 
 namespace zel::sim {
@@ -12,13 +13,6 @@ namespace zel::sim {
 namespace {
 
 constexpr std::size_t kMostShown = 160;
-
-std::string cut(std::string text) {
-  if (text.size() <= kMostShown) return text;
-  std::size_t end = kMostShown;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;  // not within a character
-  return text.substr(0, end) + "...";
-}
 
 std::string is(const std::string& name, const Json::Value& value) { return "\"" + name + "\" is " + shown(value); }
 
@@ -65,13 +59,13 @@ Refusal judgeChoice(const std::string& name, const Json::Value& value, const Set
 std::string shown(const Json::Value& value) {
   std::string text;
   const std::string why = writeWireJson(value, text);
-  return why.empty() ? cut(std::move(text)) : "a value that cannot be shown: " + why;
+  return why.empty() ? shortened(std::move(text), kMostShown) : "a value that cannot be shown: " + why;
 }
 
 std::string shownBytes(std::string_view bytes) {
   std::string text;
   for (const char byte : bytes.substr(0, kMostShown + 1)) text += byte >= ' ' && byte <= '~' ? byte : '?';
-  return cut(std::move(text));
+  return shortened(std::move(text), kMostShown);
 }
 
 Refusal wrongType(const std::string& name, const Json::Value& value, const char* wanted) {

@@ -52,4 +52,11 @@ bool isUtf8(std::string_view text) {
   }
 }
 
+std::string shortened(std::string text, std::size_t most) {
+  if (text.size() <= most) return text;
+  const auto isInside = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U; };
+  while (most > 0 && isInside(text[most])) --most;
+  return text.replace(most, std::string::npos, "...");
+}
+
 }  // namespace zel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 // By hand rather than by simdjson, which is destroyed when the process ends, while other threads still log and send.
@@ -17,5 +18,8 @@ CodePoint firstCodePoint(std::string_view text);
 
 /// Whether the whole text is UTF-8, as RFC 3629 has it.
 bool isUtf8(std::string_view text);
+
+/// A UTF-8 text for people: one that is longer than so many bytes is cut between two characters, and "..." follows.
+std::string shortened(std::string text, std::size_t most);
 
 }  // namespace zel

@@ -8,6 +8,7 @@
 
 using zel::firstCodePoint;
 using zel::isUtf8;
+using zel::shortened;
 
 TEST(Utf8, KnowsTheFirstAndTheLastOfEveryLength) {
   const std::pair<const char*, char32_t> rows[] = {
@@ -56,3 +57,12 @@ TEST(Utf8, AgreesWithSimdjson) {
 }
 
 TEST(Utf8, TakesAnEmptyText) { EXPECT_TRUE(isUtf8("")); }
+
+TEST(Utf8, IsShortenedBetweenCharacters) {
+  EXPECT_EQ(shortened("", 3), "");
+  EXPECT_EQ(shortened("abc", 3), "abc");
+  EXPECT_EQ(shortened("abcd", 3), "abc...");
+  EXPECT_EQ(shortened("a\xc3\xa9\xc3\xa9", 4), "a\xc3\xa9...");
+  EXPECT_EQ(shortened("a\xc3\xa9\xc3\xa9", 3), "a\xc3\xa9...");
+  EXPECT_EQ(shortened("\xf0\x90\x80\x80", 3), "...");
+}
