@@ -199,7 +199,13 @@ class ZEL_EXPORT BoardView {
   /// The completion runs when the view holds the daemon's answer: the notification of the change, or a fetch if none
   /// comes. So inside the completion and after it the view never shows the value from before. Status codes as those of
   /// `AsyncClient`; a refusal carries the daemon's text. -103 is also the status of a change that was carried out and
-  /// could not be read back within the time-out.
+  /// could not be read back within the time-out. Completions of changes of one document that the daemon has carried out
+  /// run in the order of those changes. Where the view held the value before the change, and where no notification
+  /// comes within 20 ms of the answer, the document is fetched. A notification that comes later than that and was
+  /// published before the change can show an older value for a moment, until the one of the change comes.
+  ///
+  /// These operations return the id of the request, 0 where nothing was submitted: before `open`, and where
+  /// `AsyncClient::submit` returns 0. Its completion does not run then.
   /// @{
   template <class T>
   AsyncClient::Id set(const Setting<T>& row, const std::common_type_t<T>& value, Written completion = {},

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,9 +19,6 @@ namespace {
 
 /// How many completions one call of `process` runs at most.
 constexpr std::size_t kShare = 32;
-
-/// A longer time-out is cut to this: far more than anybody waits, and the clock can count it.
-constexpr std::chrono::milliseconds kLongestTimeout{std::numeric_limits<int>::max()};
 
 constexpr const char* kEnding = "the process is ending.";
 constexpr const char* kNoMemory = "there is not enough memory to read it";
@@ -59,7 +55,7 @@ class AsyncClient::State final : public RequestConnection {
             std::chrono::milliseconds timeout) {
     const Use use(*this);
     if (mayNotWork(use)) return 0;
-    timeout = timeout > std::chrono::milliseconds::zero() ? std::min(timeout, kLongestTimeout) : kDefaultTimeout;
+    timeout = timeout > std::chrono::milliseconds::zero() ? std::min(timeout, kLongestTime) : kDefaultTimeout;
     const Id id = ++lastId_;
     Waiting request{command, std::to_string(command), {}, timeout, Clock::now() + timeout, std::move(complete)};
     if (!use) {

@@ -16,6 +16,10 @@ bool setOption(void* socket, const SocketOption& option) {
 }
 
 int connect(void* socket, const std::string& address) {
+  if (address.find('\0') != std::string::npos) {  // libzmq would read up to it
+    errno = EINVAL;
+    return -1;
+  }
   return despiteSignals([&] { return zmq_connect(socket, address.c_str()); });
 }
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <zmq.hpp>
@@ -11,6 +12,9 @@
 namespace zel {
 
 using Clock = std::chrono::steady_clock;
+
+/// A longer time is cut to this: far more than anybody waits, and the clock can count it.
+constexpr std::chrono::milliseconds kLongestTime{std::numeric_limits<int>::max()};
 
 /// One option that is set before a socket connects. Integers, but for the size limit, which libzmq wants wider.
 struct SocketOption {

@@ -432,6 +432,51 @@ TEST_F(BoardViewWrite, IsCompletedByAFetchWhenNoNotificationComes) {
   EXPECT_EQ(board.asked().size(), 6u);
 }
 
+/// The board has another value by now, whose notification is on the way; that of an unrelated change comes first.
+TEST_F(BoardViewWrite, IsNotCompletedByAValueThatTheViewHeldBefore) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  run(milliseconds(400));  // each document is looked at once more
+  board.set(FakeBoard::kStored, storedWithPort(6000));
+  board.daemon.onRequest([&](const zel::test::Request& request) -> std::vector<zel::test::Answer> {
+    if (request.id != "2") return {board.answer(request)};
+    board.publisher.publish("1000", R"({"rtsp": {"tcp-port": 5000}, "slp": {"enable": false}})");
+    board.set(FakeBoard::kStored, storedWithPort(5000));
+    return {"{}"};
+  });
+  bool isLate = true;
+  std::vector<unsigned int> later;
+  view->set(settings::kRtspTcpPort, 5000, [&](const zel::Answer<void>&) {
+    EXPECT_FALSE(isLate);
+    view->onChange(settings::kRtspTcpPort, [&](unsigned int, unsigned int now) { later.push_back(now); });
+  });
+  run(milliseconds(10));
+  isLate = false;
+  board.publisher.publish("1000", storedWithPort(6000));
+  board.publisher.publish("1000", storedWithPort(5000));
+  run(milliseconds(100));
+  EXPECT_THAT(later, IsEmpty());
+}
+
+TEST_F(BoardViewWrite, AreCompletedInTheirOrderWhereOnlyTheLastNotificationIsRead) {
+  Board board;
+  board.carryOutSets(true);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<int> order;
+  for (const int number : {1, 2, 3}) {
+    view->set(settings::kRtspTcpPort, 6000U + static_cast<unsigned int>(number),
+              [&order, number](const zel::Answer<void>&) { order.push_back(number); });
+  }
+  while (order.empty()) {
+    std::this_thread::sleep_for(milliseconds(3));
+    view->process();
+  }
+  ASSERT_TRUE(runUntil([&] { return order.size() == 3; }));
+  EXPECT_THAT(order, ElementsAre(1, 2, 3));
+}
+
 /// The notification of an earlier change comes while the document is fetched, and the one of the write does not come.
 TEST_F(BoardViewWrite, IsNotCompletedByANotificationFromBefore) {
   Board board;
@@ -714,8 +759,57 @@ TEST_F(BoardViewTest, AsksADaemonThatRefusesAQueryTwiceASecondAtMost) {
 }
 
 TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {
-  BoardView nowhere(context, "nowhere", "nowhere");
-  EXPECT_EQ(nowhere.open(), -101);
+  const std::string good = "tcp://127.0.0.1:5575";
+  const std::pair<std::string, std::string> endpoints[] = {{"nowhere", "nowhere"},
+                                                           {good, "nowhere"},
+                                                           {"nowhere", good},
+                                                           {good, std::string("tcp://127.0.0.1:5\0"
+                                                                              "575",
+                                                                              21)}};
+  for (const auto& [requests, notifications] : endpoints) {
+    BoardView nowhere(context, requests, notifications);
+    EXPECT_EQ(nowhere.open(), -101) << requests << " " << notifications;
+    EXPECT_EQ(nowhere.set(settings::kRtspTcpPort, 5004), 0u);
+    EXPECT_FALSE(zel::test::isReadable(nowhere, milliseconds(50)));
+  }
+}
+
+TEST_F(BoardViewTest, SubmitsNothingBeforeItIsOpen) {
+  EXPECT_EQ(view->set(settings::kRtspTcpPort, 5004, [](const auto&) { FAIL(); }), 0u);
+  EXPECT_FALSE(isReadable(milliseconds(50)));
+}
+
+TEST_F(BoardViewTest, CutsTimesThatTheClockCannotCount) {
+  Board board;
+  board.carryOutSets(false);
+  view->setProbe(milliseconds::max(), milliseconds::max());
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  int status = 1;
+  view->change(
+      zel::requests::set(settings::kRtspTcpPort, 5004), Document::kStored,
+      [&](const zel::Answer<void>& answer) { status = answer.status; }, milliseconds::max());
+  ASSERT_TRUE(runUntil([&] { return status != 1; }));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(port(), 5004u);
+  run(milliseconds(400));
+  EXPECT_EQ(board.asked().size(), 10u) << "4, 4 once more, the change, its fetch";
+}
+
+/// A loop that is slower than the window in which notifications are counted.
+TEST_F(BoardViewTest, NoticesAFullQueueHoweverSlowTheLoopIs) {
+  Board board;
+  view->setProbe(milliseconds(0));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  for (unsigned int i = 0; i < 6000; ++i) board.change(10000 + i);
+  const auto isKnown = [&] {
+    if (view->counters().overflows == 0) std::this_thread::sleep_for(milliseconds(150));
+    return port() == 15999;
+  };
+  ASSERT_TRUE(runUntil(isKnown));
+  EXPECT_EQ(view->counters().overflows, 1u);
+  ASSERT_TRUE(runUntilLive());
 }
 
 }  // namespace

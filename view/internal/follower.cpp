@@ -9,6 +9,7 @@
 #include "client/commands.h"
 #include "common/shared/format_text.h"
 #include "common/shared/json_form.h"
+#include "common/shared/request_connection.h"
 #include "common/status.h"
 #include "subscriber/sysmgr_subscriber.h"
 
@@ -35,7 +36,8 @@ constexpr auto kCertainSubscribeTime = 250ms;
 constexpr auto kRetryInterval = 100ms;
 constexpr auto kRefusedInterval = 1s;
 
-/// So many notifications within the window may have filled a queue, here or at the publisher: both hold 1000.
+/// So many notifications within the window, or without a moment in which none waited, may have filled a queue, here or
+/// at the publisher: both hold 1000.
 constexpr unsigned int kFullQueue = 900;
 constexpr auto kWindow = 100ms;
 /// The end of a burst that may have filled a queue: so long without a notification, or so long after its beginning.
@@ -170,6 +172,9 @@ void BoardView::Follower::destroy() {
 
 int BoardView::Follower::start() {
   if (isStarted_) return status::kOk;
+  // The clients report an address that is not valid with each request only.
+  RequestConnection trial;
+  if (!trial.open(context_, requests_).empty()) return status::kCannotConnect;
   if (!openNow(notifications_, allTopics())) return status::kCannotConnect;
   isStarted_ = true;
   heard();
@@ -179,8 +184,8 @@ int BoardView::Follower::start() {
 }
 
 void BoardView::Follower::setProbe(std::chrono::milliseconds interval, std::chrono::milliseconds timeout) {
-  probeInterval_ = interval;
-  probeTimeout_ = timeout > 0ms ? timeout : 1s;
+  probeInterval_ = std::min(interval, kLongestTime);
+  probeTimeout_ = timeout > 0ms ? std::min(timeout, kLongestTime) : 1s;
   wakeUp_.now();
 }
 
@@ -211,7 +216,10 @@ void BoardView::Follower::takeIn() {
   for (int taken = 0; taken < kShareOfNotifications; ++taken) {
     Frame payload;
     const std::optional<int> result = socket() == nullptr ? std::nullopt : take(topic, payload);
-    if (!result) break;
+    if (!result) {
+      isDrained_ = true;
+      break;
+    }
     noteNotification(topic, *result, *result == status::kOk ? payload.text() : std::string_view());
   }
   tendLink(true);
@@ -243,7 +251,7 @@ void BoardView::Follower::noteNotification(const std::string& topic, int error, 
   heard();
   ++counters_.notifications;
   lastNotification_ = lastHeard_;
-  if (lastHeard_ - windowStart_ > kWindow) {
+  if (std::exchange(isDrained_, false) && lastHeard_ - windowStart_ > kWindow) {
     windowStart_ = lastHeard_;
     inWindow_ = 0;
   }
@@ -349,6 +357,7 @@ bool BoardView::Follower::takeFetched(Document document) {
 void BoardView::Follower::refuse(Document document) {
   ++counters_.malformed;
   entry(document).unreadable = true;
+  outdate(entry(document));  // a fetch that is under way may have been answered before
   fetch(document);
 }
 
@@ -366,6 +375,7 @@ void BoardView::Follower::accept(Document document, Json::Value&& told) {
   } catch (const Json::Exception& wrongType) {
     ++counters_.wrongTypes;
     about.unreadable = true;
+    outdate(about);
     retryAt_ = Clock::now() + std::max<Clock::duration>(probeInterval_, kRefusedInterval);
     return tell(&Listeners::wrongType, document, std::string(wrongType.what()));
   }
@@ -436,10 +446,13 @@ void BoardView::Follower::fetchAll() {
 
 /// Has the view stale until everything is fetched again.
 void BoardView::Follower::outdateAll() {
-  for (Known& each : known_) {
-    each.isCurrent = false;
-    each.outdatedFetches = each.fetches;
-  }
+  for (Known& each : known_) outdate(each);
+}
+
+/// What was fetched so far, or is being fetched, does not make the view live.
+void BoardView::Follower::outdate(Known& about) {
+  about.isCurrent = false;
+  about.outdatedFetches = about.fetches;
 }
 
 void BoardView::Follower::count(int status) {
@@ -511,8 +524,10 @@ void BoardView::Follower::probe() {
 
 AsyncClient::Id BoardView::Follower::change(const Request<void>& request, Document document, Holds holds,
                                             Written completion, std::chrono::milliseconds timeout) {
-  if (timeout <= 0ms) timeout = AsyncClient::kDefaultTimeout;
+  if (!isStarted_) return 0;
+  timeout = timeout > 0ms ? std::min(timeout, kLongestTime) : AsyncClient::kDefaultTimeout;
   const auto write = writes_.emplace(writes_.end());
+  write->mayHoldByChance = holds && holds(records_);
   write->document = document;
   write->holds = std::move(holds);
   write->completion = std::move(completion);
@@ -545,7 +560,7 @@ bool BoardView::Follower::finishWrite() {
   for (auto write = writes_.begin(); write != writes_.end(); ++write) {
     if (!write->answeredAt) continue;
     Answer<void> answer;
-    if (!isShown(*write)) {
+    if (!isShown(*write) && !isOvertaken(write)) {
       fetchWhereNoNotificationCame(*write);
       if (Clock::now() < write->deadline) continue;
       answer.status = status::kNoAnswer;
@@ -562,7 +577,16 @@ bool BoardView::Follower::finishWrite() {
 bool BoardView::Follower::isShown(const Write& write) const {
   const Known& about = known(write.document);
   if (write.fetchWanted != 0 && about.countedFetches >= write.fetchWanted) return true;
-  return write.holds && about.applied > write.notifiedBefore && write.holds(records_);
+  return write.holds && !write.mayHoldByChance && about.applied > write.notifiedBefore && write.holds(records_);
+}
+
+/// Whether the view shows a write that the daemon has carried out behind this one: where the notifications of both
+/// wait, only that of the later one is read.
+bool BoardView::Follower::isOvertaken(std::list<Write>::const_iterator write) const {
+  const auto isLaterAndShown = [&](const Write& later) {
+    return later.document == write->document && later.answeredAt && isShown(later);
+  };
+  return std::any_of(std::next(write), writes_.end(), isLaterAndShown);
 }
 
 void BoardView::Follower::fetchWhereNoNotificationCame(Write& write) {

@@ -92,6 +92,7 @@ class BoardView::Follower final : public Subscription {
     std::chrono::milliseconds timeout;
     Clock::time_point deadline;
     std::uint64_t notifiedBefore = 0;
+    bool mayHoldByChance = false;                 ///< the records held the value before: only a fetch can tell
     std::optional<Clock::time_point> answeredAt;  ///< the daemon has carried it out
     std::uint64_t fetchWanted = 0;                ///< the fetch that shows it; 0: none yet
   };
@@ -109,6 +110,7 @@ class BoardView::Follower final : public Subscription {
   bool takeFetched(Document document);
   bool finishWrite();
   bool isShown(const Write& write) const;
+  bool isOvertaken(std::list<Write>::const_iterator write) const;
   void fetchWhereNoNotificationCame(Write& write);
   void doWhatIsDue();
   void renewAfterOverflow();
@@ -123,6 +125,7 @@ class BoardView::Follower final : public Subscription {
   void fetchAll();
   void makeFetcher();
   void outdateAll();
+  static void outdate(Known& about);
   void count(int status);
   void heard();
 
@@ -161,6 +164,7 @@ class BoardView::Follower final : public Subscription {
 
   Clock::time_point windowStart_;
   unsigned int inWindow_ = 0;  ///< notifications since then
+  bool isDrained_ = true;      ///< none waited when they were taken the last time
   std::optional<Clock::time_point> overflowedAt_;
   Clock::time_point lastNotification_;
 
