@@ -6,8 +6,10 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/simulator/board_process.h"
@@ -74,6 +76,33 @@ class Trace {
     ends_[1] = -1;
   }
   std::array<int, 2> ends_{};
+};
+
+/// A terminal at which nobody sits: what a test types there has the effect that it has for a person.
+class Terminal {
+ public:
+  Terminal() : keyboard_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    EXPECT_TRUE(keyboard_ >= 0 && grantpt(keyboard_) == 0 && unlockpt(keyboard_) == 0);
+  }
+  ~Terminal() { hangUp(); }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  /// The command with this as its controlling terminal and its standard input, in the foreground.
+  Words inFrontOf(const Words& command) const {
+    const Words attach = {"sh", "-c", "exec setsid --ctty \"$@\" <\"$0\"", ptsname(keyboard_)};
+    return attach + command;
+  }
+  void type(const std::string& keys) const {
+    EXPECT_EQ(write(keyboard_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  void hangUp() {
+    if (keyboard_ >= 0) close(keyboard_);
+    keyboard_ = -1;
+  }
+
+ private:
+  int keyboard_;
 };
 
 /// The process that watches the command of `sysmgr-sim run`: its only child.
@@ -159,6 +188,61 @@ TEST_P(SysmgrSimRun, EndsWhatTheCommandLeavesBehind) {
   Trace trace;
   const Ended ended = toItsEnd(as(runs(shell(kFamily + "exit 5"))));
   EXPECT_EQ(ended.status, 5);
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, LetsCtrlCReachTheCommandOnce) {
+  const std::string kCounts = R"sh(exec python3 -c "
+import os, select, signal, sys, time
+signals, write = os.pipe2(os.O_NONBLOCK)
+signal.set_wakeup_fd(write)
+signal.signal(signal.SIGINT, lambda *_: None)
+print('ready', flush=True)
+select.select([signals], [], [])
+time.sleep(0.2)
+print('got', len(os.read(signals, 9)))
+sys.exit(3)")sh";
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {kCounts, 3, "ready\ngot 1\n"},
+      {"echo ready; exec sleep 1000", 128 + SIGINT, "ready\n"},  // dash may lose it while it starts a program
+      {"trap '' INT; echo ready; sleep 0.3; exit 4", 4, "ready\n"},
+  };
+  for (const auto& [script, status, output] : kRows) {
+    const Terminal terminal;
+    Trace trace;
+    ChildProcess process =
+        ChildProcess::run(terminal.inFrontOf(as(runs(shell("setsid sleep 1000 & sleep 1000 & " + script)))));
+    ASSERT_TRUE(process.waitForOutput("ready\n")) << process.errors();
+    terminal.type("\x03");
+    EXPECT_EQ(process.wait(), status) << script;
+    EXPECT_EQ(process.output(), output);
+    EXPECT_THAT(process.errors(), IsEmpty());
+    EXPECT_TRUE(trace.isGone());
+  }
+}
+
+TEST_P(SysmgrSimRun, LeavesTheTerminalToAnInteractiveShell) {
+  const Terminal terminal;
+  Trace trace;
+  ChildProcess process = ChildProcess::run(terminal.inFrontOf(as(runs({"bash", "--norc", "-i"}))));
+  terminal.type("sleep 1000 & echo ready\n");
+  ASSERT_TRUE(process.waitForOutput("ready\n")) << process.errors();
+  terminal.type("(echo asleep; exec sleep 1000)\n");
+  ASSERT_TRUE(process.waitForOutput("asleep\n"));
+  terminal.type("\x03");  // ends that, and neither the shell nor the board
+  terminal.type(std::string(ZEL_SYSMGRCTL) + " get model model; exit 4\n");
+  EXPECT_EQ(process.wait(), 4) << process.errors();
+  EXPECT_EQ(process.output(), "ready\nasleep\n\nORVEN_AES67\n");
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, LeavesNothingWhenTheTerminalIsGone) {
+  Terminal terminal;
+  Trace trace;
+  ChildProcess process = ChildProcess::run(terminal.inFrontOf(as(runs(shell(kFamily + "sleep 1000")))));
+  ASSERT_TRUE(process.waitForOutput("ready\n"));
+  terminal.hangUp();
+  EXPECT_TRUE(process.wait().has_value());
   EXPECT_TRUE(trace.isGone());
 }
 
