@@ -6,7 +6,10 @@
 # BOARD           options of sysmgr-sim: --model ZIRC --fault-rule "do=late command=2"
 # SHARED_NETWORK  where the system allows no private network: the board takes the ports of the machine, and such tests run
 #                 one after the other
-# ZEL_SYSMGR_SIM  a variable: the program sysmgr-sim
+#
+# Variables, for cmake -D:
+# ZEL_SYSMGR_SIM                  the program sysmgr-sim
+# ZEL_SYSMGR_TEST_SHARED_NETWORK  ON: every such test is as with SHARED_NETWORK
 function(zel_sysmgr_test)
   cmake_parse_arguments(PARSE_ARGV 0 arg "SHARED_NETWORK" "NAME" "BOARD;COMMAND")
   if(NOT arg_NAME OR NOT arg_COMMAND OR arg_UNPARSED_ARGUMENTS)
@@ -20,11 +23,11 @@ function(zel_sysmgr_test)
     set(program "$<TARGET_FILE:${program}>")
   endif()
   set(network "")
-  if(arg_SHARED_NETWORK)
+  if(arg_SHARED_NETWORK OR ZEL_SYSMGR_TEST_SHARED_NETWORK)
     set(network --shared-network)
   endif()
   add_test(NAME "${arg_NAME}" COMMAND "${ZEL_SYSMGR_SIM}" run ${network} ${arg_BOARD} -- "${program}" ${arg_COMMAND})
-  if(arg_SHARED_NETWORK)
+  if(network)
     set_tests_properties("${arg_NAME}" PROPERTIES RESOURCE_LOCK sysmgr-ports)
   endif()
 endfunction()

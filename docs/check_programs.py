@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """Compares the programs in a page with the files that they are: check_programs.py PAGE ROOT
 
-A program stands in the page between ```cpp or ```cmake fences, behind a line <!-- PATH --> that names its file."""
+A program, or another file that the reader shall have, is a block of the page behind a line <!-- PATH --> that names it."""
 
 import pathlib
 import re
 import sys
 
 page, root = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-programs = re.findall(r"<!-- (\S+) -->\n```(?:cpp|cmake)\n(.*?)```\n", page.read_text(), re.DOTALL)
+programs = re.findall(r"<!-- (\S+) -->\n```\w+\n(.*?)```\n", page.read_text(), re.DOTALL)
 if not programs:
     sys.exit(f"{page.name} shows no program")
 wrong = [path for path, text in programs if (root / path).read_text() != text]

@@ -18,6 +18,34 @@ write_your_program() {
   readme_block "$1" sh pkg-config | grep '^g++ ' >"$2/readme-pkg-config.sh"
 }
 
+# write_page_files PAGE FOLDER: writes the files that the page shows, each in a block behind a line <!-- PATH -->.
+write_page_files() {
+  mkdir -p "$2"
+  awk -v folder="$2" '
+    /^<!-- .+ -->$/ { name = $2; sub(/.*\//, "", name); next }
+    /^```/ { inside = !inside; if (!inside) name = ""; next }
+    inside && name != "" { print >(folder "/" name) }
+    !inside { name = "" }' "$1"
+}
+
+# page_commands PAGE FROM TO: the lines of the ```sh blocks from the first line of the page that matches FROM to the next
+# one that matches TO.
+page_commands() {
+  awk -v from="$2" -v to="$3" '
+    !wanted && $0 ~ from { wanted = 1 }
+    wanted && $0 ~ to { exit }
+    /^```/ { inside = !inside && $0 == "```sh"; next }
+    wanted && inside' "$1"
+}
+
+# in_container COMMAND...: where a process without a capability may make no namespace.
+in_container() {
+  unshare --user --map-root-user sh -ec '
+    for kind in user net; do echo 0 >/proc/sys/user/max_${kind}_namespaces; done
+    exec setpriv --bounding-set=-all --inh-caps=-all --no-new-privs "$@"
+  ' sh "$@"
+}
+
 # in_private_network COMMAND...: runs it where the loopback interface is the only one and no other daemon listens.
 in_private_network() {
   local as_root=()
