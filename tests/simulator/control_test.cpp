@@ -424,7 +424,7 @@ TEST_F(ToldBoard, OutlivesEveryKindOfClient) {
 
 TEST_F(ToldBoard, LeavesTheMostSilentOfTooManyClients) {
   std::vector<std::unique_ptr<LooseClient>> halfOpen;
-  for (std::size_t i = 0; i < 3 * zel::sim::ControlSocket::kMostClients; ++i) {
+  for (int i = 0; i < 100; ++i) {
     halfOpen.push_back(std::make_unique<LooseClient>(path()));
     halfOpen.back()->send("sto");
   }
