@@ -1,15 +1,16 @@
 #!/usr/bin/env python3
 """Checks that what the pages name exists: check_pages.py ROOT
 
-A path is named where a page has a folder of this tree, a slash and more: scripts/check, `types/*.h`. A relative link
-names a file beside the page, and may name a heading in it. The tables of statuses have those of common/status.h."""
+A path is named where a page, or a picture, has a folder of this tree, a slash and more: scripts/check, `types/*.h`. A relative
+link names a file beside the page, and may name a heading in it. A picture has a text for those who cannot see it, in one
+line, or else Doxygen does not show the picture. The tables of statuses have those of common/status.h."""
 
 import pathlib
 import re
 import sys
 
 root = pathlib.Path(sys.argv[1]).resolve()
-pages = sorted([*root.glob("*.md"), *root.glob("docs/*.md"), *root.glob("docs/*.dox"), *root.glob("docs/man/*")])
+pages = sorted([*root.glob("*.md"), *root.glob("docs/*.md"), *root.glob("docs/*.dox"), *root.glob("docs/*.svg"), *root.glob("docs/man/*")])
 folders = "|".join(re.escape(entry.name) for entry in root.iterdir() if entry.is_dir() and entry.name != "build")
 named_path = re.compile(rf"(?<![\w./<>-])(?:{folders})/[\w./*-]*")
 link = re.compile(r"\]\((?!\w+:)([^)#\s]*)(?:#([^)\s]*))?\)")
@@ -37,6 +38,9 @@ def missing_in(page):
             yield f"the link to {path} leads nowhere"
         elif anchor and anchor not in anchors(target):
             yield f"{target.name} has no heading #{anchor}"
+    for picture in re.findall(r"!\[(?!`).*", text_of(page)):
+        if not re.match(r"!\[[^\]]+\]\(\S+\)", picture):
+            yield f"a picture has no text, or not in one line: {picture}"
 
 
 def wrong_statuses(page):
