@@ -52,6 +52,7 @@ struct Address {
     size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
   }
   const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&un); }
+  std::string text() const { return "@" + std::string(un.sun_path + 1, size - offsetof(sockaddr_un, sun_path) - 1); }
 
   sockaddr_un un{};
   socklen_t size = 0;
@@ -73,6 +74,17 @@ bool mayDecide(int socket) {
   socklen_t size = sizeof peer;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
   return peer.uid == 0 || peer.uid == geteuid();
+}
+
+/// Connects to the guardian. Any local process may take the name first, so the user behind it is looked at; root, who
+/// may decide for every user, takes any.
+/// @return whether there is one
+bool connectToGuardian(const Descriptor& socket) {
+  const Address address;
+  if (connect(socket.number(), address.get(), address.size) != 0) return false;
+  if (geteuid() == 0 || mayDecide(socket.number())) return true;
+  throw Failure(Exit::kOther, "a process of another user has the name of the guardian, " + address.text(),
+                "ss(8) shows which: ss -xlp | grep sysmgrctl-confirm");
 }
 
 // --- the file of the guardian
@@ -270,6 +282,7 @@ void startGuardian(const Configuration& old, double seconds) {
   const std::string answer = readAll(own.number());
   if (answer == kReady) return;
   if (answer == kBusy) {
+    connectToGuardian(openSocket());
     throw Failure(Exit::kOther, "an earlier change waits for its confirmation",
                   "'sysmgrctl confirm' keeps it, 'sysmgrctl confirm --undo' brings the old values back");
   }
@@ -279,8 +292,7 @@ void startGuardian(const Configuration& old, double seconds) {
 
 void tellGuardian(Verdict verdict) {
   const Descriptor socket = openSocket();
-  const Address address;
-  if (connect(socket.number(), address.get(), address.size) != 0) {
+  if (!connectToGuardian(socket)) {
     const std::string file = leftFile();
     throw Failure(Exit::kNotFound, "no change waits for its confirmation",
                   file.empty() ? "" : "old values of a change whose guardian was killed are in " + file);
