@@ -171,13 +171,15 @@ TEST_P(SysmgrSimRun, KeepsABoardOutsideApart) {
 
 TEST_P(SysmgrSimRun, PassesSignalsOn) {
   for (const auto& [number, name] : {std::pair(SIGINT, "INT"), std::pair(SIGTERM, "TERM")}) {
-    const std::string script =
-        std::string("trap 'echo got ") + name + "; exit 3' " + name + "; echo ready; " + "while :; do sleep 0.05; done";
+    const std::string script = std::string("setsid sleep 1000 & trap 'echo got ") + name + "; exit 3' " + name +
+                               "; echo ready; while :; do sleep 0.05; done";
+    Trace trace;
     ChildProcess process = ChildProcess::run(as(runs(shell(script))));
     ASSERT_TRUE(process.waitForOutput("ready\n"));
     process.signal(number);
     EXPECT_EQ(process.wait(), 3);
     EXPECT_EQ(process.output(), std::string("ready\ngot ") + name + "\n");
+    EXPECT_TRUE(trace.isGone());
   }
 }
 
