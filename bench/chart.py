@@ -11,7 +11,11 @@ from xml.sax.saxutils import escape
 
 STYLE = """
     svg { color: #1f2328; }
-    @media (prefers-color-scheme: dark) { svg { color: #e6edf3; } }
+    .ground { fill: #ffffff; }
+    @media (prefers-color-scheme: dark) {
+      svg { color: #e6edf3; }
+      .ground { fill: #0d1117; }
+    }
 """
 BAR, LINE = "#2f81f7", "#d1242f"  # to be seen on white and on black
 
@@ -22,7 +26,7 @@ set xrange [0:1.45]
 set ytics nomirror scale 0 ({tics})
 set xtics out nomirror 0,0.2,1
 set xlabel 'median time; 1: the same work on bare libzmq and JsonCpp'
-set lmargin at screen 0.38
+set lmargin at screen 0.4
 set rmargin at screen 0.98
 set border 1
 unset key
@@ -60,6 +64,7 @@ def drawn(rows):
     svg = subprocess.run(["gnuplot"], input=plot, capture_output=True, text=True, check=True).stdout
     svg = re.sub(r"<title>.*</desc>", "", svg, flags=re.DOTALL)
     svg = re.sub(r"rgb\(\s*0,\s*0,\s*0\)|black", "currentColor", svg)
+    svg = svg.replace('fill="none"/>', 'rx="8" class="ground"/>', 1)  # the canvas
     head = (f'<title id="title">Time of the library beside bare libzmq and JsonCpp</title>\n<desc id="figures">\n'
             f"{escape(description(rows))}\n</desc>\n<style>{STYLE}</style>\n")
     svg = re.sub(r"(<svg [^>]*)>", r'\1 role="img" aria-labelledby="title figures">' + "\n" + head, svg, count=1)
