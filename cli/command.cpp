@@ -273,7 +273,8 @@ const std::vector<Command>& commands() {
         {"--timeout", "SECONDS", "end after this time"},
         {"--time", nullptr, "begin each line with the time"},
         {"--exec", "COMMAND", "run this command in a shell for each line"}},
-       "Each line is a change: the document, the key, the old and the new value; '-' where there is none.\n"
+       "Each line is a change: the document, the key, the old and the new value; '-' where there is none. A value that "
+       "changes faster than the lines are written is one change.\n"
        "With --json each line is an object: {\"event\", \"key\", \"old\", \"new\"}.\n"
        "Documents: stored, dynamic, whitelist, reboot. Without --count and --timeout it runs until "
        "Ctrl-C. The exit status is 3 when the time ends before N changes have come."},

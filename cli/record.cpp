@@ -18,7 +18,7 @@
 #include <zmq.hpp>
 
 #include "cli/command.h"
-#include "cli/values.h"
+#include "cli/following.h"
 #include "client/endpoints.h"
 #include "client/zmq_utils.h"
 #include "common/shared/utf8.h"
@@ -212,38 +212,8 @@ void recordConnection(Recording& recording, const char* state) {
   recording.add(event);
 }
 
-}  // namespace
-
-namespace {
-
-/// When recording ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
-class End {
- public:
-  explicit End(const Call& call) : call_(call) {
-    if (!call.has("--timeout")) return;
-    timeOut_.emplace(valueFor("--timeout", [&call] { return parseSeconds(call.word("--timeout")); }));
-  }
-
-  /// @throws Failure when --wait ends it
-  bool hasCome() const {
-    if (call_.has("--wait") && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
-    return timeOut_ && timeOut_->isOver();
-  }
-  /// ms; -1: for ever
-  long left() const {
-    long left = timeOut_ ? static_cast<long>(timeOut_->left().count()) : -1;
-    if (!call_.has("--wait")) return left;
-    const auto whole = static_cast<long>(call_.deadline.left().count());
-    return left < 0 ? whole : std::min(left, whole);
-  }
-
- private:
-  const Call& call_;
-  std::optional<Deadline> timeOut_;
-};
-
 /// Takes what has come, up to a change of the connection.
-void takeAll(Follower& follower, Recording& recording, const End& end) {
+void takeAll(Follower& follower, Recording& recording, const EndOfFollowing& end) {
   // The notifications of a connection come before its end.
   Frames frames;
   while (!end.hasCome() && follower.takeNotification(frames)) recordNotification(recording, frames);
@@ -256,7 +226,7 @@ void takeAll(Follower& follower, Recording& recording, const End& end) {
 }  // namespace
 
 void runRecord(Call& call) {
-  const End end(call);
+  const EndOfFollowing end(call);
   call.daemon().get(kDocuments[0]);  // without a daemon there is nothing to record, and no file
   Follower follower;
   Recording recording(call.word("file"));

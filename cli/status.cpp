@@ -1,12 +1,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <thread>
+#include <optional>
 
 #include "cli/board_state.h"
 #include "cli/command.h"
+#include "cli/following.h"
 #include "cli/values.h"
+#include "client/zmq_utils.h"
 #include "common/shared/format_text.h"
+#include "view/board_view.h"
 
 namespace zel::ctl {
 
@@ -94,25 +97,75 @@ void layOut(Output& output, const Json::Value& page) {
                                                     {"module", "SFP"}});
 }
 
-void draw(Output& output, Daemon& daemon) {
-  const Json::Value page = pageOf(readBoard(daemon));
+void draw(Output& output, const Json::Value& page) {
   output.page(page, [&] { layOut(output, page); });
 }
 
-/// One picture; a daemon that is away is a picture, too.
-void drawNext(Call& call, const Deadline& deadline) {
-  try {
-    Daemon daemon(deadline);
-    draw(call.output, daemon);
-  } catch (const Failure& failure) {
-    if (call.output.isJson()) return note(failure.what());
-    call.output.line(failure.what());
+/// How long the daemon may take for an answer while the pictures go on.
+constexpr std::chrono::seconds kAnswer{5};
+
+/// Draws the board as a view of it has it. A daemon that is away is a picture, too.
+class Painter {
+ public:
+  Painter(Output& output, double interval) : output_(output), view_(ZmqUtils::getInstance().getContext()) {
+    // Between two pictures the daemon is asked for each of the four documents, if it says nothing by itself.
+    constexpr double kDocuments = 4;
+    constexpr std::chrono::milliseconds kShortest{5};
+    const std::chrono::milliseconds each(std::llround(interval * 1000.0 / kDocuments));
+    view_.setProbe(std::max(each, kShortest), kAnswer);
+    openView(view_);
   }
-}
+
+  void drawNext() {
+    try {
+      drawBoard();
+    } catch (const Failure& failure) {
+      if (output_.isJson()) return note(failure.what());
+      output_.line(failure.what());
+    }
+  }
+
+  /// Follows the daemon for a while.
+  void rest(const Deadline& pause) {
+    while (!pause.isOver()) attend(view_, static_cast<long>(pause.left().count()));
+  }
+
+ private:
+  /// Until the view has the documents, they are read as without it, and a failure has its reason.
+  void drawBoard() {
+    const Deadline answer(std::chrono::duration<double>(kAnswer).count());
+    if (view_.state() == BoardView::State::kConnecting) {
+      Daemon daemon(answer);
+      page_ = pageOf(readBoard(daemon));
+    } else if (view_.state() == BoardView::State::kLive) {
+      Daemon daemon(answer);
+      page_ = pageOf({view_.stored(), view_.dynamic(), view_.boardModel(), documentIfServed(daemon, "network"),
+                      view_.document(zel::Document::kWhitelist)});
+    } else {
+      const std::string age = "the daemon was last heard " + secondsSinceTold() + " s ago";
+      if (output_.isJson()) return note(age);
+      output_.line(age + "; this is the board as it was:");
+    }
+    draw(output_, page_);
+  }
+
+  std::string secondsSinceTold() const {
+    std::optional<BoardView::Clock::time_point> last;
+    for (const zel::Document each :
+         {zel::Document::kStored, zel::Document::kDynamic, zel::Document::kBoardModel, zel::Document::kWhitelist}) {
+      last = std::max(last, view_.confirmedAt(each));
+    }
+    const auto since = BoardView::Clock::now() - last.value_or(BoardView::Clock::now());
+    return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(since).count());
+  }
+
+  Output& output_;
+  BoardView view_;
+  Json::Value page_;  ///< the last one
+};
 
 void watchStatus(Call& call) {
   constexpr double kInterval = 1;
-  constexpr double kAnswer = 5;
   constexpr std::int64_t kMost = 1000000000;
   const auto number = [&call](const char* option) {
     return valueFor(option, [&] { return parseNumber(call.word(option), 1, kMost); });
@@ -121,17 +174,18 @@ void watchStatus(Call& call) {
                               ? valueFor("--interval", [&call] { return parseSeconds(call.word("--interval")); })
                               : kInterval;
   const std::int64_t count = call.has("--count") ? number("--count") : kMost;
+  Painter painter(call.output, interval);
   for (std::int64_t i = 0; i < count; ++i) {
     const Deadline pause(interval);
     if (i > 0) call.output.separatePictures();
-    drawNext(call, Deadline(kAnswer));
+    painter.drawNext();
     call.output.showPicture();
     if (i + 1 == count) return;
     if (call.has("--wait") && call.deadline.left() < pause.left()) {
-      std::this_thread::sleep_for(call.deadline.left());
+      painter.rest(call.deadline);
       throw timeIsOver(call.deadline);
     }
-    std::this_thread::sleep_for(pause.left());
+    painter.rest(pause);
   }
 }
 
@@ -140,7 +194,7 @@ void watchStatus(Call& call) {
 void runStatus(Call& call) {
   if (call.has("--watch")) return watchStatus(call);
   if (call.has("--interval") || call.has("--count")) throw usage("--interval and --count go with --watch");
-  draw(call.output, call.daemon());
+  draw(call.output, pageOf(readBoard(call.daemon())));
 }
 
 }  // namespace zel::ctl

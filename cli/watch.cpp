@@ -1,5 +1,3 @@
-#include <zmq.h>
-
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -11,66 +9,37 @@
 #include <optional>
 
 #include "cli/command.h"
+#include "cli/following.h"
 #include "cli/json_paths.h"
-#include "cli/publisher_probe.h"
 #include "cli/run_command.h"
 #include "cli/suggest.h"
 #include "cli/values.h"
 #include "client/endpoints.h"
 #include "client/zmq_utils.h"
-#include "common/status.h"
-#include "common/subscribe_json_client.h"
-#include "subscriber/sysmgr_subscriber.h"
-#include "types/whitelist.h"
+#include "view/board_view.h"
 
 namespace zel::ctl {
 
 namespace {
 
-/// A document that can be watched.
+/// What can be watched.
 struct Watched {
   const char* name;
-  SysmgrPublisher::sysmgr_notifications_t notification;
-  /// The document as its record writes it, so that an answer and a notification can be compared. Null: a notification
-  /// without a document.
-  Json::Value (*asRecord)(const std::string& name, const Json::Value& document);
+  std::optional<zel::Document> document;  ///< nothing: a notification without a document
+  void (*read)(Daemon& daemon);           ///< asks for the document once, for the reason of a failure
 };
 
-/// @throws Failure for a document in which the record knows no key, such as an empty one or one inside another member:
-///         to the record it would be that of a factory
 template <class Record>
-Json::Value writtenBy(const std::string& name, const Json::Value& document) {
-  Json::Value written;
-  Daemon::read<Record>(name, document).Serialize(written);
-  const Words members = document.isObject() ? document.getMemberNames() : Words();
-  const auto isKnown = [&written](const std::string& member) { return written.isMember(member); };
-  if (std::any_of(members.begin(), members.end(), isKnown)) return written;
-  throw Failure(Exit::kBadAnswer, std::string("cannot read ") + documentOf(name).what + ": none of its keys is known");
-}
-
-Json::Value writtenList(const std::string& name, const Json::Value& list) {
-  if (!list.isArray() && !list.isNull()) throw wrongType(name, "it is not a list");
-  Json::Value entries = list;
-  WhiteListDb db;
-  reading(name, entries, [&db](Json::Value& value) { db.Deserialize(value); });
-  Json::Value written;
-  db.Serialize(written);
-  return written;
+void readRecord(Daemon& daemon, const char* name) {
+  daemon.record<Record>(name);
 }
 
 constexpr Watched kWatched[] = {
-    {"stored", SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE, writtenBy<SysParameters>},
-    {"dynamic", SysmgrPublisher::SYSMGR_DYNAMIC_INFO_UPDATE, writtenBy<SysParametersDynamic>},
-    {"whitelist", SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE, writtenList},
-    {"reboot", SysmgrPublisher::SYSMGR_REBOOT_REQUEST, nullptr},
+    {"stored", zel::Document::kStored, [](Daemon& daemon) { readRecord<SysParameters>(daemon, "stored"); }},
+    {"dynamic", zel::Document::kDynamic, [](Daemon& daemon) { readRecord<SysParametersDynamic>(daemon, "dynamic"); }},
+    {"whitelist", zel::Document::kWhitelist, [](Daemon& daemon) { daemon.whitelist(); }},
+    {"reboot", std::nullopt, [](Daemon&) {}},
 };
-
-/// The document in the payload of a notification.
-const Json::Value& documentIn(const Watched& watched, const Json::Value& payload) {
-  if (watched.notification != SysmgrPublisher::SYSMGR_MCAST_WHITELIST_UPDATE) return payload;
-  if (payload.isObject() && payload.isMember(kWhitelistMember)) return payload[kWhitelistMember];
-  throw wrongType(watched.name, std::string("it has no \"") + kWhitelistMember + "\"");
-}
 
 /// The ones that were asked for, or all.
 std::vector<Watched> chosen(const Words& names) {
@@ -115,12 +84,12 @@ class Printer {
   bool isDone() const { return printed_ >= limit_; }
 
   void change(const Json::Value& event, const std::string& text) {
-    if (isDone()) return;
-    ++printed_;
     print(event, text);
+    ++printed_;
   }
   /// What is not a change of a document, so that it does not count.
   void print(Json::Value event, std::string text) {
+    if (isDone()) return;
     if (isTimed_) {
       event["time"] = timeStamp();
       text.insert(0, event["time"].asString() + "  ");
@@ -150,56 +119,6 @@ class Printer {
   std::string command_;
 };
 
-/// What is known of the documents. A new document is compared with the one before it.
-class Known {
- public:
-  Known(Printer& printer, std::vector<Watched> watched) : printer_(printer), watched_(std::move(watched)) {}
-
-  /// Reads all documents. The first time nothing is printed; later on the differences are.
-  void readAll(Daemon& daemon) {
-    for (const Watched& one : watched_) {
-      if (one.asRecord != nullptr) take(one, daemon.get(one.name));
-    }
-  }
-
-  void takeNotification(const std::string& topic, const Json::Value& payload) {
-    for (const Watched& one : watched_) {
-      if (topic != SysmgrPublisher::topicOf(one.notification)) continue;
-      if (one.asRecord != nullptr) return take(one, documentIn(one, payload));
-      Json::Value event;
-      event["event"] = one.name;
-      printer_.change(event, std::string(one.name) + "  requested");
-    }
-  }
-
-  const std::vector<Watched>& watched() const { return watched_; }
-
- private:
-  void take(const Watched& watched, const Json::Value& document) {
-    Json::Value written = watched.asRecord(watched.name, document);
-    const auto known = documents_.find(watched.name);
-    if (known != documents_.end()) print(watched.name, known->second, written);
-    documents_[watched.name] = std::move(written);
-  }
-
-  void print(const std::string& name, const Json::Value& old, const Json::Value& now) {
-    forEachChange(old, now, [&](const std::string& path, const Json::Value* before, const Json::Value* after) {
-      Json::Value event;
-      event["event"] = name;
-      event["key"] = path;
-      if (before != nullptr) event["old"] = *before;
-      if (after != nullptr) event["new"] = *after;
-      printer_.change(event, name + "  " + path + "  " + cellOrDash(before) + " -> " + cellOrDash(after));
-    });
-  }
-
-  static std::string cellOrDash(const Json::Value* value) { return value == nullptr ? "-" : cellOf(*value); }
-
-  Printer& printer_;
-  std::vector<Watched> watched_;
-  std::map<std::string, Json::Value> documents_;
-};
-
 /// How many changes are printed at most.
 std::int64_t countOf(const Call& call) {
   constexpr std::int64_t kMost = 1000000000;
@@ -207,53 +126,20 @@ std::int64_t countOf(const Call& call) {
   return valueFor("--count", [&call] { return parseNumber(call.word("--count"), 1, kMost); });
 }
 
-/// When watching ends: regularly by --timeout, early by --wait, which bounds this command as it does any other.
-class End {
+/// Reports what is wrong with the documents: the first at once, what follows together, once a second.
+class Complaints {
  public:
-  explicit End(Call& call) : call_(call) {
-    if (!call.has("--timeout")) return;
-    timeOut_.emplace(valueFor("--timeout", [&call] { return parseSeconds(call.word("--timeout")); }));
-    call.output.endBy(*timeOut_);
-  }
-
-  /// @return whether the time-out is over
-  /// @throws Failure when that is too early
-  bool hasCome() const {
-    if (call_.has("--wait") && call_.deadline.isOver()) throw timeIsOver(call_.deadline);
-    if (!timeOut_ || !timeOut_->isOver()) return false;
-    if (!call_.has("--count")) return true;
-    throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call_.word("--count") + " changes have come");
-  }
-
-  /// ms; -1: for ever
-  long left() const {
-    long left = timeOut_ ? static_cast<long>(timeOut_->left().count()) : -1;
-    if (!call_.has("--wait")) return left;
-    const auto whole = static_cast<long>(call_.deadline.left().count());
-    return left < 0 ? whole : std::min(left, whole);
-  }
-
- private:
-  const Call& call_;
-  std::optional<Deadline> timeOut_;
-};
-
-/// Reports the notifications that cannot be used: the first one at once, later ones together, once a second.
-class Unusable {
- public:
-  ~Unusable() { report(); }
-  void add(const std::string& why) {
+  ~Complaints() { report(); }
+  void add(const std::string& text) {
     ++count_;
-    last_ = why;
+    last_ = text;
     if (pause_.isOver()) report();
   }
 
  private:
   void report() {
     if (count_ == 0) return;
-    const std::string which =
-        count_ == 1 ? "a notification is dropped: " : std::to_string(count_) + " notifications are dropped: ";
-    note(which + last_);
+    note(count_ == 1 ? last_ : last_ + " (" + std::to_string(count_) + " such notices within a second)");
     count_ = 0;
     pause_ = Deadline(1);
   }
@@ -263,81 +149,146 @@ class Unusable {
   Deadline pause_{0};
 };
 
-const char* textOf(int errorCode) {
-  return errorCode == status::kBadNotificationJson ? "its payload is not JSON within the limits"
-                                                   : "it does not have two frames";
-}
-
-/// The connection to the publisher, and what comes over it.
-class Follower {
+/// Prints what a view of the board reports.
+class Reporter {
  public:
-  Follower(Known& known, Printer& printer)
-      : known_(known), printer_(printer), client_(ZmqUtils::getInstance().getContext()) {
-    int result = client_.connect(notificationEndpoint());
-    for (const Watched& one : known.watched()) {
-      result = result < 0 ? result : client_.subscribe(SysmgrPublisher::topicOf(one.notification));
-    }
-    result = result < 0 ? result : client_.getPollItems(items_);
-    if (result < 0) {
-      throw Failure(Exit::kNoDaemon, "cannot subscribe to notifications (" + std::to_string(result) + ")")
-          .withCode(result);
-    }
-    if (monitor_.item().socket != nullptr) items_.add(monitor_.item());
+  Reporter(Printer& printer, std::vector<Watched> watched)
+      : printer_(printer), watched_(std::move(watched)), view_(ZmqUtils::getInstance().getContext()) {
+    constexpr std::chrono::seconds kInterval{5};
+    constexpr std::chrono::seconds kAnswer{5};  // as long as other commands wait
+    view_.setProbe(kInterval, kAnswer);
+    view_.onChange([this](const BoardChange& change) { report(change); });
+    view_.onRebootRequest([this] { reportReboot(); });
+    view_.onResynchronised([this] {
+      reportPresence();
+      reportDaemon("resynchronised");
+    });
+    view_.onWrongType([this](zel::Document document, const std::string& text) {
+      const Watched* const one = find(document);
+      if (one != nullptr) complaints_.add(std::string("cannot read ") + documentOf(one->name).what + ": " + text);
+    });
+    openView(view_);
   }
 
-  /// Takes one notification or one change of the connection. @return whether there was one
-  bool takeOne() {
-    std::string topic;
-    int errorCode = 0;
-    Json::Value payload;
-    if (client_.processEvent(items_[0], topic, errorCode, payload) == 0) return takePresence();
-    try {
-      if (errorCode != 0) throw Failure(Exit::kBadAnswer, textOf(errorCode));
-      known_.takeNotification(topic, payload);
-    } catch (const Failure& failure) {
-      unusable_.add(failure.what());
+  /// Waits until the documents are known. Only what changes from then on is printed.
+  void begin(Call& call) {
+    for (const Watched& one : watched_) one.read(call.daemon());
+    while (!isKnown()) {
+      if (call.deadline.isOver()) throw hasNotConnected() ? noPublisher() : timeIsOver(call.deadline);
+      attend(view_, static_cast<long>(call.deadline.left().count()));
     }
-    return true;
   }
 
-  void wait(long milliseconds) {
-    if (items_.poll(milliseconds) >= 0) return;
-    throw Failure(Exit::kOther, std::string("cannot wait: ") + zmq_strerror(zmq_errno()));
+  void work(long ms) {
+    attend(view_, ms);
+    reportPresence();
   }
 
  private:
-  bool takePresence() {
-    const std::optional<bool> isThere = monitor_.nextChange();
-    if (!isThere) return false;
-    if (*isThere == isThere_) return true;
-    isThere_ = *isThere;
-    Json::Value event;
-    event["event"] = "daemon";
-    event["state"] = isThere_ ? "back" : "gone";
-    printer_.print(event, "daemon  " + event["state"].asString());
-    if (isThere_) readAgain();
-    return true;
+  enum class Presence { kThere, kGone, kSilent };
+
+  const Watched* find(zel::Document document) const {
+    const auto isOf = [document](const Watched& one) { return one.document == document; };
+    const auto found = std::find_if(watched_.begin(), watched_.end(), isOf);
+    return found == watched_.end() ? nullptr : &*found;
   }
 
-  /// Prints what changed while the daemon was away.
-  void readAgain() {
-    constexpr double kSeconds = 5;
-    const Deadline deadline(kSeconds);
-    try {
-      Daemon daemon(deadline);
-      known_.readAll(daemon);
-    } catch (const Failure& failure) {
-      note(failure.what());
+  bool isKnown() const {
+    const auto isTold = [this](const Watched& one) {
+      if (!one.document) return view_.counters().requestsDone > 0;  // the connection is made
+      if (view_.isUnreadable(*one.document)) throw wrongType(one.name, "it is empty");
+      return view_.confirmedAt(*one.document).has_value();
+    };
+    return std::all_of(watched_.begin(), watched_.end(), isTold);
+  }
+
+  /// The view sends its first requests when it is connected to the publisher.
+  bool hasNotConnected() const {
+    const BoardView::Counters& counters = view_.counters();
+    return counters.requestsDone + counters.requestsRefused + counters.requestsNotSent +
+               counters.requestsWithoutAnswer + counters.answersUnusable ==
+           0;
+  }
+
+  static Failure noPublisher() {
+    return {Exit::kNoDaemon, "no program accepts subscribers for notifications at " + notificationEndpoint(),
+            "'sysmgrctl doctor' looks closer"};
+  }
+
+  void report(const BoardChange& change) {
+    reportPresence();
+    const bool isMissed = view_.counters().missed > std::exchange(missed_, view_.counters().missed);
+    const Watched* const one = find(change.document);
+    const bool isFirst = change.differences.front().before == Json::Value();
+    if (one == nullptr || (isFirst && change.differences.front().path.empty())) return;
+    Json::Value before;
+    Json::Value now;
+    for (const zel::Difference& difference : change.differences) {
+      if (difference.before) before[difference.path] = *difference.before;
+      if (difference.now) now[difference.path] = *difference.now;
+    }
+    forEachChange(before, now, [&](const std::string& path, const Json::Value* old, const Json::Value* next) {
+      Json::Value event;
+      event["event"] = one->name;
+      event["key"] = path;
+      if (old != nullptr) event["old"] = *old;
+      if (next != nullptr) event["new"] = *next;
+      if (isMissed) event["missed"] = true;
+      printer_.change(event, std::string(one->name) + "  " + path + "  " + cellOrDash(old) + " -> " + cellOrDash(next) +
+                                 (isMissed ? "  (no notification came)" : ""));
+    });
+  }
+
+  static std::string cellOrDash(const Json::Value* value) { return value == nullptr ? "-" : cellOf(*value); }
+
+  void reportReboot() {
+    reportPresence();
+    const auto isReboot = [](const Watched& one) { return !one.document; };
+    const auto found = std::find_if(watched_.begin(), watched_.end(), isReboot);
+    if (found == watched_.end()) return;
+    Json::Value event;
+    event["event"] = found->name;
+    printer_.change(event, std::string(found->name) + "  requested");
+  }
+
+  /// Prints what the counters say about the daemon since the last call.
+  void reportPresence() {
+    using Counters = BoardView::Counters;
+    const Counters before = std::exchange(seen_, view_.counters());
+    const auto grew = [&](std::uint64_t Counters::*counter) { return seen_.*counter > before.*counter; };
+    if (grew(&Counters::losses)) become(Presence::kGone);
+    if (grew(&Counters::probesWithoutAnswer) && presence_ == Presence::kThere) become(Presence::kSilent);
+    const bool isBack = presence_ == Presence::kGone     ? grew(&Counters::reconnections)
+                        : presence_ == Presence::kSilent ? grew(&Counters::requestsDone)
+                                                         : false;
+    if (isBack) become(Presence::kThere);
+    if (!grew(&Counters::malformed)) return;
+    for (const Watched& one : watched_) {
+      if (!one.document || !view_.isUnreadable(*one.document)) continue;
+      complaints_.add(std::string("a notification is dropped: it does not hold ") + documentOf(one.name).what +
+                      "; the daemon is asked instead");
     }
   }
 
-  Known& known_;
+  void become(Presence presence) {
+    if (std::exchange(presence_, presence) == presence) return;
+    reportDaemon(presence == Presence::kThere ? "back" : presence == Presence::kGone ? "gone" : "silent");
+  }
+
+  void reportDaemon(const char* state) {
+    Json::Value event;
+    event["event"] = "daemon";
+    event["state"] = state;
+    printer_.print(event, std::string("daemon  ") + state);
+  }
+
   Printer& printer_;
-  SubscribeJsonClient client_;
-  PublisherMonitor monitor_;
-  PollFds items_;
-  Unusable unusable_;
-  bool isThere_ = true;  ///< the daemon has just answered
+  std::vector<Watched> watched_;
+  BoardView view_;
+  BoardView::Counters seen_;
+  std::uint64_t missed_ = 0;
+  Presence presence_ = Presence::kThere;  ///< the daemon has just answered
+  Complaints complaints_;
 };
 
 }  // namespace
@@ -349,16 +300,15 @@ Words watchableDocuments() {
 }
 
 void runWatch(Call& call) {
-  const End end(call);
+  const EndOfFollowing end(call);
+  if (end.timeOut()) call.output.endBy(*end.timeOut());
   Printer printer(call, countOf(call));
-  Known known(printer, chosen(call.words("documents")));
-  Follower follower(known, printer);
-  // Subscribed first and read then: no change falls between the two.
-  known.readAll(call.daemon());
+  Reporter reporter(printer, chosen(call.words("documents")));
+  reporter.begin(call);
   note("watching; Ctrl-C ends it");
-  while (!printer.isDone() && !end.hasCome()) {
-    if (!follower.takeOne()) follower.wait(end.left());
-  }
+  while (!printer.isDone() && !end.hasCome()) reporter.work(end.left());
+  if (printer.isDone() || !call.has("--count")) return;
+  throw Failure(Exit::kTimeOut, "the time is over, and fewer than " + call.word("--count") + " changes have come");
 }
 
 }  // namespace zel::ctl
