@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <list>
 #include <map>
 #include <optional>
@@ -5,16 +6,20 @@
 
 #include "cli/advice.h"
 #include "cli/command.h"
+#include "cli/following.h"
 #include "cli/host_interfaces.h"
 #include "cli/json_paths.h"
 #include "cli/keys.h"
 #include "cli/publisher_probe.h"
+#include "cli/view_counters.h"
 #include "client/endpoints.h"
+#include "client/zmq_utils.h"
 #include "common/error_aux_msg.h"
 #include "common/shared/format_text.h"
 #include "common/shared/ipv4.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
+#include "view/board_view.h"
 
 namespace zel::ctl {
 
@@ -257,6 +262,25 @@ void checkPublisher(bool accepts, Findings& findings) {
                    "programs that follow changes see none: restart the daemon, and look into its log");
 }
 
+/// Follows the daemon until a view of it is live. @return the counters of the view
+Json::Value checkView(const Deadline& whole, Findings& findings) {
+  constexpr double kSeconds = 2;
+  const Deadline limit(kSeconds);
+  BoardView view(ZmqUtils::getInstance().getContext());
+  openView(view);
+  while (view.state() != BoardView::State::kLive && !limit.isOver() && !whole.isOver()) {
+    attend(view, static_cast<long>(std::min(limit.left(), whole.left()).count()));
+  }
+  const std::string counted = textOf(view.counters());
+  if (view.state() == BoardView::State::kLive) {
+    findings.fine("a program can follow it: " + counted);
+  } else {
+    findings.problem("a program cannot follow it: " + counted,
+                     "'sysmgrctl watch -v' shows more; is the daemon of another version than this program?");
+  }
+  return documentOf(view.counters());
+}
+
 std::string marked(const Json::Value& finding) {
   std::string mark = finding["severity"].asString();
   mark.resize(9, ' ');
@@ -271,11 +295,11 @@ void runDoctor(Call& call) {
   const bool publishes = publisherAccepts(call.deadline);  // first: a daemon that does not answer takes all the time
   const std::optional<Snapshot> board = examine(call, findings, status);
   if (status != Exit::kNoDaemon) checkPublisher(publishes, findings);
+  Json::Value document;
   if (board) {
+    if (publishes) document["view"] = checkView(call.deadline, findings);
     for (const Check check : kChecks) check(*board, findings);
   }
-
-  Json::Value document;
   document["findings"] = findings.list();
   call.output.page(document, [&] {
     for (const Json::Value& finding : findings.list()) {

@@ -14,6 +14,7 @@
 #include "cli/run_command.h"
 #include "cli/suggest.h"
 #include "cli/values.h"
+#include "cli/view_counters.h"
 #include "client/endpoints.h"
 #include "client/zmq_utils.h"
 #include "view/board_view.h"
@@ -149,11 +150,29 @@ class Complaints {
   Deadline pause_{0};
 };
 
+/// Reports the counters of a view when they have changed, once a second at most.
+class Counts {
+ public:
+  void report(const BoardView::Counters& counters) {
+    if (!pause_.isOver()) return;
+    pause_ = Deadline(1);
+    const std::string now = textOf(counters);
+    if (std::exchange(before_, now) != now) note("counted: " + now);
+  }
+
+ private:
+  Deadline pause_{0};
+  std::string before_;
+};
+
 /// Prints what a view of the board reports.
 class Reporter {
  public:
-  Reporter(Printer& printer, std::vector<Watched> watched)
-      : printer_(printer), watched_(std::move(watched)), view_(ZmqUtils::getInstance().getContext()) {
+  Reporter(Printer& printer, std::vector<Watched> watched, bool isVerbose)
+      : printer_(printer),
+        watched_(std::move(watched)),
+        counts_(isVerbose ? std::make_optional<Counts>() : std::nullopt),
+        view_(ZmqUtils::getInstance().getContext()) {
     constexpr std::chrono::seconds kInterval{5};
     constexpr std::chrono::seconds kAnswer{5};  // as long as other commands wait
     view_.setProbe(kInterval, kAnswer);
@@ -179,9 +198,14 @@ class Reporter {
     }
   }
 
+  /// Prints what comes within a while.
+  /// @param ms  -1: no end
   void work(long ms) {
-    attend(view_, ms);
+    constexpr long kSecond = 1000;
+    const bool isShort = ms >= 0 && ms < kSecond;
+    attend(view_, counts_ && !isShort ? kSecond : ms);
     reportPresence();
+    if (counts_) counts_->report(view_.counters());
   }
 
  private:
@@ -284,6 +308,7 @@ class Reporter {
 
   Printer& printer_;
   std::vector<Watched> watched_;
+  std::optional<Counts> counts_;
   BoardView view_;
   BoardView::Counters seen_;
   std::uint64_t missed_ = 0;
@@ -303,7 +328,7 @@ void runWatch(Call& call) {
   const EndOfFollowing end(call);
   if (end.timeOut()) call.output.endBy(*end.timeOut());
   Printer printer(call, countOf(call));
-  Reporter reporter(printer, chosen(call.words("documents")));
+  Reporter reporter(printer, chosen(call.words("documents")), call.has("--verbose"));
   reporter.begin(call);
   note("watching; Ctrl-C ends it");
   while (!printer.isDone() && !end.hasCome()) reporter.work(end.left());
