@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "cli/output.h"
 #include "cli/values.h"
 #include "types/settings.h"
 
@@ -86,6 +87,16 @@ std::vector<SharedPort> sharedPorts(const SysParameters& stored) {
 
 bool isPortOfService(const std::string& key) {
   return std::any_of(std::begin(kPorts), std::end(kPorts), [&key](const Port& port) { return key == port.key; });
+}
+
+void noteSharedPorts(Daemon& daemon) {
+  try {
+    for (const SharedPort& shared : sharedPorts(daemon.record<SysParameters>("stored"))) {
+      note(std::string(shared.key) + " and " + shared.other + " are both " + std::to_string(shared.port) + " now");
+    }
+  } catch (const Failure&) {
+    return;
+  }
 }
 
 }  // namespace zel::ctl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/daemon.h"
 #include "cli/words.h"
 #include "types/sysmgr_types.h"
 #include "types/whitelist.h"
@@ -23,5 +24,8 @@ struct SharedPort {
 std::vector<SharedPort> sharedPorts(const SysParameters& stored);
 /// Whether a key of the settings is the port of a service.
 bool isPortOfService(const std::string& key);
+/// Notes the pairs that the daemon has now, behind a change of a port. A daemon that does not answer is passed over:
+/// the change is made all the same.
+void noteSharedPorts(Daemon& daemon);
 
 }  // namespace zel::ctl

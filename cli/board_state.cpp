@@ -1,7 +1,9 @@
 #include "cli/board_state.h"
 
 #include <map>
+#include <optional>
 
+#include "cli/host_interfaces.h"
 #include "cli/json_paths.h"
 #include "types/whitelist.h"
 
@@ -54,6 +56,7 @@ Json::Value interfacesOf(const SysParameters& stored, const SysParametersDynamic
     row["address-present"] = info.ipPresent;
     if (info.ipPresent) row["address"] = IpAddress(info.ip).toString();
     row["sfp"] = sfpOf(info.sfp);
+    if (const std::optional<bool> link = linkOf(info)) row["link"] = *link;
     const auto config = configured.find(info.name);
     if (config != configured.end()) {
       row["mode"] = EthMode::toText(config->second->mode.mode);

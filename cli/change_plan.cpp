@@ -9,12 +9,6 @@
 
 namespace zel::ctl {
 
-namespace {
-
-constexpr const char* kStored = "the stored parameters";
-constexpr const char* kWhitelist = "the whitelist";
-
-/// The name of a list's element; empty when the key is not of this list.
 std::string elementOf(const std::string& list, const std::string& key) {
   const std::string prefix = list + "/";
   return key.compare(0, prefix.size(), prefix) == 0 ? key.substr(prefix.size()) : "";
@@ -29,6 +23,11 @@ WhiteListEntry entryOf(const std::string& address, const std::string& text) {
   entry.enabled = parseSwitch(text.substr(blank + 1));
   return entry;
 }
+
+namespace {
+
+constexpr const char* kStored = "the stored parameters";
+constexpr const char* kWhitelist = "the whitelist";
 
 /// Collects the requests.
 class Planner {

@@ -6,6 +6,7 @@
 #include "cli/configuration.h"
 #include "cli/daemon.h"
 #include "cli/words.h"
+#include "types/whitelist.h"
 
 namespace zel::ctl {
 
@@ -15,6 +16,11 @@ struct Step {
   Operation operation;
   Json::Value request;
 };
+
+/// The name of a list's element in a key: "eth1" in "ethipv4/eth1". Empty: the key is not of this list.
+std::string elementOf(const std::string& list, const std::string& key);
+/// A range of the whitelist, from its address and its text in a configuration. @throws Failure
+WhiteListEntry entryOf(const std::string& address, const std::string& text);
 
 /// The requests that bring a board from one configuration to another. The values that no request can set, those that
 /// lose their value, are left out.

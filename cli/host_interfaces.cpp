@@ -1,8 +1,11 @@
 #include "cli/host_interfaces.h"
 
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <unistd.h>
 
 #include <list>
+#include <memory>
 
 #include "common/ip_address.h"
 #include "net/eth_ip_utils.h"
@@ -28,6 +31,17 @@ Host examineHost(const std::string& leases) {
     host.interfaces.append(row);
   }
   return host;
+}
+
+std::optional<bool> linkOf(const EthBasicInfo& interface) {
+  EthBasicInfo own;
+  if (!EthIpUtils().get_eth_info(own, interface.name) || own.mac != interface.mac) return std::nullopt;
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return std::nullopt;
+  const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
+  while (list != nullptr && list->ifa_name != interface.name) list = list->ifa_next;
+  if (list == nullptr) return std::nullopt;
+  return (list->ifa_flags & IFF_RUNNING) != 0;
 }
 
 }  // namespace zel::ctl

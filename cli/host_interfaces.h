@@ -2,7 +2,10 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
+
+#include "common/eth_basic_info.h"
 
 namespace zel::ctl {
 
@@ -15,5 +18,9 @@ struct Host {
 
 /// @param leases  the lease directory; empty: the library's own
 Host examineHost(const std::string& leases);
+
+/// Whether an interface has a link: a cable with a peer that is on. Nothing: this machine has no interface of this name
+/// with this MAC address, so it is not the board.
+std::optional<bool> linkOf(const EthBasicInfo& interface);
 
 }  // namespace zel::ctl

@@ -1,9 +1,11 @@
 #include <algorithm>
 
+#include "cli/advice.h"
 #include "cli/atomic_file.h"
 #include "cli/change_plan.h"
 #include "cli/command.h"
 #include "cli/confirm.h"
+#include "cli/values.h"
 #include "common/shared/format_text.h"
 
 namespace zel::ctl {
@@ -73,6 +75,24 @@ void apply(Call& call, const Configuration& live, const Configuration& file, con
   });
 }
 
+Words oddIn(const Difference& difference) {
+  if (!difference.to) return {};
+  const std::string interface = elementOf("ethipv4", difference.key);
+  if (!interface.empty()) return adviceOn(parseInterface(interface, *difference.to));
+  const std::string address = elementOf(kWhitelistMember, difference.key);
+  return address.empty() ? Words() : adviceOn(entryOf(address, *difference.to));
+}
+
+/// Names what is odd about the new values.
+void advise(Call& call, const Differences& differences, bool isDone) {
+  bool hasPort = false;
+  for (const Difference& difference : differences) {
+    hasPort = hasPort || isPortOfService(difference.key);
+    for (const std::string& odd : oddIn(difference)) note(difference.key + ": " + odd);
+  }
+  if (hasPort && isDone) noteSharedPorts(call.daemon());
+}
+
 /// What one side of `diff` names.
 Configuration sideOf(Call& call, const std::string& name) {
   if (name == "live") return liveConfiguration(call.daemon());
@@ -105,6 +125,8 @@ void runImport(Call& call) {
     apply(call, live, file, differences);
   }
   call.output.page(document, [] {});
+  call.output.flush();
+  advise(call, differences, isDone);
 }
 
 void runDiff(Call& call) {

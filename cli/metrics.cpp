@@ -104,6 +104,7 @@ void addInterfaces(Metrics& metrics, const Json::Value& interfaces) {
   };
   constexpr Row kRows[] = {
       {"sysmgr_interface_address_present", "Whether the interface has an IPv4 address.", "address-present"},
+      {"sysmgr_interface_link_up", "Whether the interface has a link, where the command runs on the board.", "link"},
       {"sysmgr_sfp_present", "Whether the interface has an SFP module.", "sfp/present"},
       {"sysmgr_sfp_temperature_celsius", "Temperature of the SFP module.", "sfp/temperature"},
       {"sysmgr_sfp_receive_power_dbm", "Power that the SFP module receives.", "sfp/rx-power"},

@@ -42,14 +42,7 @@ void advise(Call& call, const Assignments& assignments) {
     const auto config = Daemon::read<EthIpV4Cfg>("stored", value);
     for (const std::string& odd : adviceOn(config)) note(odd);
   }
-  if (!hasPort) return;
-  try {
-    for (const SharedPort& shared : sharedPorts(call.daemon().record<SysParameters>("stored"))) {
-      note(std::string(shared.key) + " and " + shared.other + " are both " + std::to_string(shared.port) + " now");
-    }
-  } catch (const Failure&) {
-    return;  // the values are set all the same
-  }
+  if (hasPort) noteSharedPorts(call.daemon());
 }
 
 }  // namespace

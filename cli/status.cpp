@@ -60,6 +60,7 @@ std::string errorsText(const Json::Value& errors) {
 Json::Value interfaceTable(const Json::Value& interfaces) {
   Json::Value table = interfaces;
   for (Json::Value& row : table) {
+    if (row.isMember("link")) row["link"] = row["link"].asBool() ? "up" : "down";
     const Json::Value sfp = row["sfp"];
     if (!sfp["present"].asBool()) continue;
     row["module"] = cellOf(sfp["part-number"]) + ", " + withUnit(sfp["wavelength"], "nm") + ", " +
@@ -87,14 +88,12 @@ void layOut(Output& output, const Json::Value& page) {
        {"Services off", namesOf(page["services"], false)},
        {"Whitelist", cellOf(whitelist["entries"]) + " ranges, " + cellOf(whitelist["enabled"]) + " in force"}});
   output.line("");
-  output.table(interfaceTable(page["interfaces"]), {{"name", "INTERFACE"},
-                                                    {"address", "ADDRESS"},
-                                                    {"mode", "MODE"},
-                                                    {"label", "LABEL"},
-                                                    {"rx", "RECEIVED"},
-                                                    {"tx", "SENT"},
-                                                    {"mac", "MAC"},
-                                                    {"module", "SFP"}});
+  std::vector<Column> columns = {{"name", "INTERFACE"}, {"address", "ADDRESS"}, {"mode", "MODE"}, {"label", "LABEL"},
+                                 {"rx", "RECEIVED"},    {"tx", "SENT"},         {"mac", "MAC"},   {"module", "SFP"}};
+  const auto hasLink = [](const Json::Value& row) { return row.isMember("link"); };
+  const Json::Value& interfaces = page["interfaces"];
+  if (std::any_of(interfaces.begin(), interfaces.end(), hasLink)) columns.insert(columns.begin() + 1, {"link", "LINK"});
+  output.table(interfaceTable(interfaces), columns);
 }
 
 void draw(Output& output, const Json::Value& page) {
@@ -125,9 +124,11 @@ class Painter {
     }
   }
 
-  /// Follows the daemon for a while.
+  /// Follows the daemon for a while; does what is due also where the time is over before.
   void rest(const Deadline& pause) {
-    while (!pause.isOver()) attend(view_, static_cast<long>(pause.left().count()));
+    do {
+      attend(view_, static_cast<long>(pause.left().count()));
+    } while (!pause.isOver());
   }
 
  private:
