@@ -1,12 +1,12 @@
 #include "cli/json_paths.h"
 
 #include <cstddef>
-#include <cstring>
 #include <map>
 #include <optional>
-#include <set>
 #include <utility>
 #include <vector>
+
+#include "common/shared/element_names.h"
 
 namespace zel::ctl {
 
@@ -14,27 +14,9 @@ namespace {
 
 constexpr std::size_t kLongestTyped = 200;  ///< bytes of a path that is offered or suggested
 
-/// The members that name an element of the daemon's lists: of interface configurations, interfaces, whitelist entries.
-constexpr const char* kNameMembers[] = {"eth", "name", "ip"};
-
-/// The names of a list's elements by this member; empty when an element has no name, or the name of another.
-Words namesBy(const char* member, const Json::Value& list) {
-  Words names;
-  std::set<std::string> seen;
-  for (const Json::Value& element : list) {
-    const Json::Value* const name = element.isObject() ? element.find(member, member + std::strlen(member)) : nullptr;
-    if (name == nullptr || !name->isString() || name->asString().empty()) return {};
-    if (!seen.insert(name->asString()).second) return {};
-    names.push_back(name->asString());
-  }
-  return names;
-}
-
 Words namesOf(const Json::Value& list) {
-  for (const char* member : kNameMembers) {
-    if (Words names = namesBy(member, list); !names.empty()) return names;
-  }
-  Words names;
+  Words names = namesOfElements(list);
+  if (!names.empty()) return names;
   for (Json::ArrayIndex i = 0; i < list.size(); ++i) names.push_back(std::to_string(i));
   return names;
 }

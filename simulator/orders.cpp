@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/commands.h"
+#include "common/shared/element_names.h"
 #include "common/shared/format_text.h"
 #include "common/shared/wire_json.h"
 #include "simulator/current.h"
@@ -81,16 +82,6 @@ const Document* findDocument(std::string_view name) {
 
 // --- places in documents
 
-/// The members by which the elements of lists are named: interface configurations, interfaces, whitelist entries.
-constexpr const char* kNameMembers[] = {"eth", "name", "ip"};
-
-std::string nameOf(const Json::Value& element) {
-  for (const char* const member : kNameMembers) {
-    if (element.isObject() && element[member].isString()) return element[member].asString();
-  }
-  return {};
-}
-
 /// The steps that lead from a value to the values in it.
 std::vector<std::pair<std::string, Json::Value*>> stepsOf(Json::Value& value) {
   std::vector<std::pair<std::string, Json::Value*>> steps;
@@ -99,7 +90,7 @@ std::vector<std::pair<std::string, Json::Value*>> stepsOf(Json::Value& value) {
   }
   if (value.isArray()) {
     for (Json::Value& element : value) {
-      if (const std::string name = nameOf(std::as_const(element)); !name.empty()) steps.emplace_back(name, &element);
+      if (const std::string name = nameOfElement(element); !name.empty()) steps.emplace_back(name, &element);
     }
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) steps.emplace_back(std::to_string(i), &value[i]);
   }

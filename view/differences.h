@@ -13,7 +13,7 @@ namespace zel {
 /// One difference between two versions of a JSON document.
 struct Difference {
   /// The names of the members from the top of the document to the value, with "/" between them: "rtsp/tcp-port". An
-  /// element of an array has the text of its member "name", "eth" or "ip" as its name: "eth-basics/eth0/ip".
+  /// element of an array has the text of its member "eth", "name" or "ip" as its name: "eth-basics/eth0/ip".
   std::string path;
   std::optional<Json::Value> before;  ///< empty: the value was not there
   std::optional<Json::Value> now;     ///< empty: the value is not there any more

@@ -1,19 +1,26 @@
 // The small helpers of common/shared/ that every room may use.
 
 #include <gmock/gmock.h>
+#include <json/value.h>
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "common/shared/element_names.h"
 #include "common/shared/format_text.h"
 #include "common/shared/ipv4.h"
 #include "common/shared/read_number.h"
 
+using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Optional;
 using zel::isMulticast;
 using zel::listed;
 using zel::maskOfPrefix;
+using zel::nameOfElement;
+using zel::namesOfElements;
 using zel::readNumber;
 
 TEST(Listed, PutsACommaBetweenTheTexts) {
@@ -49,4 +56,33 @@ TEST(Ipv4, KnowsTheMaskOfAPrefix) {
   EXPECT_EQ(maskOfPrefix(1), 0x80000000U);
   EXPECT_EQ(maskOfPrefix(24), 0xFFFFFF00U);
   EXPECT_EQ(maskOfPrefix(32), 0xFFFFFFFFU);
+}
+
+/// A list of objects with one member each.
+Json::Value listOf(const std::vector<std::pair<const char*, Json::Value>>& members) {
+  Json::Value list(Json::arrayValue);
+  for (const auto& [name, value] : members) list.append(Json::Value(Json::objectValue))[name] = value;
+  return list;
+}
+
+TEST(ElementNames, AreTheTextsOfTheNamingMembers) {
+  EXPECT_THAT(namesOfElements(listOf({{"eth", "eth0"}, {"eth", "eth1"}})), ElementsAre("eth0", "eth1"));
+  EXPECT_THAT(namesOfElements(listOf({{"name", "eth0"}, {"ip", "239.1.0.0"}})), ElementsAre("eth0", "239.1.0.0"));
+  Json::Value element;
+  for (const char* const member : {"ip", "name", "eth"}) {
+    element[member] = member;
+    EXPECT_EQ(nameOfElement(element), member) << "which comes before those behind it";
+  }
+  element["eth"] = 7;
+  EXPECT_EQ(nameOfElement(element), "name");
+}
+
+TEST(ElementNames, AreNoneWhereOneIsMissingOrTwice) {
+  EXPECT_THAT(namesOfElements(listOf({{"eth", "eth0"}, {"mode", "DHCP"}})), IsEmpty());
+  EXPECT_THAT(namesOfElements(listOf({{"eth", "eth0"}, {"name", "eth0"}})), IsEmpty());
+  EXPECT_THAT(namesOfElements(listOf({{"eth", ""}})), IsEmpty());
+  Json::Value numbers;
+  numbers.append(1);
+  EXPECT_THAT(namesOfElements(numbers), IsEmpty());
+  EXPECT_THAT(namesOfElements(Json::Value()), IsEmpty());
 }

@@ -4,12 +4,11 @@
 #include <string_view>
 #include <utility>
 
+#include "common/shared/element_names.h"
+
 namespace zel {
 
 namespace {
-
-/// The members that name the elements of an array.
-constexpr std::string_view kNames[] = {"name", "eth", "ip"};
 
 const Json::Value* member(const Json::Value& object, std::string_view name) {
   return object.find(name.data(), name.data() + name.size());
@@ -28,20 +27,10 @@ const Json::Value* find(const Named& elements, const std::string& name) {
 
 /// @return nothing when an element has no name of its own
 std::optional<Named> named(const Json::Value& array) {
+  std::vector<std::string> names = namesOfElements(array);
+  if (names.size() != array.size() || !std::all_of(names.begin(), names.end(), isStep)) return {};
   Named elements;
-  std::vector<std::string> names;
-  for (const Json::Value& element : array) {
-    if (!element.isObject()) return {};
-    const Json::Value* name = nullptr;
-    for (const std::string_view each : kNames) {
-      if (name == nullptr) name = member(element, each);
-    }
-    if (name == nullptr || !name->isString() || !isStep(name->asString())) return {};
-    elements.emplace_back(name->asString(), &element);
-    names.push_back(name->asString());
-  }
-  std::sort(names.begin(), names.end());
-  if (std::adjacent_find(names.begin(), names.end()) != names.end()) return {};
+  for (Json::ArrayIndex i = 0; i < array.size(); ++i) elements.emplace_back(std::move(names[i]), &array[i]);
   return elements;
 }
 
