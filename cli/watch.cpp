@@ -286,12 +286,18 @@ class Reporter {
                         : presence_ == Presence::kSilent ? grew(&Counters::requestsDone)
                                                          : false;
     if (isBack) become(Presence::kThere);
-    if (!grew(&Counters::malformed)) return;
     for (const Watched& one : watched_) {
-      if (!one.document || !view_.isUnreadable(*one.document)) continue;
-      complaints_.add(std::string("a notification is dropped: it does not hold ") + documentOf(one.name).what +
-                      "; the daemon is asked instead");
+      if (one.document) reportUnreadable(one, grew(&Counters::malformed));
     }
+  }
+
+  /// Reports a document that has become unreadable.
+  /// @param isMalformed  otherwise the view reports the reason itself, a value of a wrong type
+  void reportUnreadable(const Watched& one, bool isMalformed) {
+    const bool isUnreadable = view_.isUnreadable(*one.document);
+    if (std::exchange(unreadable_[*one.document], isUnreadable) || !isUnreadable || !isMalformed) return;
+    complaints_.add(std::string("a notification is dropped: it does not hold ") + documentOf(one.name).what +
+                    "; the daemon is asked instead");
   }
 
   void become(Presence presence) {
@@ -313,6 +319,7 @@ class Reporter {
   BoardView::Counters seen_;
   std::uint64_t missed_ = 0;
   Presence presence_ = Presence::kThere;  ///< the daemon has just answered
+  std::map<zel::Document, bool> unreadable_;
   Complaints complaints_;
 };
 
