@@ -1,0 +1,760 @@
+#include "tests/faults/random_app.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "client/zmq_utils.h"
+#include "common/logger.h"
+#include "config/system_default_cfg.h"
+#include "tests/faults/process_figures.h"
+#include "tests/support/wait_until.h"
+
+namespace zel::test {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// What a callback throws.
+struct Thrown {};
+
+const std::vector<const char*> kStorages{"stack", "heap", "function-static", "static"};
+const std::vector<const char*> kEnds{"return or exit", "exit",    "quick_exit", "_exit",
+                                     "abort",          "SIGTERM", "last thread"};
+const std::vector<const char*> kChildren{"exits", "_exits", "becomes another program", "goes on"};
+const std::vector<const char*> kBreaks{"slow",   "silent", "doubled",   "refusing",     "garbled",  "wrong types",
+                                       "chatty", "burst",  "malformed", "over size",    "mistyped", "few changes",
+                                       "killed", "frozen", "thawed",    "gone a moment"};
+const std::vector<const char*> kActions{
+    "nothing", "request",       "submit",          "cancel", "destroy the client", "destroy the view", "change topics",
+    "throw",   "a child exits", "a child goes on", "exit",   "quick_exit"};
+enum End : unsigned { kReturn, kExit, kQuickExit, kUnderscoreExit, kAbort, kTerminate, kLastThread };
+enum Child : unsigned { kChildExits, kChildUnderscoreExits, kChildExecs, kChildGoesOn };
+
+constexpr milliseconds kTimeout{60};
+constexpr milliseconds kHealthy{2000 * kSlowdown};  ///< for what a healthy board answers, on a loaded machine
+
+std::array<Clients, Record::kThreads>& staticClients() {
+  static std::array<Clients, Record::kThreads> made;
+  return made;
+}
+std::array<Receiver, Record::kThreads>& staticReceivers() {
+  static std::array<Receiver, Record::kThreads> made;
+  return made;
+}
+// Made before main, as static objects are.
+[[maybe_unused]] auto& clientsBeforeMain = staticClients();
+[[maybe_unused]] auto& receiversBeforeMain = staticReceivers();
+
+template <class T, unsigned Thread, class... Arguments>
+T* functionStatic(bool& isNew, Arguments&&... arguments) {
+  isNew = false;
+  static T made = (isNew = true, T(std::forward<Arguments>(arguments)...));
+  return &made;
+}
+
+/// The static object of a thread; null where it was taken before.
+template <class T, class... Arguments>
+T* staticOf(unsigned thread, Arguments&&... arguments) {
+  bool isNew = false;
+  T* object = nullptr;
+  switch (thread) {
+    case 0: object = functionStatic<T, 0>(isNew, std::forward<Arguments>(arguments)...); break;
+    case 1: object = functionStatic<T, 1>(isNew, std::forward<Arguments>(arguments)...); break;
+    case 2: object = functionStatic<T, 2>(isNew, std::forward<Arguments>(arguments)...); break;
+    default: object = functionStatic<T, 3>(isNew, std::forward<Arguments>(arguments)...); break;
+  }
+  return isNew ? object : nullptr;
+}
+
+template <class T>
+T* beforeMain(unsigned thread) {
+  static std::array<bool, Record::kThreads> taken{};
+  if constexpr (std::is_same_v<T, Clients>) {
+    return std::exchange(taken[thread], true) ? nullptr : &staticClients()[thread];
+  } else if constexpr (std::is_same_v<T, Receiver>) {
+    return std::exchange(taken[thread], true) ? nullptr : &staticReceivers()[thread];
+  } else {
+    return nullptr;
+  }
+}
+
+int openDescriptorsNow() { return static_cast<int>(openDescriptors()); }
+
+int runningThreads() {
+  int count = 0;
+  for ([[maybe_unused]] const auto& each : std::filesystem::directory_iterator("/proc/self/task")) ++count;
+  return count;
+}
+
+void waitReadable(int descriptor, int limitMs) {
+  pollfd watched{descriptor, POLLIN, 0};
+  ::poll(&watched, 1, limitMs);
+}
+
+[[noreturn]] void stay() {
+  for (;;) ::pause();
+}
+
+/// The time in which nobody makes the board worse.
+class Check {
+ public:
+  explicit Check(Record& record) : record_(record) {
+    ++record_.checkers;
+    waitUntil([this] { return record_.breakers == 0; }, milliseconds(100));
+  }
+  ~Check() { --record_.checkers; }
+  Check(const Check&) = delete;
+  Check& operator=(const Check&) = delete;
+
+ private:
+  Record& record_;
+};
+
+template <class Turn, class Predicate>
+bool turnUntil(Turn turn, Predicate holds, int limitMs) {
+  for (const auto end = Clock::now() + milliseconds(limitMs); !holds(); turn()) {
+    if (Clock::now() > end) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+const std::vector<Row>& rows() {
+  constexpr unsigned kObjects = kHasObjects;
+  static const std::vector<Row> made{
+      // name, operation, needs, without, gives, takes, weight, limit in ms, words
+      {"makeClients", &App::makeClients, 0, kHasClients, kHasClients, 0, 40, 500, kStorages},
+      {"initClients", &App::initClients, kHasClients, 0, 0, 0, 4, 500, {}},
+      {"set", &App::set, kHasClients, 0, 0, 0, 30, 500, {}},
+      {"ask", &App::ask, kHasClients, 0, 0, 0, 15, 500, {}},
+      {"setTimeout", &App::setTimeout, kHasClients, 0, 0, 0, 4, 500, {}},
+      {"destroyClients", &App::destroyClients, kHasClients, 0, 0, kHasClients, 8, 500, {}},
+      {"makeReceiver", &App::makeReceiver, 0, kHasReceiver, kHasReceiver, 0, 30, 1000, kStorages},
+      {"changeTopics", &App::changeTopics, kHasReceiver, 0, 0, 0, 4, 500, {}},
+      {"receive", &App::receive, 0, 0, 0, 0, 25, 1500, {}},
+      {"makeEvents", &App::makeEvents, 0, kHasEvents, kHasEvents, 0, 4, 500, {}},
+      {"turnEvents", &App::turnEvents, kHasEvents, 0, 0, 0, 20, 1500, {}},
+      {"waitForEver", &App::waitForEver, kHasReceiver, kIsMain, kIsLast, 0, 10, 1 << 30, {}},
+      {"destroyReceiver", &App::destroyReceiver, kHasReceiver, 0, 0, kHasReceiver, 6, 500, {}},
+      {"makeAsync", &App::makeAsync, 0, kHasAsync, kHasAsync, 0, 40, 500, kStorages},
+      {"submit", &App::submit, kHasAsync, 0, 0, 0, 40, 500, {}},
+      {"cancel", &App::cancel, kHasAsync, 0, 0, 0, 15, 500, {}},
+      {"turnAsync", &App::turnAsync, kHasAsync, 0, 0, 0, 40, 1000, {}},
+      {"finishAsync", &App::finishAsync, kHasAsync, 0, 0, 0, 15, 3000, {}},
+      {"destroyAsync", &App::destroyAsync, kHasAsync, 0, 0, kHasAsync, 10, 500, {}},
+      {"makeView", &App::makeView, 0, kHasView, kHasView, 0, 30, 500, kStorages},
+      {"setInView", &App::setInView, kHasView, 0, 0, 0, 20, 500, {}},
+      {"turnView", &App::turnView, kHasView, 0, 0, 0, 40, 1000, {}},
+      {"checkView", &App::checkView, kHasView, 0, 0, 0, 8, 20000, {}},
+      {"destroyView", &App::destroyView, kHasView, 0, 0, kHasView, 10, 500, {}},
+      {"getCache", &App::getCache, kMayUseCache, kHasCache, kHasCache, 0, 20, 6000, {}},
+      {"initCache", &App::initCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 2500, {}},
+      {"followCache", &App::followCache, kHasCache | kMayUseCache, 0, 0, 0, 20, 1000, {}},
+      {"readCache", &App::readCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 500, {}},
+      {"checkCache", &App::checkCache, kHasCache | kMayUseCache, 0, 0, 0, 10, 20000, {}},
+      {"makeContext", &App::makeContext, 0, kHasContext | kObjects, kHasContext, 0, 15, 500, kStorages},
+      {"destroyContext", &App::destroyContext, kHasContext, kObjects, 0, kHasContext, 15, 500, {}},
+      {"resetContext", &App::resetContext, kIsMain, kObjects | kHasThreads | kHasCache, 0, 0, 40, 500, {}},
+      {"startThread", &App::startThread, kIsMain, 0, 0, 0, 120, 500, {}},
+      {"joinThread", &App::joinThread, kIsMain, 0, 0, 0, 10, 1 << 30, {}},
+      {"forkChild", &App::forkChild, 0, 0, 0, 0, 12, 1000, kChildren},
+      {"sendSignals", &App::sendSignals, 0, 0, 0, 0, 4, 500, {}},
+      {"limitDescriptors", &App::limitDescriptors, kIsMain, kHasThreads, 0, 0, 6, 500, {}},
+      {"pause", &App::pause, 0, 0, 0, 0, 20, 1000, {}},
+      {"breakBoard", &App::breakBoard, 0, 0, 0, 0, 60, 500, kBreaks},
+      {"mendBoard", &App::mendBoard, 0, 0, 0, 0, 20, 20000, {}},
+      {"atNextCallback", &App::atNextCallback, 0, 0, 0, 0, 30, 500, kActions},
+      {"makeFarewell", &App::makeFarewell, kIsMain, 0, 0, 0, 4, 500, {}},
+      {"checkLeftovers",
+       &App::checkLeftovers,
+       kIsMain,
+       kObjects | kHasThreads | kHasCache | kHasContext,
+       0,
+       0,
+       20,
+       20000,
+       {}},
+      {"end", &App::end, 0, 0, kIsLast, 0, 8, 1 << 30, kEnds},
+  };
+  return made;
+}
+
+// ---- the process
+
+App::App(Record& record, Program program)
+    : record_(record),
+      program_(std::move(program)),
+      hasThreads_(std::any_of(program_.begin(), program_.end(),
+                              [](const Step& step) { return step.operation == &App::startThread; })),
+      descriptorsBefore_(openDescriptorsNow()) {
+  Logger::getInstance()->setSink([](Logger::logDebugLevel_t, const std::string&) {});
+  becomeProcess(0);
+}
+
+void App::becomeProcess(unsigned process) {
+  process_ = process;
+  self().pid = getpid();
+}
+
+int App::main() {
+  {
+    Frame frame;
+    run(frame);
+    if (!lastThreadEnds_) beginEnd(0);
+  }
+  if (!lastThreadEnds_) return 0;
+  // The last thread ends the process with `exit`: the context's own threads would keep it alive.
+  if (--runningThreads_ == 0) endNow(kExit);
+  pthread_exit(nullptr);
+}
+
+void App::run(Frame& frame) {
+  frame.fds.emplace();
+  for (std::size_t i = 0; i < program_.size(); ++i) {
+    const Step& step = program_[i];
+    if (step.thread != frame.thread) continue;
+    Record::Process::Thread& doing = self().threads[frame.thread];
+    doing.since = now();
+    doing.step = static_cast<int>(i);
+    try {
+      (this->*step.operation)(frame, step.number);
+    } catch (const Thrown&) {
+    } catch (const Json::Exception&) {
+    } catch (const zmq::error_t&) {  // too few descriptors for a context
+    }
+    self().threads[frame.thread].step = -1;
+  }
+}
+
+void App::runThread(unsigned thread) {
+  const unsigned process = process_;
+  {
+    Frame frame;
+    frame.thread = thread;
+    run(frame);
+  }
+  if (process_ != process) endNow(kExit);     // the only thread of a child
+  if (--runningThreads_ == 0) endNow(kExit);  // the main thread has left
+}
+
+void App::fail(const std::string& what) {
+  if (record_.hasFailed.exchange(true)) return;
+  std::snprintf(record_.failure.data(), record_.failure.size(), "%s", what.c_str());
+}
+
+// ---- objects
+
+template <class T, class... Arguments>
+void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... arguments) {
+  slot.storage = static_cast<Storage>(number);
+  // The sanitizers report, rightly, that a thread uses an object that another one destroys at the end.
+  if (kSanitized && hasThreads_ && slot.storage > Storage::kHeap) slot.storage = Storage::kHeap;
+  if (frame.context && frame.context.storage == Storage::kStack) slot.storage = Storage::kStack;
+  if (frame.context && slot.storage > Storage::kHeap && frame.context.storage <= Storage::kHeap) {
+    slot.storage = Storage::kStack;
+  }
+  if (slot.storage == Storage::kStatic) slot.object = beforeMain<T>(frame.thread);
+  if (slot.storage == Storage::kFunctionStatic) {
+    slot.object = staticOf<T>(frame.thread, std::forward<Arguments>(arguments)...);
+  }
+  hasStatics_ = hasStatics_ || slot;
+  if (!slot) {
+    if (slot.storage > Storage::kHeap) slot.storage = Storage::kHeap;
+    slot.object = new T(std::forward<Arguments>(arguments)...);
+  }
+}
+
+zmq::context_t& App::contextOf(Frame& frame) {
+  return frame.context ? *frame.context.object : ZmqUtils::getInstance().getContext();
+}
+
+void App::makeContext(Frame& frame, unsigned number) { make(frame, frame.context, number); }
+void App::destroyContext(Frame& frame, unsigned) { frame.context.destroy(); }
+void App::resetContext(Frame&, unsigned) {
+  if (!hasStatics_) ZmqUtils::getInstance().resetContext();
+}
+
+// ---- requests that wait
+
+std::uint32_t App::beginRequest() {
+  const std::uint32_t token = ++record_.lastToken;
+  Record::Request& request = record_.request(token);
+  request.status = status::kNoAnswer;  // until it is known: the process may end meanwhile
+  request.ends = 0;
+  request.carriedOut = 0;
+  return token;
+}
+
+void App::endRequest(std::uint32_t token, int status) {
+  record_.request(token).status = status;
+  ++record_.request(token).ends;
+}
+
+void App::makeClients(Frame& frame, unsigned number) {
+  make(frame, frame.clients, number);
+  initClients(frame, 0);
+  setTimeout(frame, static_cast<unsigned>(kTimeout.count()));
+}
+
+void App::initClients(Frame& frame, unsigned) {
+  frame.clients->typed.init(contextOf(frame));
+  frame.clients->json.init(contextOf(frame));
+}
+
+void App::setTimeout(Frame& frame, unsigned number) {
+  const milliseconds timeout(1 + number % 100);
+  frame.clients->typed.setTimeout(timeout);
+  zel::setTimeout(frame.clients->json, timeout);
+}
+
+void App::set(Frame& frame, unsigned) {
+  const std::uint32_t token = beginRequest();
+  endRequest(token, frame.clients->typed.setRtspTcpPort(token));
+}
+
+void App::ask(Frame& frame, unsigned) {
+  const std::uint32_t token = beginRequest();
+  Json::Value request;
+  request["token"] = token;
+  Json::Value reply;
+  if (frame.clients->json.getGpioConfiguration(request, reply) == 0 && reply["token"].asUInt() != token) {
+    fail("the answer of another request");
+  }
+}
+
+void App::destroyClients(Frame& frame, unsigned) { frame.clients.destroy(); }
+
+// ---- notifications
+
+int Receiver::notifyStoredParametersUpdate(SysParameters&) {
+  app_->act(*frame_);
+  return 0;
+}
+
+void App::makeReceiver(Frame& frame, unsigned number) {
+  make(frame, frame.receiver, number);
+  frame.receiver->use(*this, frame);
+  frame.receiver->init(contextOf(frame));
+  frame.receiver->subscribeAll();
+  collectItems(frame);
+}
+
+/// Makes the poll set anew. An item must not stay in it when its socket is closed.
+void App::collectItems(Frame& frame) {
+  const bool hadEvents = frame.events.has_value();
+  frame.events.reset();
+  frame.fds.emplace();
+  if (frame.receiver) frame.receiver->getPollItems(*frame.fds);
+  if (frame.follows) frame.follows = SystemDefaultCfg::getInstance().initSubscribers(*frame.fds) == 0;
+  if (hadEvents) frame.events.emplace(*frame.fds);
+}
+
+void App::changeTopics(Frame& frame, unsigned number) {
+  constexpr auto kTopic = SysmgrPublisher::SYSMGR_STORED_PARAMETERS_UPDATE;
+  number % 2 == 0 ? frame.receiver->unsubscribe(kTopic) : frame.receiver->subscribe(kTopic);
+}
+
+/// Takes what waits, but not what comes all the time.
+void App::takeNotifications(Frame& frame) {
+  for (int i = 0; i < 5000 && frame.receiver && frame.receiver->processEvent({}) != 0; ++i) continue;
+  for (int i = 0; i < 5000 && frame.follows && SystemDefaultCfg::getInstance().processEvent({}) != 0; ++i) continue;
+}
+
+void App::receive(Frame& frame, unsigned number) {
+  frame.fds->poll(number % 30);
+  takeNotifications(frame);
+}
+
+void App::makeEvents(Frame& frame, unsigned) { frame.events.emplace(*frame.fds); }
+
+void App::turnEvents(Frame& frame, unsigned number) {
+  waitReadable(frame.events->descriptor(), static_cast<int>(number % 30));
+  frame.events->poll();
+  takeNotifications(frame);
+}
+
+void App::waitForEver(Frame& frame, unsigned) {
+  if (process_ != 0) return;  // nobody ends a child
+  for (;;) {
+    frame.fds->poll(-1);
+    try {
+      takeNotifications(frame);
+    } catch (const Json::Exception&) {
+    } catch (const Thrown&) {
+    }
+  }
+}
+
+void App::destroyReceiver(Frame& frame, unsigned) {
+  frame.events.reset();  // they watch the socket
+  frame.receiver.destroy();
+  collectItems(frame);
+}
+
+// ---- requests that do not wait
+
+void App::makeAsync(Frame& frame, unsigned number) {
+  make(frame, frame.async, number, contextOf(frame));
+  frame.submitted.clear();
+}
+
+void App::submit(Frame& frame, unsigned number) {
+  for (unsigned i = 0; i <= number % 5 && frame.async; ++i) {
+    const std::uint32_t token = beginRequest();
+    frame.submitted.push_back(token);
+    const milliseconds timeout(1 + number % 150);
+    frame.last = frame.async->submit(
+        requests::set(settings::kRtspTcpPort, token),
+        [this, &frame, token](const Answer<void>& answer) {
+          endRequest(token, answer.status);
+          act(frame);
+        },
+        timeout);
+    if (frame.last == 0) endRequest(token, status::kCancelled);  // nothing is submitted
+  }
+}
+
+void App::cancel(Frame& frame, unsigned number) {
+  if (frame.async) frame.async->cancel(frame.last - std::min<AsyncClient::Id>(number % 4, frame.last));
+}
+
+void App::turnAsync(Frame& frame, unsigned number) {
+  if (!frame.async) return;
+  waitReadable(frame.async->descriptor(), static_cast<int>(number % 40));
+  frame.async->process();
+}
+
+/// Turns until nothing waits: each request has ended once, within its time-out.
+void App::finishAsync(Frame& frame, unsigned) {
+  const auto isDone = [&frame] { return !frame.async || frame.async->pending() == 0; };
+  const auto turn = [&] { turnAsync(frame, 10); };
+  if (!turnUntil(turn, isDone, 1000 * kSlowdown)) return fail("requests that never end");
+  if (!frame.async) return;
+  for (const std::uint32_t token : frame.submitted) {
+    if (record_.request(token).ends != 1) return fail("a completion that did not run");
+  }
+}
+
+void App::destroyAsync(Frame& frame, unsigned) { frame.async.destroy(); }
+
+// ---- the view
+
+void App::makeView(Frame& frame, unsigned number) {
+  make(frame, frame.view, number, contextOf(frame));
+  const auto callback = [this, &frame](const auto&...) { act(frame); };
+  frame.view->onChange(callback);
+  frame.view->onState(callback);
+  frame.view->onResynchronised(callback);
+  frame.view->open();
+}
+
+void App::setInView(Frame& frame, unsigned number) {
+  if (!frame.view) return;
+  const std::uint32_t token = beginRequest();
+  const auto written = [this, &frame, token](const Answer<void>& answer) {
+    endRequest(token, answer.status);
+    if (answer.ok() && frame.view && frame.view->get(settings::kEmberTcpPort) < token) {
+      fail("the completion of a write that saw an older value");
+    }
+    act(frame);
+  };
+  const AsyncClient::Id id = frame.view->set(settings::kEmberTcpPort, token, written, milliseconds(1 + number % 300));
+  if (id == 0) endRequest(token, status::kCancelled);
+}
+
+void App::turnView(Frame& frame, unsigned number) {
+  if (!frame.view) return;
+  waitReadable(frame.view->descriptor(), static_cast<int>(number % 60));
+  frame.view->process();
+}
+
+void App::checkView(Frame& frame, unsigned) {
+  const Check check(record_);
+  mend();
+  if (!frame.view || frame.view->descriptor() < 0) return;  // made with too few descriptors
+  frame.view->open();                                       // it may have failed for the same reason
+  frame.action = 0;
+  const auto turn = [&] { turnView(frame, 10); };
+  const auto isLive = [&] { return !frame.view || frame.view->state() == BoardView::State::kLive; };
+  if (!turnUntil(turn, isLive, 4000 * kSlowdown)) return fail("a view that is not live beside a healthy board");
+  const std::uint32_t version = record_.version;
+  const auto isCurrent = [&] { return !frame.view || frame.view->get(settings::kRtspTcpPort) >= version; };
+  if (turnUntil(turn, isCurrent, 1000 * kSlowdown)) return;
+  fail("a view that shows " + std::to_string(frame.view->get(settings::kRtspTcpPort)) + " and is " +
+       (isLive() ? "live" : "not live") + " beside a board that is at " + std::to_string(version));
+}
+
+void App::destroyView(Frame& frame, unsigned) { frame.view.destroy(); }
+
+// ---- the cache
+
+void App::getCache(Frame&, unsigned) { SystemDefaultCfg::getInstance().getClientReference().setTimeout(kTimeout); }
+
+void App::initCache(Frame&, unsigned) { SystemDefaultCfg::getInstance().init(); }
+
+void App::followCache(Frame& frame, unsigned) {
+  frame.follows = true;
+  collectItems(frame);
+}
+
+void App::readCache(Frame&, unsigned) {
+  std::list<EthBasicInfo> interfaces;
+  SystemDefaultCfg::getInstance().getEthDynamicBasicInfo(interfaces);
+}
+
+/// After what the documentation says for an application that may have missed something, the cache is never older than
+/// the board was.
+void App::checkCache(Frame& frame, unsigned) {
+  const Check check(record_);
+  mend();
+  frame.action = 0;
+  SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
+  cache.getClientReference().setTimeout(kHealthy);
+  const std::uint32_t version = record_.version;
+  int result = -1;
+  for (int left = 3; result < 0 && left > 0; --left) result = cache.init();  // the first may meet a dying connection
+  cache.getClientReference().setTimeout(kTimeout);
+  if (result < 0) return fail("a cache that fetches nothing from a healthy board: " + std::to_string(result));
+  for (int round = 0; round < 10; ++round) {
+    unsigned int shown = 0;
+    cache.getRtspTcpPort(&shown);
+    if (shown < version) {
+      return fail("a cache that shows " + std::to_string(shown) + " after the board was at " + std::to_string(version));
+    }
+    receive(frame, 3);
+  }
+}
+
+// ---- threads, processes, signals, limits
+
+void App::startThread(Frame&, unsigned number) {
+  const unsigned thread = otherThread(number);
+  ++runningThreads_;
+  threads_[thread] = new std::thread([this, thread] { runThread(thread); });
+}
+
+void App::joinThread(Frame& frame, unsigned number) {
+  std::thread*& thread = threads_[otherThread(number)];
+  if (thread == nullptr) return;  // it stayed in the parent
+  self().threads[frame.thread].step = -1;
+  thread->join();
+  delete thread;
+  thread = nullptr;
+}
+
+void App::forkChild(Frame& frame, unsigned number) {
+  const unsigned process = record_.processCount.fetch_add(1);
+  if (process >= Record::kProcesses) return;
+  Record::Process& entry = record_.processes[process];
+  const pid_t child = fork();
+  if (child != 0) {
+    entry.pid = child;
+    return;
+  }
+  becomeProcess(process);
+  ends_ = lastThreadEnds_ = false;
+  threads_ = {};
+  runningThreads_ = 1;
+  hasStatics_ = true;
+  unsigned what = number;
+  // Unlike the C library's, a sanitizer's allocator may be locked for ever in a fork of a process with threads.
+  if (kSanitized && what != kChildExecs) what = kChildUnderscoreExits;
+  switch (what) {
+    case kChildExits: endNow(kExit); break;
+    case kChildUnderscoreExits: endNow(kUnderscoreExit); break;
+    case kChildExecs:
+      beginEnd(0);
+      execl("/bin/true", "true", nullptr);
+      _exit(127);
+    default: connectAgain(frame);
+  }
+}
+
+/// What a child does that goes on: a context, the clients connected anew, the rest made anew.
+void App::connectAgain(Frame& frame) {
+  ZmqUtils::getInstance().resetContext();
+  frame.context.forget();  // it is the parent's
+  frame.events.reset();
+  frame.async.destroy();
+  frame.view.destroy();
+  frame.submitted.clear();
+  if (frame.clients) initClients(frame, 0);
+  if (frame.receiver) {
+    frame.receiver->init(contextOf(frame));
+    frame.receiver->subscribeAll();
+  }
+  collectItems(frame);
+}
+
+void App::sendSignals(Frame&, unsigned number) {
+  std::signal(SIGALRM, [](int) {});
+  const itimerval interval{{0, static_cast<suseconds_t>(1000 * (number % 4))}, {0, 1000}};
+  setitimer(ITIMER_REAL, &interval, nullptr);
+}
+
+void App::limitDescriptors(Frame&, unsigned number) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
+  limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : few;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void App::liftLimits() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void App::pause(Frame&, unsigned number) {
+  std::this_thread::sleep_for(milliseconds(number < 950 ? number % 15 : 300));
+}
+
+// ---- the board
+
+void App::breakBoard(Frame&, unsigned number) {
+  ++record_.breakers;
+  if (record_.checkers == 0) {
+    const unsigned what = number;
+    const pid_t board = record_.board;
+    if (what == 0) record_.delayMs = 20;
+    if (what >= 1 && what <= 6) record_.manners |= 1U << (what - 1);
+    if (what >= 7 && what <= 11) record_.orders |= 1U << (what - 7);
+    if (what == 12 || what == 15) {
+      record_.wanted = what == 15;
+      if (board != 0 && record_.board.exchange(0) == board) kill(board, SIGKILL);
+    }
+    if (what == 13 && board != 0) kill(board, SIGSTOP);
+    if (what == 14 && board != 0) kill(board, SIGCONT);
+  }
+  --record_.breakers;
+}
+
+void App::mend() {
+  liftLimits();
+  record_.delayMs = 0;
+  record_.manners = 0;
+  record_.wanted = true;
+  const bool isUp = waitUntil([this] {
+    const pid_t board = record_.board;
+    if (board != 0) kill(board, SIGCONT);
+    return board != 0;
+  });
+  if (!isUp) fail("no board");
+}
+
+void App::mendBoard(Frame&, unsigned) { mend(); }
+
+// ---- callbacks
+
+void App::atNextCallback(Frame& frame, unsigned number) { frame.action = number; }
+
+void App::act(Frame& frame) {
+  switch (std::exchange(frame.action, 0)) {
+    case 1:
+      if (frame.clients) set(frame, 0);
+      break;
+    case 2:
+      if (frame.async) submit(frame, 1);
+      break;
+    case 3: return cancel(frame, 1);
+    case 4: return frame.async.destroy();
+    case 5: return frame.view.destroy();
+    case 6:
+      if (frame.receiver) changeTopics(frame, 1);
+      break;
+    case 7: throw Thrown();
+    case 8: return forkChild(frame, kChildExits);
+    case 9: return forkChild(frame, kChildGoesOn);
+    case 10: return endNow(kExit);
+    case 11: return endNow(kQuickExit);
+    default: break;
+  }
+}
+
+// ---- the end
+
+Farewell::Farewell(Record& record) : record_(record) {
+  client_.init(ZmqUtils::getInstance().getContext());
+  client_.setTimeout(kTimeout);
+}
+
+Farewell::~Farewell() {
+  const std::uint32_t token = ++record_.lastToken;
+  record_.request(token).carriedOut = 0;
+  record_.request(token).ends = 1;
+  record_.request(token).status = status::kNoAnswer;
+  record_.request(token).status = client_.setRtspTcpPort(token);
+}
+
+void App::makeFarewell(Frame&, unsigned) {
+  hasStatics_ = true;
+  self().allowanceMs = static_cast<int>(kTimeout.count());
+  static const Farewell farewell(record_);
+}
+
+void App::checkLeftovers(Frame&, unsigned) {
+  if (hasStatics_ || process_ != 0) return;
+  liftLimits();
+  if (record_.contextDescriptors < 0) {
+    std::this_thread::sleep_for(milliseconds(200));
+    record_.contextDescriptors = openDescriptorsNow() - descriptorsBefore_;
+    record_.contextThreads = runningThreads();
+  }
+  const auto isClean = [this] {
+    return openDescriptorsNow() - descriptorsBefore_ <= record_.contextDescriptors &&
+           runningThreads() <= record_.contextThreads;
+  };
+  if (waitUntil(isClean, milliseconds(1000 * kSlowdown))) return;
+  fail(std::to_string(openDescriptorsNow() - descriptorsBefore_) + " descriptors and " +
+       std::to_string(runningThreads()) + " threads are left, not " + std::to_string(record_.contextDescriptors) +
+       " and " + std::to_string(record_.contextThreads));
+}
+
+void App::beginEnd(int status) {
+  if (ends_.exchange(true)) stay();  // another thread ends the process
+  self().expected = status;
+  self().endBegan = now();
+}
+
+void App::endNow(unsigned how) {
+  switch (how) {
+    case kQuickExit: return beginEnd(0), std::quick_exit(0);
+    case kUnderscoreExit: return beginEnd(0), _exit(0);
+    case kAbort: return beginEnd(-SIGABRT), std::abort();
+    case kTerminate:
+      beginEnd(-SIGTERM);
+      raise(SIGTERM);
+      stay();
+    default: return beginEnd(0), std::exit(0);
+  }
+}
+
+void App::end(Frame& frame, unsigned number) {
+  const unsigned how = number;
+  const auto staysForEver = [](const Step& step) { return step.operation == &App::waitForEver; };
+  const bool mayWait = frame.thread == 0 && std::none_of(program_.begin(), program_.end(), staysForEver);
+  if (how == kReturn && frame.thread == 0) return;
+  if (how == kLastThread && mayWait) {
+    lastThreadEnds_ = true;
+    return;
+  }
+  endNow(how);
+}
+
+}  // namespace zel::test
