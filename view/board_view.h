@@ -122,7 +122,8 @@ class ZEL_EXPORT BoardView {
   /// Begins to connect; the daemon need not be there. Once is enough.
   /// @return 0, or -101 when the socket cannot be opened, the address is not valid, or the process is at its end
   int open();
-  /// The descriptor to watch: as `AsyncClient::descriptor`.
+  /// The descriptor to watch: as `AsyncClient::descriptor`. -1 when there were too few descriptors to make the view,
+  /// which is of no use then: make another one.
   int descriptor() const;
   /// Does what is due. Takes at most 500 notifications and runs at most 32 callbacks a call; when more is due, the
   /// descriptor stays readable. Never waits.

@@ -1,6 +1,7 @@
 #include "view/board_view.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -756,6 +757,47 @@ TEST_F(BoardViewTest, AsksADaemonThatRefusesAQueryTwiceASecondAtMost) {
   EXPECT_LE(std::count(asked.begin(), asked.end(), FakeBoard::kWhitelist), 2) << "after the handshake, and once more";
   board.refuse(FakeBoard::kWhitelist, 0);
   EXPECT_TRUE(runUntilLive());
+}
+
+/// Lets the process open so many more descriptors, until the end of the scope.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(unsigned int left) {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(0);
+    close(next);
+    const rlimit few{static_cast<rlim_t>(next) + left, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+/// A view that was made with too few descriptors says so by its own; any other one is live when there are enough.
+TEST_F(BoardViewTest, MadeWithTooFewDescriptorsItSaysSoOrRecovers) {
+  Board board;
+  int unusable = 0;
+  for (unsigned int left = 0; left < 30; ++left) {
+    {
+      const FewDescriptors few(left);
+      view = std::make_unique<BoardView>(context);
+    }
+    if (view->descriptor() < 0) {
+      ++unusable;
+      continue;
+    }
+    EXPECT_EQ(view->open(), 0);
+    EXPECT_TRUE(runUntilLive()) << left;
+    zel::Answer<void> written{1, ""};
+    view->set(settings::kRtspTcpPort, 5000, [&](const zel::Answer<void>& answer) { written = answer; });
+    EXPECT_TRUE(runUntil([&] { return written.status != 1; }));
+    EXPECT_EQ(written.status, 0) << written.text;
+  }
+  EXPECT_GT(unusable, 0);
 }
 
 TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {

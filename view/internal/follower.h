@@ -80,7 +80,8 @@ class BoardView::Follower final : public Subscription {
   const Counters& counters() const { return counters_; }
   std::uint64_t generation() const { return generation_; }
   const BoardRecords& records() const { return records_; }
-  int wakeUpDescriptor() const { return wakeUp_.descriptor(); }
+  /// Negative, too, where only the client for the changes of the board was made with too few descriptors.
+  int wakeUpDescriptor() const { return writer_.descriptor() < 0 ? -1 : wakeUp_.descriptor(); }
 
  private:
   /// A change of the board that is not completed.
