@@ -147,6 +147,7 @@ const std::vector<Row>& rows() {
       {"changeTopics", &App::changeTopics, kHasReceiver, 0, 0, 0, 4, 500, {}},
       {"receive", &App::receive, 0, 0, 0, 0, 25, 1500, {}},
       {"makeEvents", &App::makeEvents, 0, kHasEvents, kHasEvents, 0, 4, 500, {}},
+      {"destroyEvents", &App::destroyEvents, kHasEvents, 0, 0, kHasEvents, 3, 500, {}},
       {"turnEvents", &App::turnEvents, kHasEvents, 0, 0, 0, 20, 1500, {}},
       {"waitForEver", &App::waitForEver, kHasReceiver, kIsMain, kIsLast, 0, 10, 1 << 30, {}},
       {"destroyReceiver", &App::destroyReceiver, kHasReceiver, 0, 0, kHasReceiver, 6, 500, {}},
@@ -182,7 +183,7 @@ const std::vector<Row>& rows() {
       {"checkLeftovers",
        &App::checkLeftovers,
        kIsMain,
-       kObjects | kHasThreads | kHasCache | kHasContext,
+       kObjects | kHasEvents | kHasThreads | kHasCache | kHasContext,
        0,
        0,
        20,
@@ -200,6 +201,10 @@ App::App(Record& record, Program program)
       program_(std::move(program)),
       hasThreads_(std::any_of(program_.begin(), program_.end(),
                               [](const Step& step) { return step.operation == &App::startThread; })),
+      forks_(std::any_of(program_.begin(), program_.end(),
+                         [](const Step& step) {
+                           return step.operation == &App::forkChild || step.operation == &App::atNextCallback;
+                         })),
       descriptorsBefore_(openDescriptorsNow()) {
   Logger::getInstance()->setSink([](Logger::logDebugLevel_t, const std::string&) {});
   becomeProcess(0);
@@ -252,7 +257,7 @@ void App::runThread(unsigned thread) {
 }
 
 void App::fail(const std::string& what) {
-  if (record_.hasFailed.exchange(true)) return;
+  if (ends_ || record_.hasFailed.exchange(true)) return;  // at the end nothing has to work
   std::snprintf(record_.failure.data(), record_.failure.size(), "%s", what.c_str());
 }
 
@@ -261,8 +266,12 @@ void App::fail(const std::string& what) {
 template <class T, class... Arguments>
 void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... arguments) {
   slot.storage = static_cast<Storage>(number);
-  // The sanitizers report, rightly, that a thread uses an object that another one destroys at the end.
-  if (kSanitized && hasThreads_ && slot.storage > Storage::kHeap) slot.storage = Storage::kHeap;
+  // A thread that uses a static object may still do so when another one ends the process. The sanitizers report that,
+  // rightly, and the `init` of a client calls its virtual operations.
+  const bool mayBeStatic = !hasThreads_ || (!kSanitized && !std::is_same_v<T, Clients>);
+  // The child of a fork cannot destroy a context of its parent's, so it must not be static.
+  const bool mayLast = mayBeStatic && !(forks_ && std::is_same_v<T, zmq::context_t>);
+  if (!mayLast) slot.storage = std::min(slot.storage, Storage::kHeap);
   if (frame.context && frame.context.storage == Storage::kStack) slot.storage = Storage::kStack;
   if (frame.context && slot.storage > Storage::kHeap && frame.context.storage <= Storage::kHeap) {
     slot.storage = Storage::kStack;
@@ -381,6 +390,8 @@ void App::receive(Frame& frame, unsigned number) {
 
 void App::makeEvents(Frame& frame, unsigned) { frame.events.emplace(*frame.fds); }
 
+void App::destroyEvents(Frame& frame, unsigned) { frame.events.reset(); }
+
 void App::turnEvents(Frame& frame, unsigned number) {
   waitReadable(frame.events->descriptor(), static_cast<int>(number % 30));
   frame.events->poll();
@@ -400,9 +411,11 @@ void App::waitForEver(Frame& frame, unsigned) {
 }
 
 void App::destroyReceiver(Frame& frame, unsigned) {
+  const bool hadEvents = frame.events.has_value();
   frame.events.reset();  // they watch the socket
   frame.receiver.destroy();
   collectItems(frame);
+  if (hadEvents) frame.events.emplace(*frame.fds);
 }
 
 // ---- requests that do not wait
@@ -588,7 +601,6 @@ void App::forkChild(Frame& frame, unsigned number) {
 void App::connectAgain(Frame& frame) {
   ZmqUtils::getInstance().resetContext();
   frame.context.forget();  // it is the parent's
-  frame.events.reset();
   frame.async.destroy();
   frame.view.destroy();
   frame.submitted.clear();

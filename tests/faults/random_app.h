@@ -113,6 +113,7 @@ class App {
   void changeTopics(Frame& frame, unsigned number);
   void receive(Frame& frame, unsigned number);
   void makeEvents(Frame& frame, unsigned number);
+  void destroyEvents(Frame& frame, unsigned number);
   void turnEvents(Frame& frame, unsigned number);
   void waitForEver(Frame& frame, unsigned number);
   void destroyReceiver(Frame& frame, unsigned number);
@@ -172,6 +173,7 @@ class App {
   Record& record_;
   const Program program_;
   bool hasThreads_;  ///< the program starts some
+  bool forks_;
   unsigned process_ = 0;
   std::array<std::thread*, Record::kThreads> threads_{};  ///< never destroyed: a child inherits what it does not have
   std::atomic<bool> ends_{false};
