@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/logger.h"
+#include "common/shared/library_bit.h"
 #include "common/shared/wire_json.h"
 #include "common/status.h"
 
@@ -44,8 +45,14 @@ constexpr SocketOption kMonitorOptions[] = {
     {ZMQ_RCVHWM, 0},  // no limit: at a limit libzmq's I/O thread would wait for us, and with it every other socket
 };
 
-/// Numbers the endpoints of the monitors. Not inside the class: the library exports what its public classes hold.
+/// Numbers the endpoints of the monitors of this library. Not inside the class: the library exports what its public
+/// classes hold.
 std::atomic<unsigned int> monitorsOpened{0};
+
+/// The endpoint of the next monitor: unlike every other on the context, those of the other library included.
+std::string monitorEndpoint() {
+  return "inproc://zel-subscriber-" + std::to_string(kLibraryBit) + '-' + std::to_string(++monitorsOpened);
+}
 
 /// Only the events of an existing connection. Attempts that are refused raise no event: an application that
 /// sleeps for a day without a daemon finds an empty queue.
@@ -126,7 +133,7 @@ std::optional<Clock::time_point> Subscription::tendLink(bool readable) {
 }
 
 bool Subscription::open(Monitored& pair, int events) {
-  const std::string endpoint = "inproc://zel-subscriber-" + std::to_string(++monitorsOpened);
+  const std::string endpoint = monitorEndpoint();
   pair.socket = openSocket(ZMQ_SUB);
   pair.monitor = openSocket(ZMQ_PAIR);
   return pair.socket != nullptr && pair.monitor != nullptr && setOptions(pair.socket, kSocketOptions) &&

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "subscriber/sysmgr_subscriber.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/descriptor_loop.h"
 #include "tests/support/fake_board.h"
@@ -757,6 +758,18 @@ TEST_F(BoardViewTest, AsksADaemonThatRefusesAQueryTwiceASecondAtMost) {
   EXPECT_LE(std::count(asked.begin(), asked.end(), FakeBoard::kWhitelist), 2) << "after the handshake, and once more";
   board.refuse(FakeBoard::kWhitelist, 0);
   EXPECT_TRUE(runUntilLive());
+}
+
+/// A view and a subscriber are of two libraries, and share the context.
+TEST_F(BoardViewTest, FollowsBesideASubscriber) {
+  Board board;
+  view->open();
+  SysmgrSubscriber first;
+  EXPECT_EQ(first.init(context), 0);
+  BoardView second(context);
+  EXPECT_EQ(second.open(), 0);
+  EXPECT_TRUE(runUntilLive());
+  EXPECT_TRUE(zel::test::runUntil(second, [&] { return second.state() == State::kLive; }));
 }
 
 /// Lets the process open so many more descriptors, until the end of the scope.
