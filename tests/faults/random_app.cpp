@@ -17,7 +17,6 @@
 
 #include "client/zmq_utils.h"
 #include "common/logger.h"
-#include "config/system_default_cfg.h"
 #include "tests/faults/process_figures.h"
 #include "tests/support/wait_until.h"
 
@@ -261,6 +260,11 @@ void App::fail(const std::string& what) {
   std::snprintf(record_.failure.data(), record_.failure.size(), "%s", what.c_str());
 }
 
+/// What works whatever the board does, except where descriptors are short.
+void App::expectSuccess(const char* what, int result) {
+  if (result < 0 && !isShort_) fail(std::string(what) + " returns " + std::to_string(result));
+}
+
 // ---- objects
 
 template <class T, class... Arguments>
@@ -320,8 +324,8 @@ void App::makeClients(Frame& frame, unsigned number) {
 }
 
 void App::initClients(Frame& frame, unsigned) {
-  frame.clients->typed.init(contextOf(frame));
-  frame.clients->json.init(contextOf(frame));
+  expectSuccess("init of a client", frame.clients->typed.init(contextOf(frame)));
+  expectSuccess("init of a client", frame.clients->json.init(contextOf(frame)));
 }
 
 void App::setTimeout(Frame& frame, unsigned number) {
@@ -357,9 +361,13 @@ int Receiver::notifyStoredParametersUpdate(SysParameters&) {
 void App::makeReceiver(Frame& frame, unsigned number) {
   make(frame, frame.receiver, number);
   frame.receiver->use(*this, frame);
-  frame.receiver->init(contextOf(frame));
-  frame.receiver->subscribeAll();
+  connect(frame);
   collectItems(frame);
+}
+
+void App::connect(Frame& frame) {
+  expectSuccess("init of a subscriber", frame.receiver->init(contextOf(frame)));
+  expectSuccess("subscribeAll", frame.receiver->subscribeAll());
 }
 
 /// Makes the poll set anew. An item must not stay in it when its socket is closed.
@@ -368,7 +376,7 @@ void App::collectItems(Frame& frame) {
   frame.events.reset();
   frame.fds.emplace();
   if (frame.receiver) frame.receiver->getPollItems(*frame.fds);
-  if (frame.follows) frame.follows = SystemDefaultCfg::getInstance().initSubscribers(*frame.fds) == 0;
+  if (frame.follows) frame.follows = frame.cache->initSubscribers(*frame.fds) == 0;
   if (hadEvents) frame.events.emplace(*frame.fds);
 }
 
@@ -380,7 +388,7 @@ void App::changeTopics(Frame& frame, unsigned number) {
 /// Takes what waits, but not what comes all the time.
 void App::takeNotifications(Frame& frame) {
   for (int i = 0; i < 5000 && frame.receiver && frame.receiver->processEvent({}) != 0; ++i) continue;
-  for (int i = 0; i < 5000 && frame.follows && SystemDefaultCfg::getInstance().processEvent({}) != 0; ++i) continue;
+  for (int i = 0; i < 5000 && frame.follows && frame.cache->processEvent({}) != 0; ++i) continue;
 }
 
 void App::receive(Frame& frame, unsigned number) {
@@ -472,7 +480,7 @@ void App::makeView(Frame& frame, unsigned number) {
   frame.view->onChange(callback);
   frame.view->onState(callback);
   frame.view->onResynchronised(callback);
-  frame.view->open();
+  expectSuccess("open", frame.view->open());
 }
 
 void App::setInView(Frame& frame, unsigned number) {
@@ -524,18 +532,19 @@ void App::followCache(Frame& frame, unsigned) {
   collectItems(frame);
 }
 
-void App::readCache(Frame&, unsigned) {
+void App::readCache(Frame& frame, unsigned) {
   std::list<EthBasicInfo> interfaces;
-  SystemDefaultCfg::getInstance().getEthDynamicBasicInfo(interfaces);
+  if (frame.cache != nullptr) frame.cache->getEthDynamicBasicInfo(interfaces);
 }
 
 /// After what the documentation says for an application that may have missed something, the cache is never older than
 /// the board was.
 void App::checkCache(Frame& frame, unsigned) {
+  if (frame.cache == nullptr) return;
   const Check check(record_);
   mend();
   frame.action = 0;
-  SystemDefaultCfg& cache = SystemDefaultCfg::getInstance();
+  SystemDefaultCfg& cache = *frame.cache;
   cache.getClientReference().setTimeout(kHealthy);
   const std::uint32_t version = record_.version;
   int result = -1;
@@ -570,16 +579,22 @@ void App::joinThread(Frame& frame, unsigned number) {
 }
 
 void App::forkChild(Frame& frame, unsigned number) {
-  const unsigned process = record_.processCount.fetch_add(1);
-  if (process >= Record::kProcesses) return;
-  Record::Process& entry = record_.processes[process];
-  const pid_t child = fork();
-  if (child != 0) {
-    entry.pid = child;
+  unsigned process = 0;
+  pid_t child = -1;
+  {
+    // No thread forks while another one ends the process: the child could never exit.
+    const std::lock_guard<std::mutex> lock(forking_);
+    if (ends_ || record_.processCount == Record::kProcesses) return;
+    process = record_.processCount++;
+    child = fork();
+  }
+  if (child < 0) std::abort();
+  if (child > 0) {
+    record_.processes[process].pid = child;
     return;
   }
   becomeProcess(process);
-  ends_ = lastThreadEnds_ = false;
+  lastThreadEnds_ = false;
   threads_ = {};
   runningThreads_ = 1;
   hasStatics_ = true;
@@ -606,8 +621,7 @@ void App::connectAgain(Frame& frame) {
   frame.submitted.clear();
   if (frame.clients) initClients(frame, 0);
   if (frame.receiver) {
-    frame.receiver->init(contextOf(frame));
-    frame.receiver->subscribeAll();
+    connect(frame);
   }
   collectItems(frame);
 }
@@ -619,6 +633,7 @@ void App::sendSignals(Frame&, unsigned number) {
 }
 
 void App::limitDescriptors(Frame&, unsigned number) {
+  isShort_ = true;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
@@ -739,7 +754,10 @@ void App::checkLeftovers(Frame&, unsigned) {
 }
 
 void App::beginEnd(int status) {
-  if (ends_.exchange(true)) stay();  // another thread ends the process
+  forking_.lock();
+  const bool endsAlready = ends_.exchange(true);
+  forking_.unlock();
+  if (endsAlready) stay();  // by another thread
   self().expected = status;
   self().endBegan = now();
 }

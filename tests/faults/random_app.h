@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "client/async_client.h"
 #include "client/sysmgr_client.h"
 #include "common/event_descriptor.h"
+#include "config/system_default_cfg.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/faults/random_program.h"
 #include "view/board_view.h"
@@ -80,7 +82,8 @@ struct Frame {
   Slot<Receiver> receiver;
   Slot<AsyncClient> async;
   Slot<BoardView> view;
-  bool follows = false;
+  SystemDefaultCfg* cache = nullptr;
+  bool follows = false;  ///< the cache
   std::optional<PollFds> fds;
   std::optional<EventDescriptor> events;
   unsigned action = 0;  ///< of the next callback: one of the words of `App::atNextCallback`
@@ -159,11 +162,13 @@ class App {
   void beginEnd(int status);
   void endNow(unsigned how);
   void fail(const std::string& what);
+  void expectSuccess(const char* what, int result);
   template <class T, class... Arguments>
   void make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... arguments);
   zmq::context_t& contextOf(Frame& frame);
   void collectItems(Frame& frame);
   void takeNotifications(Frame& frame);
+  void connect(Frame& frame);
   void connectAgain(Frame& frame);
   std::uint32_t beginRequest();
   void endRequest(std::uint32_t token, int status);
@@ -176,10 +181,12 @@ class App {
   bool forks_;
   unsigned process_ = 0;
   std::array<std::thread*, Record::kThreads> threads_{};  ///< never destroyed: a child inherits what it does not have
+  std::mutex forking_;
   std::atomic<bool> ends_{false};
   std::atomic<bool> lastThreadEnds_{false};
   std::atomic<int> runningThreads_{1};
   int descriptorsBefore_;
+  bool isShort_ = false;                 ///< descriptors were limited
   std::atomic<bool> hasStatics_{false};  ///< something is not given back before the end
 };
 

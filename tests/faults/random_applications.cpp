@@ -5,6 +5,7 @@
 //   zelRandomApplications [--programs N] [--seed S] [--seconds T] [--jobs J] [--times N] [--keep 1]
 //   zelRandomApplications --show SEED
 //
+// `--stacks 1` shows where a process hangs, with gdb(1).
 // Seed S + n is program n. `--times` runs each program so often; `--keep 1` prints a program that fails as it is.
 // Exit status: 0 right, 1 wrong. Under the thread sanitizer: TSAN_OPTIONS as in CMakePresets.json.
 
@@ -22,9 +23,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <new>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -51,16 +55,18 @@ struct Options {
   unsigned long times = 1;
   unsigned long keep = 0;
   unsigned long show = 0;
+  unsigned long stacks = 0;
 };
 
 struct OptionRow {
   const char* name;
   unsigned long Options::*value;
 };
+bool showsStacks = false;
 constexpr OptionRow kOptions[] = {
     {"--programs", &Options::programs}, {"--seconds", &Options::seconds}, {"--seed", &Options::seed},
     {"--jobs", &Options::jobs},         {"--times", &Options::times},     {"--keep", &Options::keep},
-    {"--show", &Options::show},
+    {"--show", &Options::show},         {"--stacks", &Options::stacks},
 };
 
 /// What the workers share.
@@ -85,6 +91,7 @@ struct Watched {
   int descriptor = -1;  ///< of the process; readable when it has ended
   Clock::time_point ended{};
   bool isReaped = false;
+  Clock::duration waited{};  ///< since its end began, with no thread that ran or was ready to run
 };
 
 /// One run of a program.
@@ -129,6 +136,7 @@ class Execution {
         each.ended = seen;
       } else {
         allEnded = false;
+        if (record_.processes[i].endBegan != 0) measureWait(each);
         judgeTimes(record_.processes[i]);
       }
     }
@@ -180,15 +188,44 @@ class Execution {
     while (processes_.size() < count) {
       const pid_t pid = record_.processes[processes_.size()].pid;
       if (pid == 0) return;  // just being forked
-      processes_.push_back({pid, static_cast<int>(syscall(SYS_pidfd_open, pid, 0))});
+      Watched& found = processes_.emplace_back();
+      found.pid = pid;
+      found.descriptor = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     }
+  }
+
+  /// How long an end takes depends on the machine, too: only the time counts in which every thread of the process
+  /// waited for something.
+  void measureWait(Watched& process) const {
+    std::error_code gone;
+    for (const auto& thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process.pid) + "/task", gone)) {
+      std::ifstream file(thread.path() / "stat");
+      std::string line;
+      std::getline(file, line);
+      const std::size_t state = line.rfind(") ");
+      if (state == std::string::npos || std::strchr("RD", line[state + 2]) != nullptr) return;
+    }
+    process.waited += std::min<Clock::duration>(Clock::now() - due_, milliseconds(1)) + milliseconds(1);
+  }
+
+  void failHanging(const std::string& what) {
+    if (showsStacks) {
+      for (const Watched& each : processes_) {
+        if (each.ended != Clock::time_point()) continue;
+        const std::string command = "gdb -p " + std::to_string(each.pid) +
+                                    " -batch -ex 'thread apply all bt 25' 2>/dev/null | grep -E '^(#|Thread)' >&2";
+        if (std::system(command.c_str()) != 0) continue;
+      }
+    }
+    fail(what);
   }
 
   void judgeTimes(const Record::Process& process) {
     const auto isOver = [this](Clock::rep since, milliseconds limit) {
       return since != 0 && Clock::now() - Clock::time_point(Clock::duration(since)) > limit + late_;
     };
-    if (isOver(process.endBegan, 3 * kEndLimit + milliseconds(2000))) return fail("a process that does not end");
+    if (isOver(process.endBegan, 3 * kEndLimit + milliseconds(2000))) return failHanging("a process that does not end");
     if (process.endBegan != 0) return;
     for (const auto& thread : process.threads) {
       const int step = thread.step;
@@ -196,7 +233,7 @@ class Execution {
       const Row& row = rowOf(program_[static_cast<std::size_t>(step)].operation);
       // A busy machine makes everything late; what hangs, hangs.
       if (row.limitMs < 1 << 30 && isOver(thread.since, milliseconds(2000 + row.limitMs * kSlowdown))) {
-        return fail(std::string("it does not return from ") + row.name);
+        return failHanging(std::string("it does not return from ") + row.name);
       }
     }
   }
@@ -211,9 +248,8 @@ class Execution {
                   text_);
     }
     if (record.endBegan == 0) return fail("a process that ended before its end");
-    const Clock::duration took = process.ended - Clock::time_point(Clock::duration(record.endBegan));
-    if (took - late_ <= kEndLimit + milliseconds(record.allowanceMs)) return;
-    fail("its end took " + std::to_string(std::chrono::duration_cast<milliseconds>(took).count()) + " ms");
+    if (process.waited <= kEndLimit + milliseconds(record.allowanceMs)) return;
+    fail("its end took " + std::to_string(std::chrono::duration_cast<milliseconds>(process.waited).count()) + " ms");
   }
 
   void judgeRequests() {
@@ -435,6 +471,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "see the head of random_applications.cpp\n");
     return 2;
   }
+  showsStacks = options.stacks != 0;
   if (options.show == 0) return runAll(options);
   std::fputs(written(generate(static_cast<std::uint32_t>(options.show))).c_str(), stdout);
   return 0;
