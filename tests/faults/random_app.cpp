@@ -26,6 +26,11 @@ extern "C" const char* __lsan_default_options();  // NOLINT(bugprone-reserved-id
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options() {
   return "leak_check_at_exit=0";
 }
+/// Nor is a thread that does.
+extern "C" const char* __tsan_default_options();  // NOLINT(bugprone-reserved-identifier): the sanitizer's name
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
+  return "report_thread_leaks=0";
+}
 
 namespace zel::test {
 
@@ -264,6 +269,8 @@ void App::runThread(unsigned thread) {
     Frame frame;
     frame.thread = thread;
     run(frame);
+    const auto stays = [](const auto& slot) { return slot && slot.storage != Storage::kStack; };
+    if (stays(frame.clients) || stays(frame.receiver) || stays(frame.async) || stays(frame.view)) hasStatics_ = true;
   }
   if (process_ != process) endNow(kExit);     // the only thread of a child
   if (--runningThreads_ == 0) endNow(kExit);  // the main thread has left

@@ -7,7 +7,8 @@
 //
 // `--stacks 1` shows where a process hangs, with gdb(1).
 // Seed S + n is program n. `--times` runs each program so often; `--keep 1` prints a program that fails as it is.
-// Exit status: 0 right, 1 wrong. Under the thread sanitizer: TSAN_OPTIONS as in CMakePresets.json.
+// `--first 1` ends with the first that fails. Exit status: 0 right, 1 wrong. Under the thread sanitizer: TSAN_OPTIONS
+// as in CMakePresets.json.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -56,6 +57,7 @@ struct Options {
   unsigned long keep = 0;
   unsigned long show = 0;
   unsigned long stacks = 0;
+  unsigned long first = 0;
 };
 
 struct OptionRow {
@@ -66,11 +68,12 @@ bool showsStacks = false;
 constexpr OptionRow kOptions[] = {
     {"--programs", &Options::programs}, {"--seconds", &Options::seconds}, {"--seed", &Options::seed},
     {"--jobs", &Options::jobs},         {"--times", &Options::times},     {"--keep", &Options::keep},
-    {"--show", &Options::show},         {"--stacks", &Options::stacks},
+    {"--show", &Options::show},         {"--stacks", &Options::stacks},   {"--first", &Options::first},
 };
 
 /// What the workers share.
 struct Progress {
+  std::atomic<bool> foundBegun;  ///< one worker runs the programs of random_found.cpp
   std::atomic<unsigned long> next;
   std::atomic<unsigned long> done;
   std::atomic<unsigned long> steps;
@@ -298,7 +301,9 @@ class Worker {
   void work() {
     run({{0, &App::makeClients, 1}, {0, &App::set, 0}, {0, &App::destroyClients, 0}, {0, &App::checkLeftovers, 0}});
     const auto end = Clock::now() + std::chrono::seconds(options_.seconds);
+    if (!progress_.foundBegun.exchange(true)) runFound();
     for (unsigned long n = 0; (n = progress_.next++) < options_.programs && Clock::now() < end;) {
+      if (options_.first != 0 && progress_.failed > 0) return;
       const auto seed = static_cast<std::uint32_t>(options_.seed + n);
       const Program program = generate(seed);
       for (unsigned long times = options_.times; times > 0; --times) {
@@ -313,6 +318,15 @@ class Worker {
   }
 
  private:
+  void runFound() {
+    for (const FoundProgram& each : foundPrograms()) {
+      const std::string failure = run(each.program);
+      if (failure.empty()) continue;
+      ++progress_.failed;
+      print(std::string(each.fault) + ": " + failure + '\n');
+    }
+  }
+
   /// @return empty, or what was wrong
   std::string run(const Program& program) {
     healBoard();
@@ -380,10 +394,11 @@ class Worker {
                    " runs: " + failure + '\n');
     }
     ++progress_.failed;
+    print("seed " + std::to_string(seed) + " fails: " + last + '\n');
     const Program shortest = shrunk(program, last);
     print("seed " + std::to_string(seed) + ": " + last + "\n  " + std::to_string(shortest.size()) + " of " +
-          std::to_string(program.size()) + " steps\n    {\"Seed" + std::to_string(seed) + "\",\n     {\n" +
-          written(shortest) + "     }},\n");
+          std::to_string(program.size()) + " steps\n      {\"" + last + "\",\n       {\n" + written(shortest) +
+          "     }},\n");
   }
 
   /// Removes steps, many at first and single ones at last, while the rest still fails.

@@ -123,7 +123,8 @@ std::string written(const Program& program) {
   std::string text;
   for (const Step& step : program) {
     const Row& row = rowOf(step.operation);
-    text += "      {" + std::to_string(step.thread) + ", &App::" + row.name + ", " + std::to_string(step.number) + "},";
+    text += "           {" + std::to_string(step.thread) + ", &App::" + row.name + ", " + std::to_string(step.number) +
+            "},";
     if (!row.words.empty()) text += std::string("  // ") + row.words[step.number % row.words.size()];
     text += '\n';
   }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -52,6 +51,13 @@ struct Row {
 };
 const std::vector<Row>& rows();
 const Row& rowOf(Operation operation);
+
+/// A program that has found a fault, and the fault.
+struct FoundProgram {
+  const char* fault;
+  Program program;
+};
+const std::vector<FoundProgram>& foundPrograms();
 
 /// The program of a seed.
 Program generate(std::uint32_t seed);

@@ -1,0 +1,35 @@
+#include "tests/faults/random_app.h"
+
+namespace zel::test {
+
+// Programs that failed once, as they were printed. They are run before the random ones.
+const std::vector<FoundProgram>& foundPrograms() {
+  static const std::vector<FoundProgram> made{
+      {"a view beside a subscriber, whose monitors had the same endpoint",
+       {
+           {0, &App::startThread, 562},
+           {0, &App::makeView, 3},      // static
+           {2, &App::makeReceiver, 0},  // stack
+           {0, &App::checkView, 533},
+       }},
+      {"a view that was made with few descriptors, beside a subscriber",
+       {
+           {0, &App::limitDescriptors, 203},
+           {0, &App::makeAsync, 1},  // heap
+           {0, &App::makeView, 1},   // heap
+           {0, &App::mendBoard, 750},
+           {0, &App::makeReceiver, 1},  // heap
+           {0, &App::checkView, 329},
+       }},
+      {"a view whose client for changes was made with too few descriptors",
+       {
+           {0, &App::limitDescriptors, 952},
+           {0, &App::makeReceiver, 2},  // function-static
+           {0, &App::makeView, 0},      // stack
+           {0, &App::checkView, 910},
+       }},
+  };
+  return made;
+}
+
+}  // namespace zel::test
