@@ -110,9 +110,10 @@ int runningThreads() {
   return count;
 }
 
-void waitReadable(int descriptor, int limitMs) {
+/// @return whether a loop that watches the descriptor has something to do; what was made without one is asked always
+bool waitReadable(int descriptor, unsigned limitMs) {
   pollfd watched{descriptor, POLLIN, 0};
-  ::poll(&watched, 1, limitMs);
+  return ::poll(&watched, 1, static_cast<int>(limitMs)) > 0 || descriptor < 0;
 }
 
 /// Where the leak sanitizer is there, it writes down what nothing leads to any more.
@@ -330,6 +331,7 @@ std::uint32_t App::beginRequest() {
   request.status = status::kNoAnswer;  // until it is known: the process may end meanwhile
   request.ends = 0;
   request.carriedOut = 0;
+  request.client = 0;
   return token;
 }
 
@@ -422,7 +424,7 @@ void App::makeEvents(Frame& frame, unsigned) { frame.events.emplace(*frame.fds);
 void App::destroyEvents(Frame& frame, unsigned) { frame.events.reset(); }
 
 void App::turnEvents(Frame& frame, unsigned number) {
-  waitReadable(frame.events->descriptor(), static_cast<int>(number % 30));
+  if (!waitReadable(frame.events->descriptor(), number % 30)) return;
   frame.events->poll();
   takeNotifications(frame);
 }
@@ -452,12 +454,14 @@ void App::destroyReceiver(Frame& frame, unsigned) {
 void App::makeAsync(Frame& frame, unsigned number) {
   make(frame, frame.async, number, contextOf(frame));
   frame.submitted.clear();
+  frame.asyncNumber = ++record_.lastClient;
 }
 
 void App::submit(Frame& frame, unsigned number) {
   for (unsigned i = 0; i <= number % 5 && frame.async; ++i) {
     const std::uint32_t token = beginRequest();
     frame.submitted.push_back(token);
+    record_.request(token).client = frame.asyncNumber;
     const milliseconds timeout(1 + number % 150);
     frame.last = frame.async->submit(
         requests::set(settings::kRtspTcpPort, token),
@@ -476,8 +480,7 @@ void App::cancel(Frame& frame, unsigned number) {
 
 void App::turnAsync(Frame& frame, unsigned number) {
   if (!frame.async) return;
-  waitReadable(frame.async->descriptor(), static_cast<int>(number % 40));
-  frame.async->process();
+  if (waitReadable(frame.async->descriptor(), number % 40)) frame.async->process();
 }
 
 /// Turns until nothing waits: each request has ended once, within its time-out.
@@ -520,8 +523,7 @@ void App::setInView(Frame& frame, unsigned number) {
 
 void App::turnView(Frame& frame, unsigned number) {
   if (!frame.view) return;
-  waitReadable(frame.view->descriptor(), static_cast<int>(number % 60));
-  frame.view->process();
+  if (waitReadable(frame.view->descriptor(), number % 60)) frame.view->process();
 }
 
 void App::checkView(Frame& frame, unsigned) {
@@ -702,10 +704,10 @@ void App::breakBoard(Frame&, unsigned number) {
 
 void App::mend() {
   liftLimits();
-  record_.delayMs = 0;
-  record_.manners = 0;
-  record_.wanted = true;
   const bool isUp = waitUntil([this] {
+    record_.delayMs = 0;
+    record_.manners = 0;
+    record_.wanted = true;  // another process of the application may be breaking it
     const pid_t board = record_.board;
     if (board != 0) kill(board, SIGCONT);
     return board != 0;

@@ -88,6 +88,7 @@ struct Frame {
   std::optional<EventDescriptor> events;
   unsigned action = 0;  ///< of the next callback: one of the words of `App::atNextCallback`
   AsyncClient::Id last = 0;
+  std::uint32_t asyncNumber = 0;         ///< of the asynchronous client, among all
   std::vector<std::uint32_t> submitted;  ///< the tokens of the asynchronous client
 };
 

@@ -27,10 +27,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <new>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/status.h"
@@ -256,12 +258,16 @@ class Execution {
   }
 
   void judgeRequests() {
+    std::map<std::uint32_t, std::uint32_t> places;  // of the last success of each client
     for (std::uint32_t token = firstToken_; token <= record_.lastToken; ++token) {
       const Record::Request& request = record_.request(token);
       const bool isUnknown = request.status == status::kNoAnswer || request.status == status::kBadAnswer;
       const bool isDone = request.status >= 0;
       if (request.ends > 1) fail("a request that ended twice");
       if (request.carriedOut > 1) fail("a request that was carried out twice");
+      if (isDone && request.client != 0 && request.place < std::exchange(places[request.client], request.place)) {
+        fail("a request that was carried out before an earlier one");
+      }
       if (isDone && request.ends == 1 && request.carriedOut == 0) fail("a success that was not carried out");
       if (!isDone && !isUnknown && request.carriedOut > 0) {
         fail("a request that ended with " + std::to_string(request.status) + " and was carried out");

@@ -113,6 +113,7 @@ class Board {
       if (!body.isMember(key)) continue;
       const std::uint32_t token = body[key].asUInt();
       ++record_.request(token).carriedOut;
+      record_.request(token).place = ++record_.lastPlace;
       if (key[0] == 'e') record_.written = std::max(record_.written.load(), token);
     }
     change();

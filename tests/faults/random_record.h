@@ -19,14 +19,18 @@ struct Record {
     std::atomic<int> status;                ///< of the last end
     std::atomic<std::uint32_t> ends;        ///< how often it has ended for the application
     std::atomic<std::uint32_t> carriedOut;  ///< how often the board has done it
+    std::atomic<std::uint32_t> place;       ///< when the board did it last, in its order
+    std::atomic<std::uint32_t> client;      ///< the client that keeps the order of its requests; 0: none does
   };
   static constexpr std::uint32_t kRequests = 1U << 16;
   std::array<Request, kRequests> requests;
   std::atomic<std::uint32_t> lastToken;
+  std::atomic<std::uint32_t> lastClient;
   Request& request(std::uint32_t token) { return requests[token % kRequests]; }
 
   // The board. Its values only count up.
 
+  std::atomic<std::uint32_t> lastPlace;
   std::atomic<std::uint32_t> version;  ///< "rtsp/tcp-port" of its stored parameters: one more with each change
   std::atomic<std::uint32_t> written;  ///< "ember/tcp-port": the newest token that was set there
 
