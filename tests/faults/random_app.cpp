@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -89,6 +90,11 @@ T* staticOf(unsigned thread, Arguments&&... arguments) {
   }
   return isNew ? object : nullptr;
 }
+
+/// A static object that owns a context, which may be at the address of an earlier one.
+struct StaticContext {
+  std::unique_ptr<zmq::context_t> context = std::make_unique<zmq::context_t>();
+};
 
 template <class T>
 T* beforeMain(unsigned thread) {
@@ -304,7 +310,12 @@ void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... argu
   }
   if (slot.storage == Storage::kStatic) slot.object = beforeMain<T>(frame.thread);
   if (slot.storage == Storage::kFunctionStatic) {
-    slot.object = staticOf<T>(frame.thread, std::forward<Arguments>(arguments)...);
+    if constexpr (std::is_same_v<T, zmq::context_t>) {
+      StaticContext* const owner = staticOf<StaticContext>(frame.thread);
+      slot.object = owner == nullptr ? nullptr : owner->context.get();
+    } else {
+      slot.object = staticOf<T>(frame.thread, std::forward<Arguments>(arguments)...);
+    }
   }
   hasStatics_ = hasStatics_ || slot;
   if (!slot) {
