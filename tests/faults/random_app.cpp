@@ -192,8 +192,8 @@ const std::vector<Row>& rows() {
       {"followCache", &App::followCache, kHasCache | kMayUseCache, 0, 0, 0, 20, 1000, {}},
       {"readCache", &App::readCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 500, {}},
       {"checkCache", &App::checkCache, kHasCache | kMayUseCache, 0, 0, 0, 10, 20000, {}},
-      {"makeContext", &App::makeContext, 0, kHasContext | kObjects, kHasContext, 0, 15, 500, kStorages},
-      {"destroyContext", &App::destroyContext, kHasContext, kObjects, 0, kHasContext, 15, 500, {}},
+      {"makeContext", &App::makeContext, 0, kHasContext | kObjects, kHasContext, 0, 30, 500, kStorages},
+      {"destroyContext", &App::destroyContext, kHasContext, kObjects, 0, kHasContext, 50, 500, {}},
       {"resetContext", &App::resetContext, kIsMain, kObjects | kHasThreads | kHasCache, 0, 0, 40, 500, {}},
       {"startThread", &App::startThread, kIsMain, 0, 0, 0, 120, 500, {}},
       {"joinThread", &App::joinThread, kIsMain, 0, 0, 0, 10, 1 << 30, {}},
@@ -221,15 +221,17 @@ const std::vector<Row>& rows() {
 
 // ---- the process
 
+static bool mayFork(const Step& step) {
+  const bool inCallback = step.operation == &App::atNextCallback && (step.number == 8 || step.number == 9);
+  return inCallback || step.operation == &App::forkChild;
+}
+
 App::App(Record& record, Program program)
     : record_(record),
       program_(std::move(program)),
       hasThreads_(std::any_of(program_.begin(), program_.end(),
                               [](const Step& step) { return step.operation == &App::startThread; })),
-      forks_(std::any_of(program_.begin(), program_.end(),
-                         [](const Step& step) {
-                           return step.operation == &App::forkChild || step.operation == &App::atNextCallback;
-                         })),
+      forks_(std::any_of(program_.begin(), program_.end(), mayFork)),
       descriptorsBefore_(openDescriptorsNow()) {
   Logger::getInstance()->setSink([](Logger::logDebugLevel_t, const std::string&) {});
   becomeProcess(0);
