@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <utility>
@@ -11,13 +10,17 @@
 #include "common/client_json_api.h"
 #include "common/logger.h"
 #include "common/shared/context_mark.h"
+#include "common/shared/process_mutex.h"
 #include "common/shared/singleton.h"
 #include "common/shared/socket_owner.h"
 
 namespace {
 
 /// One I/O thread, on purpose, and the default number of sockets. What a context does not accept stays as it is.
+///
+/// No thread forks meanwhile: libzmq and its libraries lock mutexes of their own, which a child would inherit locked.
 zmq::context_t makeContext() {
+  const zel::ProcessLock lock(zel::processMutex());
   zmq::context_t context;
   zmq_ctx_set(context.handle(), ZMQ_IO_THREADS, 1);
   zmq_ctx_set(context.handle(), ZMQ_MAX_SOCKETS, ZMQ_MAX_SOCKETS_DFLT);
@@ -57,7 +60,7 @@ ZmqUtils& ZmqUtils::getInstance() { return singleton.get(make); }
 // made later.
 ZmqUtils* ZmqUtils::make() {
   std::unique_ptr<ZmqUtils> made(new ZmqUtils);
-  std::atexit(closeAtExit);
+  zel::atExit(closeAtExit);
   NobodysClient().init(made->context_);
   zel::SocketOwner::closeAtExit(made->context_);
   instance = made.get();

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <cstdlib>
 #include <mutex>
 
 // Header-only: each of the two libraries has a mutex of its own.
@@ -9,7 +10,8 @@
 namespace zel {
 
 /// The only mutex of a library. It guards everything that the library's objects share, and is held for a few
-/// instructions at a time: never while application code runs, and never while a thread waits.
+/// instructions at a time, or while a context is made: never while application code runs, and never while a thread
+/// waits.
 ///
 /// fork(2) copies a mutex in the state that it is in. So a handler locks this one before each fork and unlocks it
 /// afterwards in both processes: a child never inherits it locked by a thread that it does not have.
@@ -24,5 +26,12 @@ inline std::mutex& processMutex() {
 [[maybe_unused]] inline const std::mutex& processMutexAtLoad = processMutex();
 
 using ProcessLock = std::unique_lock<std::mutex>;
+
+/// As atexit(3). No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers locked,
+/// and never exit.
+inline void atExit(void (*handler)()) {
+  const ProcessLock lock(processMutex());
+  std::atexit(handler);
+}
 
 }  // namespace zel

@@ -1,7 +1,6 @@
 #include "config/system_default_cfg.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <type_traits>
@@ -9,6 +8,7 @@
 
 #include "client/zmq_utils.h"
 #include "common/shared/failed_check.h"
+#include "common/shared/process_mutex.h"
 #include "common/shared/singleton.h"
 #include "common/status.h"
 #include "types/shared/board_models.h"
@@ -86,7 +86,7 @@ SystemDefaultCfg& SystemDefaultCfg::getInstance() {
 SystemDefaultCfg* SystemDefaultCfg::make() {
   std::unique_ptr<SystemDefaultCfg> made(new SystemDefaultCfg);
   // Not destroyed, since another thread may be using it: its sockets are closed by the handler of their context.
-  std::atexit([]() noexcept { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); });
+  zel::atExit([]() noexcept { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); });
   return made.release();
 }
 

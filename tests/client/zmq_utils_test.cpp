@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -31,6 +33,20 @@ extern "C" int zmq_ctx_set(void* context, int option, int value) {
   if (!refusesOptions) return own(context, option, value);
   errno = EINVAL;
   return -1;
+}
+
+/// Whether libzmq is to take its time to make a context, and whether it is making one.
+static std::atomic<bool> makesSlowly{false};
+static std::atomic<bool> isMaking{false};
+
+/// Stands before libzmq's own function.
+extern "C" void* zmq_ctx_new() {
+  static const auto own = reinterpret_cast<decltype(&zmq_ctx_new)>(dlsym(RTLD_NEXT, "zmq_ctx_new"));
+  isMaking = true;
+  if (makesSlowly) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  void* const context = own();
+  isMaking = false;
+  return context;
 }
 
 namespace {
@@ -235,6 +251,26 @@ TEST(ZmqUtils, EndsTheProcessWhenTheLastLineCannotBeLogged) {
     return 0;
   });
   EXPECT_EQ(child.wait(), -SIGABRT);
+}
+
+/// libzmq and its libraries have locks of their own: a child that inherited one locked could never make a context.
+TEST(ZmqUtils, NoChildIsForkedWhileAContextIsMade) {
+  const auto expectNotMaking = [] {
+    ASSERT_TRUE(waitUntil([] { return isMaking.load(); }));
+    const pid_t child = fork();
+    if (child == 0) _exit(isMaking ? 1 : 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  };
+  makesSlowly = true;
+  std::thread first([] { ZmqUtils::getInstance(); });
+  expectNotMaking();
+  first.join();
+  std::thread again([] { ZmqUtils::getInstance().resetContext(); });
+  expectNotMaking();
+  again.join();
+  makesSlowly = false;
 }
 
 TEST(ZmqUtils, LeavesTheParentsContextAloneInAForkedChild) {
