@@ -635,7 +635,10 @@ void App::forkChild(Frame& frame, unsigned number) {
     record_.processes[process].pid = child;
     return;
   }
+  const int step = self().threads[frame.thread].step;
   becomeProcess(process);
+  self().threads[frame.thread].since = now();
+  self().threads[frame.thread].step = step;
   lastThreadEnds_ = false;
   threads_ = {};
   runningThreads_ = 1;
