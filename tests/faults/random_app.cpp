@@ -299,6 +299,8 @@ void App::expectSuccess(const char* what, int result) {
 
 template <class T, class... Arguments>
 void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... arguments) {
+  // No thread forks while another one makes a context or a static object: see docs/api-rules.md.
+  const std::lock_guard<std::mutex> lock(forking_);
   slot.storage = static_cast<Storage>(number);
   // A thread that uses a static object may still do so when another one ends the process. The sanitizers report that,
   // rightly, and the `init` of a client calls its virtual operations.
@@ -778,6 +780,7 @@ Farewell::~Farewell() {
 void App::makeFarewell(Frame&, unsigned) {
   hasStatics_ = true;
   self().allowanceMs = static_cast<int>(kTimeout.count());
+  const std::lock_guard<std::mutex> lock(forking_);
   static const Farewell farewell(record_);
 }
 

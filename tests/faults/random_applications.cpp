@@ -1,14 +1,15 @@
 // Writes random applications over the public API, within the rules of docs/api-rules.md, and runs each in a process of
 // its own beside a board that misbehaves: each has to end as it should and when it should, and to see what the board
-// did. What fails is made as short as possible and written down as C++.
+// did. What fails is made as short as possible and written down as C++, for random_found.cpp.
 //
-//   zelRandomApplications [--programs N] [--seed S] [--seconds T] [--jobs J] [--times N] [--keep 1]
+//   zelRandomApplications [--programs N] [--seed S] [--seconds T] [--jobs J] [--times N] [--first 1]
+//                         [--shrink SECONDS] [--stacks 1]
 //   zelRandomApplications --show SEED
 //
-// `--stacks 1` shows where a process hangs, with gdb(1).
-// Seed S + n is program n. `--times` runs each program so often; `--keep 1` prints a program that fails as it is.
-// `--first 1` ends with the first that fails. Exit status: 0 right, 1 wrong. Under the thread sanitizer: TSAN_OPTIONS
-// as in CMakePresets.json.
+// Seed S + n is program n. `--times` runs each program so often, `--first 1` ends with the first that fails, `--shrink
+// 0` leaves it as it is, and `--stacks 1` shows where a process hangs, with gdb(1).
+//
+// Exit status: 0 right, 1 wrong. Under the thread sanitizer: TSAN_OPTIONS as in CMakePresets.json.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -56,7 +57,7 @@ struct Options {
   unsigned long seed = 1;
   unsigned long jobs = 4;
   unsigned long times = 1;
-  unsigned long keep = 0;
+  unsigned long shrink = 120;
   unsigned long show = 0;
   unsigned long stacks = 0;
   unsigned long first = 0;
@@ -69,7 +70,7 @@ struct OptionRow {
 bool showsStacks = false;
 constexpr OptionRow kOptions[] = {
     {"--programs", &Options::programs}, {"--seconds", &Options::seconds}, {"--seed", &Options::seed},
-    {"--jobs", &Options::jobs},         {"--times", &Options::times},     {"--keep", &Options::keep},
+    {"--jobs", &Options::jobs},         {"--times", &Options::times},     {"--shrink", &Options::shrink},
     {"--show", &Options::show},         {"--stacks", &Options::stacks},   {"--first", &Options::first},
 };
 
@@ -381,7 +382,7 @@ class Worker {
   // What fails
 
   void report(std::uint32_t seed, const Program& program, const std::string& failure) {
-    if (options_.keep != 0) {
+    if (options_.shrink == 0) {
       ++progress_.failed;
       return print("seed " + std::to_string(seed) + ": " + failure + '\n');
     }
@@ -409,7 +410,7 @@ class Worker {
 
   /// Removes steps, many at first and single ones at last, while the rest still fails.
   Program shrunk(Program program, std::string& failure) {
-    const auto end = Clock::now() + std::chrono::seconds(120);
+    const auto end = Clock::now() + std::chrono::seconds(options_.shrink);
     for (std::size_t size = std::max<std::size_t>(program.size() / 2, 1); Clock::now() < end;) {
       bool removed = false;
       for (std::size_t at = 0; at < program.size() && Clock::now() < end;) {
