@@ -136,8 +136,9 @@ bool Subscription::open(Monitored& pair, int events) {
   const std::string endpoint = monitorEndpoint();
   pair.socket = openSocket(ZMQ_SUB);
   pair.monitor = openSocket(ZMQ_PAIR);
+  const auto monitor = [&] { return zmq_socket_monitor(pair.socket, endpoint.c_str(), events); };
   return pair.socket != nullptr && pair.monitor != nullptr && setOptions(pair.socket, kSocketOptions) &&
-         setOptions(pair.monitor, kMonitorOptions) && zmq_socket_monitor(pair.socket, endpoint.c_str(), events) == 0 &&
+         setOptions(pair.monitor, kMonitorOptions) && despiteSignals(monitor) == 0 &&
          connect(pair.monitor, endpoint) == 0;
 }
 

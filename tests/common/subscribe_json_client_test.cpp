@@ -182,8 +182,10 @@ TEST(SubscribeJsonClient, IsNotKeptFromConnectingBySignals) {
   zmq::context_t context;
   SubscribeJsonClient client(context);
   interruptedCalls.connect = 3;
+  interruptedCalls.monitor = 3;
   EXPECT_EQ(client.connect(kAddress), 0);
   EXPECT_EQ(interruptedCalls.connect, 0);
+  EXPECT_EQ(interruptedCalls.monitor, 0);
 }
 
 TEST(SubscribeJsonClient, WaitsALimitedTimeForAPeerThatSaysNothing) {

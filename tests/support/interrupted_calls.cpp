@@ -43,6 +43,12 @@ extern "C" int zmq_disconnect(void* socket, const char* address) {
   return zel::test::isInterrupted(zel::test::interruptedCalls.disconnect) ? -1 : own(socket, address);
 }
 
+extern "C" int zmq_socket_monitor(void* socket, const char* endpoint, int events) {
+  static const auto own = reinterpret_cast<decltype(&zmq_socket_monitor)>(dlsym(RTLD_NEXT, "zmq_socket_monitor"));
+  if (endpoint != nullptr && zel::test::isInterrupted(zel::test::interruptedCalls.monitor)) return -1;
+  return own(socket, endpoint, events);
+}
+
 extern "C" int zmq_getsockopt(void* socket, int option, void* value, size_t* size) {
   static const auto own = reinterpret_cast<decltype(&zmq_getsockopt)>(dlsym(RTLD_NEXT, "zmq_getsockopt"));
   if (option == ZMQ_EVENTS && zel::test::isInterrupted(zel::test::interruptedCalls.askForEvents)) return -1;

@@ -10,6 +10,7 @@ struct InterruptedCalls {
   // So many, in whatever thread.
   std::atomic<int> connect{0};
   std::atomic<int> disconnect{0};
+  std::atomic<int> monitor{0};       ///< zmq_socket_monitor that begins
   std::atomic<int> askForEvents{0};  ///< zmq_getsockopt of ZMQ_EVENTS
 
   /// The first, the third and so on of zmq_send, and of zmq_getsockopt of ZMQ_EVENTS: who works in turn with another
