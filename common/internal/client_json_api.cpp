@@ -14,6 +14,10 @@ using zel::Clock;
 /// The connection of a client that waits.
 class ClientJsonApi::Connection final : public zel::RequestConnection {
  public:
+  Connection() = default;
+  ~Connection() override { retire(); }  // here: the thread that ends the process may be in `closeSockets` until then
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
   static void* operator new(std::size_t) { return zel::Recycled<Connection>::take(); }
   static void operator delete(void* memory) { zel::Recycled<Connection>::giveBack(memory); }
 

@@ -24,7 +24,7 @@ constexpr std::chrono::milliseconds kDefaultTimeout{5000};
 class RequestConnection : public SocketOwner {
  public:
   RequestConnection() = default;
-  ~RequestConnection() override { retire(); }
+  ~RequestConnection() override = default;
   RequestConnection(const RequestConnection&) = delete;
   RequestConnection& operator=(const RequestConnection&) = delete;
 

@@ -25,7 +25,7 @@ class Subscription : public SocketOwner {
  public:
   /// @param name  of the class that has it, as log lines show it
   Subscription(zmq::context_t& context, const char* name) : context_(context), name_(name) {}
-  ~Subscription() override { retire(); }
+  ~Subscription() override = default;
   Subscription(const Subscription&) = delete;
   Subscription& operator=(const Subscription&) = delete;
 
