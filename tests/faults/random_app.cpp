@@ -663,8 +663,13 @@ void App::forkChild(Frame& frame, unsigned number) {
 void App::connectAgain(Frame& frame) {
   ZmqUtils::getInstance().resetContext();
   frame.context.forget();  // it is the parent's
-  frame.async.destroy();
-  frame.view.destroy();
+  // What is inherited may be destroyed, or left alone.
+  if (process_ % 2 == 0) {
+    frame.async.destroy();
+    frame.view.destroy();
+  }
+  frame.async.forget();
+  frame.view.forget();
   frame.submitted.clear();
   if (frame.clients) initClients(frame, 0);
   if (frame.receiver) {
