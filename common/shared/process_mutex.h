@@ -27,8 +27,8 @@ inline std::mutex& processMutex() {
 
 using ProcessLock = std::unique_lock<std::mutex>;
 
-/// As atexit(3). No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers locked,
-/// and never exit.
+/// As atexit(3). No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers
+/// locked, and never exit.
 inline void atExit(void (*handler)()) {
   const ProcessLock lock(processMutex());
   std::atexit(handler);
