@@ -95,6 +95,15 @@ std::shared_ptr<const Record> read(Json::Value told) {
   return record;
 }
 
+/// A connection that is made to see whether it can be.
+class Trial final : public RequestConnection {
+ public:
+  Trial() = default;
+  ~Trial() override { retire(); }
+  Trial(const Trial&) = delete;
+  Trial& operator=(const Trial&) = delete;
+};
+
 /// The records with another version of one of them. @throws Json::Exception  for a value that does not convert
 BoardRecords withDocument(BoardRecords records, Document document, const Json::Value& told) {
   switch (document) {
@@ -173,7 +182,7 @@ void BoardView::Follower::destroy() {
 int BoardView::Follower::start() {
   if (isStarted_) return status::kOk;
   // The clients report an address that is not valid with each request only.
-  RequestConnection trial;
+  Trial trial;
   if (!trial.open(context_, requests_).empty()) return status::kCannotConnect;
   if (!openNow(notifications_, allTopics())) return status::kCannotConnect;
   isStarted_ = true;
