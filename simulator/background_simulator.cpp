@@ -213,10 +213,12 @@ void BackgroundSimulator::continueAnswering() {
   parts_->have([&] { parts_->simulator().setServing(true); });
 }
 void BackgroundSimulator::dropConnections() {
+  waitForFetchedAnswers(parts_->simulator());
   parts_->have([&] { parts_->simulator().dropConnections(); });
 }
 
 void BackgroundSimulator::stopListening() {
+  waitForFetchedAnswers(parts_->simulator());
   parts_->have([&] { parts_->leave(); });
 }
 
@@ -226,6 +228,7 @@ void BackgroundSimulator::startListening() {
 }
 
 void BackgroundSimulator::away(std::chrono::milliseconds duration) {
+  waitForFetchedAnswers(parts_->simulator());
   parts_->have([&] {
     Simulator& simulator = parts_->simulator();
     parts_->leave();

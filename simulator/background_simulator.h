@@ -147,7 +147,8 @@ class BackgroundSimulator {
   void stopAnswering();
   /// Answers those that wait and those that come.
   void continueAnswering();
-  /// Ends every connection; the clients connect again by themselves.
+  /// Ends every connection; the clients connect again by themselves. As `stopListening` and `away` do, it leaves the
+  /// clients up to 100 ms before that to fetch the last answer.
   void dropConnections();
 
   /// The daemon ends: nothing listens, and requests that wait are lost. When the call returns the clients have closed
@@ -157,7 +158,7 @@ class BackgroundSimulator {
   /// The daemon is back, at the same endpoints, with the state that it had.
   /// @throws std::runtime_error when it cannot listen again
   void startListening();
-  /// `stopListening` now, and `startListening` later; returns at once.
+  /// `stopListening` now, and `startListening` later; returns when the daemon is away.
   void away(std::chrono::milliseconds duration);
 
  private:

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <iterator>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "client/commands.h"
@@ -354,6 +355,7 @@ const std::vector<Order::Kind>& Order::kinds() {
        }},
       {"away", "", "closes both ports, as the end of the daemon does",
        [](std::string_view rest, Order& order) {
+         order.endsConnections_ = true;
          return bare(rest, order.act_, [](Simulator& simulator) { simulator.leave(); });
        }},
       {"back", "", "opens them again",
@@ -367,6 +369,7 @@ const std::vector<Order::Kind>& Order::kinds() {
        }},
       {"drop", "", "ends every connection; the clients connect again by themselves",
        [](std::string_view rest, Order& order) {
+         order.endsConnections_ = true;
          return bare(rest, order.act_, [](Simulator& simulator) { simulator.dropConnections(); });
        }},
       {"requests clear", "", "forgets the requests",
@@ -455,9 +458,15 @@ std::string Order::tryOn(Board& board) const {
   return outcome.accepted() ? "" : outcome.reply["error"].asString();
 }
 
+void waitForFetchedAnswers(Simulator& simulator) {
+  const auto time = simulator.await([&simulator] { return simulator.answersAreFetched(); });
+  if (time) std::this_thread::sleep_until(*time);
+}
+
 OrderResult tell(Simulator& simulator, std::string_view line) {
   Order order;
   if (std::string why = Order::parse(line, order); !why.empty()) return {OrderResult::kNotUnderstood, why, {}};
+  if (order.endsConnections()) waitForFetchedAnswers(simulator);
   const auto result = simulator.await([&] { return order.carryOut(simulator); });
   return result.value_or(OrderResult{OrderResult::kFailed, "the simulator has ended", {}});
 }

@@ -35,6 +35,8 @@ class Order {
 
   /// Carries it out, in the thread in which the simulator serves.
   OrderResult carryOut(Simulator& simulator) const { return act_(simulator); }
+  /// Whether it ends connections, and with them answers that their clients have not fetched.
+  bool endsConnections() const { return endsConnections_; }
   /// Changes a board as the order would change the simulator's.
   /// @return empty, or why it cannot be done
   std::string tryOn(Board& board) const;
@@ -45,11 +47,16 @@ class Order {
   static std::string parseChange(const std::string& document, std::string_view words, Order& order);
 
   std::function<OrderResult(Simulator& simulator)> act_;
+  bool endsConnections_ = false;
   std::function<Outcome(Board& board, const Board::Keep& keep)> change_;  ///< of a document; none for other orders
 };
 
 /// Has a running simulator carry out an order, and waits for it. Any thread but the one in which the simulator serves.
 OrderResult tell(Simulator& simulator, std::string_view line);
+
+/// Waits, for 100 ms at most, until the clients have fetched the answers that were sent, while the simulator serves on.
+/// It comes before what ends connections. Any thread but the one in which the simulator serves.
+void waitForFetchedAnswers(Simulator& simulator);
 
 /// Sets the value at a place of a document of a board, as the order "DOCUMENT PATH VALUE" does.
 Outcome setValue(Board& board, const std::string& document, const std::string& path, const Json::Value& value,

@@ -119,11 +119,9 @@ void Script::start(Simulator& simulator) {
   simulator.post([this, &simulator] {
     start_ = last_ = Clock::now();
     simulator.observe([this, &simulator](unsigned int id) {
-      if (next_ == lines_.size() || lines_[next_].when != When::kAfterRequest) return;
+      if (waitsForTime_ || next_ == lines_.size() || lines_[next_].when != When::kAfterRequest) return;
       if (lines_[next_].command.value_or(id) != id) return;
-      last_ = Clock::now();
-      carryOutNext(simulator);
-      goOn(simulator);
+      if (carryOutNext(simulator, Clock::now())) goOn(simulator);
     });
     goOn(simulator);
   });
@@ -131,18 +129,34 @@ void Script::start(Simulator& simulator) {
 
 /// Carries out the lines that are due. A timer, or the next request, calls it again for the one after them.
 void Script::goOn(Simulator& simulator) {
-  while (next_ < lines_.size()) {
+  while (next_ < lines_.size() && lines_[next_].when != When::kAfterRequest) {
     const Line& line = lines_[next_];
-    if (line.when == When::kAfterRequest) return;
     const auto due = line.when == When::kAt ? std::max(start_ + line.time, last_) : last_ + line.time;
-    if (due > Clock::now()) return simulator.at(due, [this, &simulator] { goOn(simulator); });
-    last_ = due;
-    carryOutNext(simulator);
+    if (!carryOutNext(simulator, due)) return;
   }
 }
 
-void Script::carryOutNext(Simulator& simulator) {
-  const Line& line = lines_[next_++];
+/// Carries the next line out, or sets a timer that does and goes on. @return whether it is carried out
+bool Script::carryOutNext(Simulator& simulator, Clock::time_point due) {
+  const Line& line = lines_[next_];
+  if (line.order.endsConnections()) due = std::max(due, simulator.answersAreFetched());
+  last_ = due;
+  waitsForTime_ = due > Clock::now();
+  if (waitsForTime_) {
+    simulator.at(due, [this, &simulator, &line] {
+      waitsForTime_ = false;
+      ++next_;
+      carryOut(line, simulator);
+      goOn(simulator);
+    });
+    return false;
+  }
+  ++next_;
+  carryOut(line, simulator);
+  return true;
+}
+
+void Script::carryOut(const Line& line, Simulator& simulator) const {
   const OrderResult result = line.order.carryOut(simulator);
   if (result.status != OrderResult::kDone) simulator.tell(named(line, result.error));
   for (const std::string& text : result.lines) simulator.tell(text);

@@ -49,11 +49,13 @@ class Script {
   static std::string parseLine(std::string_view text, Line& line);
   std::string named(const Line& line, const std::string& why) const;
   void goOn(Simulator& simulator);
-  void carryOutNext(Simulator& simulator);
+  bool carryOutNext(Simulator& simulator, Clock::time_point due);
+  void carryOut(const Line& line, Simulator& simulator) const;
 
   std::string name_ = "script";
   std::vector<Line> lines_;
   std::size_t next_ = 0;
+  bool waitsForTime_ = false;  ///< whether a timer carries the next line out
   Clock::time_point start_;
   Clock::time_point last_;  ///< when the line before the next one was due
 };

@@ -495,6 +495,7 @@ void Simulator::answer(const Request& request, const std::string& text) {
     if (!sendFrame(requests_, frame, true)) return;  // the client is gone
   }
   sendFrame(requests_, text, false);
+  lastAnswer_ = Clock::now();
 }
 
 void Simulator::refuse(const Request& request, const Refusal& why) {

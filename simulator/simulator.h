@@ -124,6 +124,10 @@ class Simulator {
   /// Listens again, at the same endpoints. The board is as it was.
   /// @return empty, or why it cannot
   std::string comeBack();
+  /// When the clients that wait have fetched the answers that were sent up to now. Before that `leave` and
+  /// `dropConnections` lose answers: libzmq sends in a thread of its own, and a client's socket drops what the client
+  /// has not fetched when the connection ends.
+  Clock::time_point answersAreFetched() const { return lastAnswer_ + std::chrono::milliseconds(100); }
   /// Ends every connection; the clients connect again by themselves.
   /// @return how many there were
   unsigned int dropConnections();
@@ -200,6 +204,7 @@ class Simulator {
   bool ended_ = false;                             ///< nothing is posted any more
   std::atomic<unsigned int> subscribedTopics_{0};  ///< a bit each, by their order; their documents are due
   bool serving_ = true;
+  Clock::time_point lastAnswer_;                    ///< when an answer was sent
   std::vector<std::function<void()>> heldAnswers_;  ///< that were due while it did not serve
   const Clock::time_point start_ = Clock::now();
   std::uint64_t servedCount_ = 0;

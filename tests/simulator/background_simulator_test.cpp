@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "client/endpoints.h"
@@ -200,6 +201,24 @@ TEST_F(Kit, DropsEveryConnection) {
   EXPECT_TRUE(notifications.isClosed());
   TestClient next(context_, kSoon);
   EXPECT_EQ(next.send(0).code, 0);
+}
+
+TEST_F(Kit, EndsConnectionsBehindTheAnswersOfServedRequests) {
+  const std::function<void()> kEnds[] = {[this] { board_.dropConnections(); }, [this] { board_.away(1ms); },
+                                         [this] {
+                                           board_.stopListening();
+                                           board_.startListening();
+                                         }};
+  for (int round = 0; round < 15; ++round) {
+    board_.forgetRequests();
+    TestClient client(context_, 2000ms);
+    std::thread test([&] {
+      EXPECT_TRUE(board_.waitForRequest(2));
+      kEnds[round % 3]();
+    });
+    EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, 0) << "round " << round;
+    test.join();
+  }
 }
 
 TEST_F(Kit, IsAwayAndComesBackWithItsState) {

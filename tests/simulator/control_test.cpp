@@ -480,6 +480,24 @@ TEST(SysmgrSimScript, WaitsForTheTimesSinceTheStart) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(400));
 }
 
+TEST(SysmgrSimScript, EndsConnectionsBehindTheAnswerThatItWaitsFor) {
+  constexpr int kRounds = 10;
+  const TemporaryFolder folder;
+  {
+    std::ofstream script(folder.file("script"));
+    for (int round = 0; round < kRounds; ++round) {
+      script << "after request 2 away\nafter 20ms back\nafter request 2 drop\n";
+    }
+  }
+  ChildProcess board = startBoard({"--script", folder.file("script")});
+  ASSERT_TRUE(board.waitForOutput(kReady));
+  zmq::context_t context;
+  for (int round = 0; round < 2 * kRounds; ++round) {
+    TestClient client(context, std::chrono::seconds(2));
+    EXPECT_EQ(client.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, 0) << "round " << round;
+  }
+}
+
 TEST(SysmgrSimScript, IsCheckedAsAWholeBeforeTheStart) {
   const TemporaryFolder folder;
   const std::pair<const char*, const char*> kRows[] = {
