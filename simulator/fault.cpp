@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <utility>
 
 #include "common/shared/wire_json.h"
 #include "simulator/refusal.h"
+#include "simulator/store.h"
 
 namespace zel::sim {
 
@@ -234,8 +234,9 @@ std::string FaultRule::parse(const std::string& text, FaultRule& rule) {
 }
 
 std::string FaultRule::parseFile(const std::string& path, std::vector<FaultRule>& rules) {
-  std::ifstream file(path);
-  if (!file) return path + " cannot be read";
+  std::string text;
+  if (std::string why = readTextFile(path, text); !why.empty()) return why;
+  std::istringstream file(text);
   std::vector<FaultRule> read;
   int number = 0;
   for (std::string line; std::getline(file, line);) {
@@ -248,7 +249,6 @@ std::string FaultRule::parseFile(const std::string& path, std::vector<FaultRule>
     }
     read.push_back(rule);
   }
-  if (file.bad()) return path + " cannot be read";
   rules.insert(rules.end(), read.begin(), read.end());
   return {};
 }

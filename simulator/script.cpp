@@ -2,18 +2,15 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "simulator/judge.h"
 #include "simulator/simulator.h"
+#include "simulator/store.h"
 
 namespace zel::sim {
 
 namespace {
-
-constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
 
 constexpr std::string_view kBlanks = " \t\r";
 
@@ -94,11 +91,8 @@ std::string Script::parse(std::string_view text, Script& script) {
 }
 
 std::string Script::parseFile(const std::string& path, Script& script) {
-  std::ifstream file(path);
-  if (!file) return path + " cannot be read";
-  std::string text(std::istreambuf_iterator<char>(file), {});
-  if (file.bad()) return path + " cannot be read";
-  if (text.size() > kMostBytes) return path + " is larger than 16 MiB";
+  std::string text;
+  if (std::string why = readTextFile(path, text); !why.empty()) return why;
   script.name_ = path;
   return parse(text, script);
 }

@@ -204,11 +204,16 @@ std::string Store::setAside(std::string& newPath) const {
   return path_ + " cannot be set aside: there are too many damaged files already";
 }
 
-std::string readJsonFile(const std::string& path, Json::Value& document) {
+std::string readTextFile(const std::string& path, std::string& text) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return failure(path + " cannot be opened");
-  std::string text;
   if (!readAll(file.get(), text)) return failure(path + " cannot be read");
+  return text.size() > kMaxFrameBytes ? path + " is larger than 1 MiB" : "";
+}
+
+std::string readJsonFile(const std::string& path, Json::Value& document) {
+  std::string text;
+  if (std::string why = readTextFile(path, text); !why.empty()) return why;
   const std::string why = WireJsonReader().read(text, document);
   return why.empty() ? "" : path + " is not one JSON document: " + why;
 }

@@ -36,6 +36,10 @@ class Store {
   std::string path_;
 };
 
+/// Reads a text file of at most 1 MiB, as a whole.
+/// @return empty, or why it cannot be read
+std::string readTextFile(const std::string& path, std::string& text);
+
 /// Reads a JSON file, as strictly as the wire's.
 /// @return empty, or why it cannot be read
 std::string readJsonFile(const std::string& path, Json::Value& document);
