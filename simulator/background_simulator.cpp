@@ -20,6 +20,12 @@ namespace {
 
 constexpr std::chrono::milliseconds kBetweenLooks{2};
 
+/// A duration that a point in time can be counted from: a year at most.
+std::chrono::milliseconds countable(std::chrono::milliseconds duration) {
+  constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24 * 365);
+  return std::clamp(duration, std::chrono::milliseconds(0), kLongest);
+}
+
 SimulatorOptions simulatorOptions(const BoardOptions& options) {
   const auto model = modelFromText(options.model);
   if (!model) throw std::invalid_argument("there is no board model \"" + options.model + "\"");
@@ -31,7 +37,7 @@ SimulatorOptions simulatorOptions(const BoardOptions& options) {
   made.requests = options.requests;
   made.notifications = options.notifications;
   made.storeFile = options.storeFile;
-  made.liveInterval = options.liveInterval;
+  made.liveInterval = countable(options.liveInterval);
   made.tell = made.trace = options.trace;
   return made;
 }
@@ -81,7 +87,8 @@ class BackgroundSimulator::Parts {
 
   bool waitForSubscription(const std::string& topic, std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lock(mutex_);
-    return subscribed_.wait_for(lock, limit, [&] { return topics_.count(topic) > 0 || topics_.count("") > 0; });
+    return subscribed_.wait_for(lock, countable(limit),
+                                [&] { return topics_.count(topic) > 0 || topics_.count("") > 0; });
   }
 
  private:
@@ -170,7 +177,7 @@ void BackgroundSimulator::forgetRequests() {
 }
 
 bool BackgroundSimulator::waitForRequest(unsigned int command, std::chrono::milliseconds limit) const {
-  const auto end = std::chrono::steady_clock::now() + limit;
+  const auto end = std::chrono::steady_clock::now() + countable(limit);
   const auto isThere = [&] {
     return parts_->in([&] {
       const auto& served = parts_->simulator().requests();
@@ -232,7 +239,7 @@ void BackgroundSimulator::away(std::chrono::milliseconds duration) {
   parts_->have([&] {
     Simulator& simulator = parts_->simulator();
     parts_->leave();
-    simulator.at(Simulator::Clock::now() + duration, [&simulator] {
+    simulator.at(Simulator::Clock::now() + countable(duration), [&simulator] {
       if (const std::string why = simulator.comeBack(); !why.empty()) simulator.tell(why);
     });
   });

@@ -38,7 +38,8 @@ struct BoardOptions {
   std::string requests;
   std::string notifications;
   std::chrono::milliseconds liveInterval{0};  ///< how often temperature, fan and interfaces move; 0: never
-  /// Receives a line for each request and for what else happens, from the board's thread; empty: nobody does.
+  /// Receives a line for each request and for what else happens; empty: no lines are made. The board calls it in its
+  /// own thread and serves nothing meanwhile, so it must not call the board, and it must not throw.
   std::function<void(const std::string& line)> trace;
 };
 
@@ -55,6 +56,7 @@ struct BoardOptions {
 /// - A stored value is published with command 1000, a dynamic value with 1001, a whitelist entry with 1004: the whole
 ///   document, as the daemon does.
 /// - Nothing happens by itself, unless `liveInterval` or `away` says so.
+/// - A duration of more than a year is a year.
 /// - Several boards may be in one process, each with endpoints of its own.
 ///
 /// What it shares with the application: the logger of the process (common/logger.h).

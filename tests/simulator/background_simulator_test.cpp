@@ -121,6 +121,39 @@ TEST_F(Kit, WaitsForARequest) {
   application.join();
 }
 
+TEST_F(Kit, TakesTheLongestDurations) {
+  constexpr auto kLongest = std::chrono::milliseconds::max();
+  std::thread later([&] {
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(client_.send(2, json(R"({"rtsp-tcp-port": 5004})")).code, 0);
+  });
+  EXPECT_TRUE(board_.waitForRequest(2, kLongest));
+  later.join();
+  EXPECT_FALSE(board_.waitForRequest(6, std::chrono::milliseconds::min()));
+
+  std::thread subscriber([&] {
+    std::this_thread::sleep_for(50ms);
+    Listener listener(context_, {"1000"});
+    EXPECT_TRUE(board_.waitForSubscription(1000));
+  });
+  EXPECT_TRUE(board_.waitForSubscription(1000, kLongest));
+  subscriber.join();
+
+  board_.away(kLongest);
+  std::this_thread::sleep_for(100ms);
+  TestClient impatient(context_, 50ms);
+  EXPECT_EQ(impatient.send(0).code, -102);
+}
+
+TEST(KitOfABoard, TakesTheLongestLiveInterval) {
+  BoardOptions options;
+  options.liveInterval = std::chrono::milliseconds::max();
+  BackgroundSimulator board(options);
+  const Json::Value before = board.document("dynamic");
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(board.document("dynamic"), before);
+}
+
 TEST_F(Kit, GivesAnInterfaceAnotherAddress) {
   Listener listener(context_, {"1001"});
   ASSERT_TRUE(board_.waitForSubscription(1001));
