@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,7 @@
 #include "simulator/replay.h"
 #include "simulator/script.h"
 #include "simulator/simulator.h"
+#include "simulator/socket_file.h"
 #include "simulator/watched_command.h"
 
 namespace {
@@ -124,6 +126,9 @@ struct Arguments {
   bool sharedNetwork = false;
 };
 
+/// An empty text, which an unset variable of a shell leaves, is not the same as an option that is not given.
+std::string refuseEmpty(const std::string& text) { return text.empty() ? "its value is empty" : ""; }
+
 /// Describes the options of a recording, which takes the place of the board.
 void describeReplay(CLI::App& app, Arguments& arguments) {
   CLI::Option* const replay =
@@ -164,6 +169,10 @@ void describe(CLI::App& app, Arguments& arguments) {
   app.add_flag("--repeat-on-subscribe", arguments.repeatOnSubscribe,
                "Publishes the current document of a topic whenever a client subscribes to it");
   describeReplay(app, arguments);
+  for (const char* const named :
+       {"--requests", "--notifications", "--state", "--store", "--fault", "--control", "--script", "--replay"}) {
+    app.get_option(named)->check(refuseEmpty, "");
+  }
   app.add_flag("-v,--verbose", arguments.verbose, "Shows each request and its answer on standard error");
   app.footer("\n" + zel::sim::FaultRule::help() +
              "Exit status: 0 ended by SIGINT or SIGTERM, 1 failure, 2 wrong usage.");
@@ -203,6 +212,12 @@ int prepare(const Arguments& arguments, zel::sim::SimulatorOptions& options) {
   return 0;
 }
 
+/// The absolute path of a socket; the given one where the absolute one is too long for a socket.
+std::string absoluteSocketPath(const std::string& path) {
+  const std::string absolute = std::filesystem::absolute(path);
+  return zel::sim::socketAddress(absolute) ? absolute : path;
+}
+
 /// Makes the process that waits to start the command, in the network in which the board will be.
 /// @return 0, or the exit status with which the program ends, which has said why
 int prepareCommand(const Arguments& arguments, std::optional<WatchedCommand>& made) {
@@ -210,7 +225,8 @@ int prepareCommand(const Arguments& arguments, std::optional<WatchedCommand>& ma
     const std::string why = zel::sim::enterPrivateNetwork();
     if (!why.empty()) return fail(kFailure, "a private network cannot be made (" + why + ").\n" + kWithoutNetwork);
   }
-  if (!arguments.control.empty()) setenv("SYSMGR_SIM_CONTROL", arguments.control.c_str(), 1);  // for `sysmgr-sim tell`
+  // For `sysmgr-sim tell`, also in another folder.
+  if (!arguments.control.empty()) setenv("SYSMGR_SIM_CONTROL", absoluteSocketPath(arguments.control).c_str(), 1);
   command = &made.emplace(arguments.command);
   return 0;
 }

@@ -72,6 +72,10 @@ TEST(SysmgrSim, RefusesWrongUsage) {
       {{"--fault-rule", "do=dance"}, "--fault-rule 'do=dance': do=dance: one of the faults is wanted"},
       {{"--live-interval", "0"}, "--live-interval"},
       {{"--store"}, "--store"},
+      {{"--store", ""}, "--store: its value is empty"},
+      {{"--control", ""}, "--control: its value is empty"},
+      {{"--script", ""}, "--script: its value is empty"},
+      {{"--requests", ""}, "--requests: its value is empty"},
   };
   for (const auto& [arguments, word] : kRows) {
     const Ended ended = runToItsEnd(arguments);
@@ -170,7 +174,7 @@ TEST(SysmgrSim, NamesWhatIsWrongWithAFile) {
       {{"--state", folder.file("range")}, "rtsp/tcp-port"},
       {{"--state", folder.file("broken")}, "is not one JSON document"},
       {{"--state", folder.file("none")}, "No such file"},
-      {{"--fault", folder.file("faults")}, "line 3: \"speed\" is no parameter"},
+      {{"--fault", folder.file("faults")}, "line 3: \"speed\" is not a parameter"},
       {{"--fault", folder.file("none")}, "cannot be opened: No such file"},
       {{"--script", folder.file("none")}, "cannot be opened: No such file"},
       {{"--script", folder.path()}, "cannot be read: Is a directory"},

@@ -313,6 +313,15 @@ TEST_P(SysmgrSimRun, RunsFiftySideBySideAndLeavesNothing) {
   EXPECT_TRUE(trace.isGone());
 }
 
+TEST(SysmgrSimRun, HandsOnTheAbsolutePathOfItsControlSocket) {
+  const Ended ended = toItsEnd(shell("cd $(mktemp -d) && '" ZEL_SYSMGR_SIM "' run --control c --shared-network "
+                                     "--requests 'ipc://'$PWD/r --notifications 'ipc://'$PWD/n "
+                                     "-- sh -c 'cd / && \"" ZEL_SYSMGR_SIM "\" tell requests clear'; "
+                                     "status=$?; rmdir $PWD; exit $status"));
+  EXPECT_EQ(ended.status, 0) << ended.errors;
+  EXPECT_THAT(ended.errors, IsEmpty());
+}
+
 TEST(SysmgrSimRun, WantsACommand) {
   for (const Words& words : {Words{"run"}, Words{"run", "--"}, Words{"run", "--model", "ZIRC", "--"}}) {
     const Ended ended = toItsEnd(Words{ZEL_SYSMGR_SIM} + words);
