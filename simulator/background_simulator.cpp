@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/envelope.h"
+#include "common/shared/escape.h"
 #include "common/shared/wire_json.h"
 #include "simulator/factory.h"
 #include "simulator/orders.h"
@@ -28,7 +29,7 @@ std::chrono::milliseconds countable(std::chrono::milliseconds duration) {
 
 SimulatorOptions simulatorOptions(const BoardOptions& options) {
   const auto model = modelFromText(options.model);
-  if (!model) throw std::invalid_argument("there is no board model \"" + options.model + "\"");
+  if (!model) throw std::invalid_argument("there is no board model \"" + escaped(options.model) + "\"");
   SimulatorOptions made;
   made.board = Board(*model);
   if (!options.state.isNull()) {
@@ -204,7 +205,7 @@ void BackgroundSimulator::misbehave(const std::string& rule) {
   Exchange exchange;
   read.applyTo(exchange);
   if (exchange.crash != Exchange::Crash::kNever) {
-    throw std::invalid_argument(rule +
+    throw std::invalid_argument(escaped(rule) +
                                 ": a crash would end the process of the test, too; stopListening() and away() "
                                 "end the board alone");
   }

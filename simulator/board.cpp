@@ -75,7 +75,7 @@ Refusal judgeAnswers(const State& state) {
     std::string text;
     if (const std::string why = writeWireJson(answer, text); !why.empty()) {
       return {refusal::kOutOfRange,
-              std::string("\"") + member + "\": an answer with this document would be " + why + "."};
+              std::string("\"") + member + "\": the board cannot answer with this document: " + why + "."};
     }
   }
   return {};

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <utility>
 
+#include "common/shared/escape.h"
 #include "common/shared/wire_json.h"
 #include "simulator/refusal.h"
 #include "simulator/store.h"
@@ -217,12 +218,13 @@ std::string FaultRule::parse(const std::string& text, FaultRule& rule) {
   std::vector<std::string> ofSomeKinds;
   for (const std::string& word : words) {
     const std::string name = word.substr(0, word.find('='));
-    if (name.size() == word.size()) return "\"" + word + "\" is no name=value";
+    const std::string shown = escaped(word);
+    if (name.size() == word.size()) return "\"" + shown + "\" is not name=value";
     const std::string value = word.substr(name.size() + 1);
     const auto known = std::find_if(parameters().begin(), parameters().end(),
                                     [&name](const Parameter& parameter) { return name == parameter.name; });
-    if (known == parameters().end()) return "\"" + name + "\" is no parameter";
-    if (!known->read(value, made)) return word + ": " + known->wanted + " is wanted";
+    if (known == parameters().end()) return "\"" + escaped(name) + "\" is not a parameter";
+    if (!known->read(value, made)) return shown + ": " + known->wanted + " is wanted";
     if (!known->ofEveryKind) ofSomeKinds.push_back(name);
   }
   if (made.kind_ == nullptr) return "do=FAULT is missing";

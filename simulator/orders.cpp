@@ -105,7 +105,8 @@ struct Place {
   std::string newStep;           ///< the last step then
 };
 
-/// Finds a place. Only its last step may be new: a member of an object, or the number behind the last element.
+/// Finds a place. New may be a member of an object, as the last step, and the number behind the last element of a list,
+/// which is appended where steps follow it.
 /// @return empty, or why there is no such place
 std::string find(Json::Value& from, const std::string& path, Place& place) {
   std::vector<std::string> names;
@@ -120,8 +121,11 @@ std::string find(Json::Value& from, const std::string& path, Place& place) {
     }
     names.push_back(step);
   }
-  const bool isLast = path.find('/') == std::string::npos;
-  if (isLast && (from.isObject() || (from.isArray() && path == std::to_string(from.size())))) {
+  const std::size_t end = path.find('/');
+  const bool isLast = end == std::string::npos;
+  const bool isBehindLast = from.isArray() && path.substr(0, end) == std::to_string(from.size());
+  if (isBehindLast && !isLast) return find(from.append(Json::objectValue), path.substr(end + 1), place);
+  if (isLast && (from.isObject() || isBehindLast)) {
     place = {&from, nullptr, path};
     return {};
   }
@@ -163,6 +167,8 @@ std::string setAt(Json::Value& document, const std::string& path, const ValueFor
   const Json::Value value = valueFor(place.value != nullptr && place.value->isString());
   if (place.value == nullptr && place.parent->isObject()) {
     (*place.parent)[place.newStep] = value;
+  } else if (place.value == nullptr && value.isNull()) {
+    return "there is no element \"" + shownBytes(place.newStep) + "\" to remove";
   } else if (place.value == nullptr) {
     place.parent->append(value);
   } else if (value.isNull() && place.parent->isArray()) {

@@ -129,6 +129,7 @@ TEST(FaultRule, MeansWhatItSays) {
 
 TEST(FaultRule, IsRefusedWithAReason) {
   const std::pair<const char*, const char*> kRows[] = {
+      {"do=silence\ndo=late", "do=silence\\x0ado=late: one of the faults is wanted"},
       {"", "do=FAULT is missing"},
       {"command=2", "do=FAULT is missing"},
       {"do=dance", "do=dance"},
@@ -142,8 +143,8 @@ TEST(FaultRule, IsRefusedWithAReason) {
       {"do=delay count=3", "do=delay has no parameter count"},
       {"do=refuse status=5", "status=5"},
       {"do=wrong-type member=", "member="},
-      {"do=delay when=now", "\"when\" is no parameter"},
-      {"delay", "\"delay\" is no name=value"},
+      {"do=delay when=now", "\"when\" is not a parameter"},
+      {"delay", "\"delay\" is not name=value"},
       {"do=garbage text=\"open", "a double quote is not closed"},
   };
   for (const auto& [text, why] : kRows) {

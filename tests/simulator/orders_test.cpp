@@ -96,6 +96,9 @@ TEST(Orders, RemoveAndAppendElementsOfLists) {
   EXPECT_THAT(carriedOut(board, "dynamic eth-basics/" + number + R"( {"name": "eth9", "ip": "10.0.0.1"})"), IsEmpty());
   EXPECT_EQ(at(documentOf(board, "dynamic"), "eth-basics")[before - 1]["ip"].asString(), "10.0.0.1");
 
+  EXPECT_THAT(carriedOut(board, "dynamic eth-basics/" + std::to_string(before) + "/name eth7"), IsEmpty());
+  EXPECT_EQ(at(documentOf(board, "dynamic"), "eth-basics")[before]["name"].asString(), "eth7");
+
   EXPECT_THAT(carriedOut(board, R"(whitelist 0 {"ip": "239.1.0.0", "mask": "255.255.0.0"})"), IsEmpty());
   EXPECT_EQ(documentOf(board, "whitelist").size(), 1U);
   EXPECT_THAT(carriedOut(board, "whitelist 239.1.0.0 null"), IsEmpty());
@@ -142,7 +145,11 @@ TEST(Orders, SayWhatIsWrongAndChangeNothing) {
       {"model model NONE", "\"board-model/model\" is \"NONE\""},
       {"gpio gpio9/value true", "there is no \"gpio9\"; there are: gpio0, "},
       {"info [5]", "\"systemInfo\" is [5], which is not an object."},
-      {"info a " + std::string(63, '[') + std::string(63, ']'), "an answer with this document would be "},
+      {"info a " + std::string(63, '[') + std::string(63, ']'),
+       "\"systemInfo\": the board cannot answer with this document: "},
+      {"stored advert/board-name-prefix \xff", "the board cannot answer with this document: a text is not UTF-8."},
+      {"whitelist 0 null", "whitelist 0: there is no element \"0\" to remove."},
+      {"whitelist 1/ip 239.1.0.0", "whitelist 1/ip: there is no \"1\""},
       {"fault", "fault: do=FAULT is missing"},
       {"fault do=dance", "fault: do=dance: one of the faults is wanted"},
       {"publish", "publish: TOPIC is missing"},
