@@ -24,10 +24,10 @@ class ZEL_EXPORT ZmqUtils {
 
   /// Destroys the context and makes a new one; logs "ZmqUtils: reseting ZMQ Context ..." at level 5.
   ///
-  /// Waits until every socket that is still open on the old context has been closed: clients, subscribers and views have
-  /// to be destroyed before, and the cache, which never is, must not have been made. In a child made by fork(2) nothing
-  /// is waited for: this is how to get a context there, for which clients and subscribers need another `init`, and the
-  /// parent's is left alone.
+  /// Waits until every socket that is still open on the old context has been closed: clients, subscribers and views
+  /// have to be destroyed before, and the cache, which never is, must not have been made. In a child made by fork(2)
+  /// nothing is waited for: this is how to get a context there, for which clients and subscribers need another `init`,
+  /// and the parent's is left alone.
   /// @throws zmq::error_t  when no context can be made: there is none until a later call succeeds.
   void resetContext();
 
