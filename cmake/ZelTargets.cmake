@@ -45,10 +45,11 @@ function(zel_add_library name)
   zel_compile_for_library(${name})
   # A library uses its own functions and tables, also where an application has a class of the same name: the dynamic
   # linker looks up only the listed variables by name, which a program holds itself.
+  # It stays loaded to the end of the process (-z nodelete), for which it has exit handlers.
   set(map "${PROJECT_SOURCE_DIR}/packaging/${name}.map")
   set(variables "${PROJECT_SOURCE_DIR}/packaging/variables.list")
   target_link_options(${name} PRIVATE LINKER:--version-script=${map} LINKER:--dynamic-list=${variables}
-                      LINKER:--as-needed LINKER:--gc-sections)
+                      LINKER:--as-needed LINKER:--gc-sections LINKER:-z,nodelete)
   set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${map} ${variables})
   if(ZEL_COVERAGE)
     target_link_options(${name} PRIVATE --coverage)

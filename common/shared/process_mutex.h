@@ -1,8 +1,8 @@
 #pragma once
 
+#include <cxxabi.h>
 #include <pthread.h>
 
-#include <cstdlib>
 #include <mutex>
 
 // Header-only: each of the two libraries has a mutex of its own.
@@ -27,11 +27,19 @@ inline std::mutex& processMutex() {
 
 using ProcessLock = std::unique_lock<std::mutex>;
 
-/// As atexit(3). No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers
-/// locked, and never exit.
+/// As atexit(3), with two differences.
+///
+/// A handler of atexit(3) belongs to the library that registers it. One that is registered while the libraries are
+/// being finalised, by a thread that works on, runs with its library and so before handlers of other libraries that
+/// were registered later. This one belongs to no library, and all that were registered later run before it. (The
+/// libraries are linked with -z nodelete, so the handler is there until the end.)
+///
+/// No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers locked, and never
+/// exit.
 inline void atExit(void (*handler)()) {
   const ProcessLock lock(processMutex());
-  std::atexit(handler);
+  const auto call = [](void* function) { reinterpret_cast<void (*)()>(function)(); };
+  abi::__cxa_atexit(call, reinterpret_cast<void*>(handler), nullptr);
 }
 
 }  // namespace zel

@@ -320,6 +320,23 @@ TEST(Exit, AStaticClientOlderThanAResetWorksUntilTheNewContextIsClosed) {
               EndsWith(std::string("farewell 0\n") + kClosing));
 }
 
+namespace {
+
+bool connectsAtTheVeryEnd = false;
+
+/// Runs when the exit handlers are over, and before the libraries are finalised.
+__attribute__((destructor)) void connectAtTheVeryEnd() {
+  if (!connectsAtTheVeryEnd) return;
+  static Client* const client = new Client;
+  client->connect();
+}
+
+}  // namespace
+
+TEST(Exit, WithAContextThatIsMadeBehindTheExitHandlers) {
+  EXPECT_THAT(expectQuickExit([] { connectsAtTheVeryEnd = true; }), EndsWith(kClosing));
+}
+
 /// The application's own static context, and two objects that send a request in their destructors: one that was made
 /// before the first client was connected there, and one that was made after it.
 TEST(Exit, AStaticObjectWorksWhereAClientWasConnectedBeforeIt) {
