@@ -518,7 +518,7 @@ bool BoardView::Follower::mayProbe() const {
 /// Each document once some time after a handshake, then one after the other when nothing was heard of the daemon for a
 /// while. A frozen daemon is asked again at once, so that its return is noticed.
 BoardView::Clock::time_point BoardView::Follower::nextProbe() const {
-  if (isFrozen_) return Clock::now();
+  if (isFrozen_) return Clock::time_point::min();  // at once
   const Clock::time_point idle = lastHeard_ + probeInterval_;
   return documentsToLookAt_ > 0 ? std::min(lookAgainAt_, idle) : idle;
 }
