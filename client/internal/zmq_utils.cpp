@@ -60,7 +60,7 @@ ZmqUtils& ZmqUtils::getInstance() { return singleton.get(make); }
 // made later.
 ZmqUtils* ZmqUtils::make() {
   std::unique_ptr<ZmqUtils> made(new ZmqUtils);
-  zel::atExit(closeAtExit);
+  zel::atExit([](void*) noexcept { closeAtExit(); });
   NobodysClient().init(made->context_);
   zel::SocketOwner::closeAtExit(made->context_);
   instance = made.get();

@@ -36,10 +36,11 @@ using ProcessLock = std::unique_lock<std::mutex>;
 ///
 /// No thread forks meanwhile: the child could inherit the lock of the C library's list of handlers locked, and never
 /// exit.
-inline void atExit(void (*handler)()) {
+///
+/// @param handler  does not look at its argument: the thread sanitizer passes none to a handler without a library
+inline void atExit(void (*handler)(void*)) {
   const ProcessLock lock(processMutex());
-  const auto call = [](void* function) { reinterpret_cast<void (*)()>(function)(); };
-  abi::__cxa_atexit(call, reinterpret_cast<void*>(handler), nullptr);
+  abi::__cxa_atexit(handler, nullptr, nullptr);
 }
 
 }  // namespace zel

@@ -86,7 +86,7 @@ SystemDefaultCfg& SystemDefaultCfg::getInstance() {
 SystemDefaultCfg* SystemDefaultCfg::make() {
   std::unique_ptr<SystemDefaultCfg> made(new SystemDefaultCfg);
   // Not destroyed, since another thread may be using it: its sockets are closed by the handler of their context.
-  zel::atExit([]() noexcept { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); });
+  zel::atExit([](void*) noexcept { Logger::log(Logger::LEVEL_LIFECYCLE, "SystemDefaultCfg singleton destroyed"); });
   return made.release();
 }
 
