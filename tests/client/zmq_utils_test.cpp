@@ -255,6 +255,7 @@ TEST(ZmqUtils, EndsTheProcessWhenTheLastLineCannotBeLogged) {
 
 /// libzmq and its libraries have locks of their own: a child that inherited one locked could never make a context.
 TEST(ZmqUtils, NoChildIsForkedWhileAContextIsMade) {
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
   const auto expectNotMaking = [] {
     ASSERT_TRUE(waitUntil([] { return isMaking.load(); }));
     const pid_t child = fork();
