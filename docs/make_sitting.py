@@ -64,6 +64,7 @@ def play():
     if child == 0:
         fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", 40, COLUMNS, 0, 0))
         kept = {"PATH": os.environ["PATH"], "HOME": "/", "TERM": "xterm", "LC_ALL": "C.UTF-8", "PS1": PROMPT}
+        kept.update((name, value) for name, value in os.environ.items() if name.endswith("SAN_OPTIONS"))
         os.execvpe(BOARD[0], BOARD, kept)
     start = read_until_prompt(terminal)
     if not start.endswith(PROMPT):
