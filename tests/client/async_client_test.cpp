@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/daemon_process.h"
 #include "tests/support/descriptor_loop.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/interrupted_calls.h"
 #include "tests/support/private_network.h"
 #include "tests/support/raw_peer.h"
@@ -34,6 +34,7 @@ using testing::IsEmpty;
 using zel::AsyncClient;
 using zel::test::CapturedLog;
 using zel::test::ChildProcess;
+using zel::test::FewDescriptors;
 using zel::test::keepSilent;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
@@ -579,14 +580,10 @@ TEST_F(AsyncClientTest, OpensOneSocketInACall) {
 
 TEST_F(AsyncClientTest, WithoutADescriptorEachRequestFails) {
   client.reset();
-  rlimit before{};
-  getrlimit(RLIMIT_NOFILE, &before);
-  const int next = dup(0);
-  close(next);
-  const rlimit noMore{static_cast<rlim_t>(next), before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &noMore);
-  client = std::make_unique<AsyncClient>(context);
-  setrlimit(RLIMIT_NOFILE, &before);
+  {
+    const FewDescriptors none(0);
+    client = std::make_unique<AsyncClient>(context);
+  }
   EXPECT_EQ(client->descriptor(), -1);
   ScriptedDaemon daemon;
   submitSet(1);

@@ -54,7 +54,7 @@ namespace {
 const LogLine kMade{5, "ZmqUtils: initializing ZMQ Context ..."};
 const LogLine kReset{5, "ZmqUtils: reseting ZMQ Context ..."};
 
-/// The process can open no further descriptor: no context can be made.
+/// The process can open no descriptor, also in place of one that it closes: no context can be made.
 class NoDescriptors {
  public:
   NoDescriptors() {

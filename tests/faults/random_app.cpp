@@ -22,12 +22,12 @@
 #include "tests/support/leaks.h"
 #include "tests/support/wait_until.h"
 
-/// What a thread still holds that ends with the process is not a leak: `checkLeftovers` looks instead.
+/// The memory of a thread that runs to the end of the process is not a leak. `checkLeftovers` looks for leaks instead.
 extern "C" const char* __lsan_default_options();  // NOLINT(bugprone-reserved-identifier): the sanitizer's name
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options() {
   return "leak_check_at_exit=0";
 }
-/// Nor is a thread that does.
+/// A thread that runs to the end of the process is not a leak either.
 extern "C" const char* __tsan_default_options();  // NOLINT(bugprone-reserved-identifier): the sanitizer's name
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
   return "report_thread_leaks=0";
@@ -122,7 +122,7 @@ bool waitReadable(int descriptor, unsigned limitMs) {
   return ::poll(&watched, 1, static_cast<int>(limitMs)) > 0 || descriptor < 0;
 }
 
-/// Where the leak sanitizer is there, it writes down what nothing leads to any more.
+/// Under the leak sanitizer: prints the memory that no pointer leads to.
 void reportLeaks() {
 #ifdef ZEL_LEAK_CHECK
   __lsan_do_recoverable_leak_check();
@@ -133,7 +133,7 @@ void reportLeaks() {
   for (;;) ::pause();
 }
 
-/// The time in which nobody makes the board worse.
+/// While an object of this class lives, no thread gives the board a new fault.
 class Check {
  public:
   explicit Check(Record& record) : record_(record) {
@@ -290,7 +290,7 @@ void App::fail(const std::string& what) {
   std::snprintf(record_.failure.data(), record_.failure.size(), "%s", what.c_str());
 }
 
-/// What works whatever the board does, except where descriptors are short.
+/// Operations that succeed whatever the board does, except where descriptors are short.
 void App::expectSuccess(const char* what, int result) {
   if (result < 0 && !isShort_) fail(std::string(what) + " returns " + std::to_string(result));
 }
@@ -423,7 +423,7 @@ void App::changeTopics(Frame& frame, unsigned number) {
   number % 2 == 0 ? frame.receiver->unsubscribe(kTopic) : frame.receiver->subscribe(kTopic);
 }
 
-/// Takes what waits, but not what comes all the time.
+/// Takes the notifications that wait now, not those that a chatty board publishes meanwhile.
 void App::takeNotifications(Frame& frame) {
   for (int i = 0; i < 5000 && frame.receiver && frame.receiver->processEvent({}) != 0; ++i) continue;
   for (int i = 0; i < 5000 && frame.follows && frame.cache->processEvent({}) != 0; ++i) continue;
@@ -581,8 +581,8 @@ void App::readCache(Frame& frame, unsigned) {
   if (frame.cache != nullptr) frame.cache->getEthDynamicBasicInfo(interfaces);
 }
 
-/// After what the documentation says for an application that may have missed something, the cache is never older than
-/// the board was.
+/// After another `init`, as the documentation has it for an application that may have missed notifications, the cache
+/// is not older than the board was at the call.
 void App::checkCache(Frame& frame, unsigned) {
   if (frame.cache == nullptr) return;
   const Check check(record_);
@@ -659,7 +659,8 @@ void App::forkChild(Frame& frame, unsigned number) {
   }
 }
 
-/// What a child does that goes on: a context, the clients connected anew, the rest made anew.
+/// The first steps of a forked child that goes on: it makes a context, connects its clients again, and makes new
+/// objects in place of the others.
 void App::connectAgain(Frame& frame) {
   ZmqUtils::getInstance().resetContext();
   frame.context.forget();  // it is the parent's

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <net/if.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +13,7 @@
 
 #include "net/eth_ip_utils.h"
 #include "tests/net/host.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/private_network.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
@@ -24,6 +24,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using zel::test::configureNetwork;
+using zel::test::FewDescriptors;
 using zel::test::TemporaryDirectory;
 
 /// Each test has a network of its own with nothing in it but the loopback interface.
@@ -252,20 +253,6 @@ TEST_F(RealInterfaces, AreAllListedWhenThereAreAThousand) {
   EXPECT_EQ(addressed("eth999").ip, 0x0A0003FAU);
 }
 
-/// While it lives the process can open no further file or socket, so the host cannot tell its interfaces.
-class NoMoreDescriptors {
- public:
-  NoMoreDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none{0, before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-  }
-  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-
- private:
-  rlimit before_{};
-};
-
 TEST_F(RealInterfaces, AreNoneWhenTheHostCannotTell) {
   if (zel::test::kSanitized) GTEST_SKIP() << "a sanitizer's own checks open a pipe";
   std::list<EthBasicInfo> interfaces(5);
@@ -277,7 +264,7 @@ TEST_F(RealInterfaces, AreNoneWhenTheHostCannotTell) {
   EthBasicInfo untouched;
   untouched.name = "before";
   {
-    const NoMoreDescriptors none;
+    const FewDescriptors none(0);  // so the host cannot tell its interfaces
     EXPECT_EQ(utils_.get_eth_info(interfaces, true), 0);
     EXPECT_FALSE(utils_.get_ip_address(loopback));
     EXPECT_FALSE(utils_.get_eth_info(untouched, "lo"));

@@ -1,7 +1,6 @@
 #include "view/board_view.h"
 
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/descriptor_loop.h"
 #include "tests/support/fake_board.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/stopwatch.h"
 #include "tests/support/wait_until.h"
 #include "tests/view/applied.h"
@@ -28,6 +28,7 @@ using zel::BoardView;
 using zel::Document;
 using zel::test::CapturedLog;
 using zel::test::FakeBoard;
+using zel::test::FewDescriptors;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
 namespace settings = zel::settings;
@@ -725,6 +726,46 @@ TEST_F(BoardViewTest, FetchesAtOnceBehindAValueOfAWrongType) {
   EXPECT_EQ(port(), 5000u);
 }
 
+/// A document that was being fetched when a notification of it was refused may be the one from before.
+TEST_F(BoardViewTest, IsNotLiveByAFetchFromBeforeARefusedNotification) {
+  for (const char* const refused : {"nonsense", R"({"rtsp": {"tcp-port": "many"}})"}) {
+    Board board;
+    view = std::make_unique<BoardView>(context);
+    view->open();
+    ASSERT_TRUE(runUntilLive());
+    bool isFirst = true;
+    board.daemon.onRequest([&](const zel::test::Request& request) -> std::vector<zel::test::Answer> {
+      zel::test::Answer old = board.answer(request);
+      if (request.id != FakeBoard::kStored || !std::exchange(isFirst, false)) return {old};
+      board.set(FakeBoard::kStored, storedWithPort(6000));
+      board.publisher.publish("1000", refused);
+      return {std::move(old).after(milliseconds(30))};
+    });
+    bool wasStale = false;
+    view->onState([&](State /*before*/, State now) {
+      wasStale = wasStale || now == State::kStale;
+      EXPECT_TRUE(now != State::kLive || port() == 6000u) << refused;
+    });
+    ASSERT_TRUE(runUntil([&] { return wasStale && view->state() == State::kLive; })) << refused;
+    EXPECT_EQ(port(), 6000u);
+  }
+}
+
+/// A daemon that was frozen when it ended is asked as any other one that comes back.
+TEST_F(BoardViewTest, AsksOnceForEachDocumentAfterAFrozenDaemonHasEnded) {
+  std::optional<Board> board(std::in_place);
+  view->setProbe(milliseconds(500), milliseconds(100 * kSlowdown));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  board->daemon.onRequest([](const zel::test::Request&) { return std::vector<zel::test::Answer>{}; });
+  ASSERT_TRUE(runUntil([&] { return view->counters().probesWithoutAnswer > 0; }));
+  board.reset();
+  ASSERT_TRUE(runUntil([&] { return view->counters().losses > 0; }));
+  board.emplace();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_LE(board->asked().size(), 5u) << "a probe that waited for the board, and each document";
+}
+
 TEST_F(BoardViewTest, DropsARequestForARestartWithTheWrongFrames) {
   Board board;
   view->onRebootRequest([] { FAIL(); });
@@ -771,24 +812,6 @@ TEST_F(BoardViewTest, FollowsBesideASubscriber) {
   EXPECT_TRUE(runUntilLive());
   EXPECT_TRUE(zel::test::runUntil(second, [&] { return second.state() == State::kLive; }));
 }
-
-/// Lets the process open so many more descriptors, until the end of the scope.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(unsigned int left) {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const int next = dup(0);
-    close(next);
-    const rlimit few{static_cast<rlim_t>(next) + left, before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-  }
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  rlimit before_{};
-};
 
 /// A view that was made with too few descriptors says so by its own; any other one is live when there are enough.
 TEST_F(BoardViewTest, MadeWithTooFewDescriptorsItSaysSoOrRecovers) {

@@ -181,7 +181,7 @@ void BoardView::Follower::destroy() {
 
 int BoardView::Follower::start() {
   if (isStarted_) return status::kOk;
-  // The clients report an address that is not valid with each request only.
+  // A client of the view tells of an address that is not valid when a request fails, not before.
   Trial trial;
   if (!trial.open(context_, requests_).empty()) return status::kCannotConnect;
   if (!openNow(notifications_, allTopics())) return status::kCannotConnect;
@@ -431,7 +431,7 @@ void BoardView::Follower::noteFetched(Document document, const Answer<Json::Valu
     isFrozen_ = true;
   } else {
     heard();
-    if (std::exchange(isFrozen_, false)) {
+    if (std::exchange(isFrozen_, false) && isLinked()) {
       outdateAll();
       fetchAllAt_ = Clock::now();
     }

@@ -64,9 +64,10 @@ class BoardView::Follower final : public Subscription {
     std::optional<std::string> waiting;  ///< the newest of them, not read yet
     std::string text;                    ///< the notification that `told` was read from; empty: it was fetched
 
-    std::uint64_t fetches = 0;          ///< fetches that were submitted
-    std::uint64_t outdatedFetches = 0;  ///< `fetches` at the last handshake: those say nothing about what came later
-    std::uint64_t countedFetches = 0;   ///< `fetches` of the last one that counted
+    std::uint64_t fetches = 0;  ///< fetches that were submitted
+    std::uint64_t outdatedFetches =
+        0;  ///< `fetches` at the last handshake, loss or refused notification: they tell what was before
+    std::uint64_t countedFetches = 0;  ///< `fetches` of the last one that counted
     bool isFetching = false;
     bool fetchAgain = false;             ///< another fetch has to follow the one under way
     bool isProbe = false;                ///< the fetch under way is a probe
