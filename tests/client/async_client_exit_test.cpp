@@ -51,6 +51,40 @@ struct Late {
   std::exit(2);
 }
 
+/// Sends a request in its destructor.
+struct Farewell {
+  const char* name;
+  AsyncClient* client = nullptr;
+
+  ~Farewell() {
+    int status = 1;
+    client->submit(zel::requests::factoryReset(),
+                   [&status](const zel::Answer<void>& answer) { status = answer.status; });
+    pollfd watched{client->descriptor(), POLLIN, 0};
+    for (int i = 0; i < 100 && status == 1; ++i) {
+      poll(&watched, 1, 50);
+      client->process();
+    }
+    std::fprintf(stderr, "%s %d\n", name, status);
+  }
+};
+
+/// Two such objects, one made before the first asynchronous client of the application's own context, and one after it.
+[[noreturn]] void exitWithOwnContext() {
+  static zmq::context_t context;
+  static Farewell before{"before"};
+  static const AsyncClient first(context);
+  static Farewell after{"after"};
+  before.client = new AsyncClient(context);
+  after.client = new AsyncClient(context);
+  std::exit(0);
+}
+
+TEST(AsyncClientAtExit, WorksInAStaticObjectThatIsYoungerThanTheFirstClient) {
+  const zel::test::ChildProcess daemon = zel::test::startDaemon();
+  EXPECT_EXIT(exitWithOwnContext(), testing::ExitedWithCode(0), "after 0\nbefore -100\n");
+}
+
 TEST(AsyncClientBehindTheExitHandler, CompletesWhatWasNotSent) {
   EXPECT_EXIT(exitWithTwoRequests({-100, -100, -100}), testing::ExitedWithCode(0),
               "^\"Resets the configuration files to factory default\" was not sent: the process is ending.$");
