@@ -64,11 +64,16 @@ bool mayColour(int descriptor) {
 }
 
 std::string cellOf(const Json::Value& value) {
-  if (value.isString()) return visible(value.asString());
-  if (value.type() != Json::realValue) return Output::asJson(value);
+  constexpr const char* kDigitsOfA32BitFloat = "%.7g";
   char text[32];
-  std::snprintf(text, sizeof text, "%.7g", value.asDouble());  // what a 32-bit float holds
-  return text;
+  switch (value.type()) {
+    case Json::stringValue: return visible(value.asString());
+    case Json::intValue:
+    case Json::uintValue:
+    case Json::booleanValue: return value.asString();
+    case Json::realValue: std::snprintf(text, sizeof text, kDigitsOfA32BitFloat, value.asDouble()); return text;
+    default: return Output::asJson(value);
+  }
 }
 
 void note(const std::string& text) {
@@ -81,12 +86,15 @@ Output::Output(bool json)
     : json_(json), colour_(!json && mayColour(STDOUT_FILENO)), terminal_(terminalSize(STDOUT_FILENO)) {}
 
 std::string Output::asJson(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["commentStyle"] = "None";
-  builder["emitUTF8"] = true;
-  builder["precision"] = 15;  // a decimal number comes out as it came in
-  return visibleJson(Json::writeString(builder, value));
+  static const Json::StreamWriterBuilder kOnOneLine = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["commentStyle"] = "None";
+    builder["emitUTF8"] = true;
+    builder["precision"] = 15;  // a decimal number comes out as it came in
+    return builder;
+  }();
+  return visibleJson(Json::writeString(kOnOneLine, value));
 }
 
 void Output::endBy(const Deadline& deadline) {
