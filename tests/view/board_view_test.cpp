@@ -136,6 +136,29 @@ TEST_F(BoardViewTest, SaysWhatTheDaemonToldAndWhatIsADefault) {
   EXPECT_FALSE(view->isTold(settings::kNmos)) << "an empty block is missing";
 }
 
+TEST_F(BoardViewTest, HasEachDocumentAsTheDaemonToldIt) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  // The records' own Deserialize inserts null members where these documents have none.
+  const std::string stored[] = {
+      R"({"rtsp": {"tcp-port": 6001}, "ethipv4": [{"name": "eth0", "mode": "dhcp"}, {"name": "eth1"}, {}], "nmos": {}})",
+      R"({"rtsp": {"tcp-port": 6002}, "sap": null, "ethipv4": [{"name": "eth0", "static": {}}, {"mode": null}]})",
+      R"({"rtsp": {"tcp-port": 6003}, "bitstream": {}, "vlan": [], "unknown": {"deep": [{"empty": {}}]}})"};
+  for (const std::string& document : stored) {
+    const std::uint64_t before = view->generation();
+    board.publisher.publish("1000", document);
+    ASSERT_TRUE(runUntil([&] { return view->generation() > before; })) << document;
+    EXPECT_EQ(view->document(Document::kStored), zel::test::json(document));
+  }
+  EXPECT_EQ(port(), 6003u);
+  const std::uint64_t before = view->generation();
+  const std::string entries = R"([{"ip": "239.0.0.1"}, {}])";
+  board.publisher.publish("1004", R"({"white-list": )" + entries + "}");
+  ASSERT_TRUE(runUntil([&] { return view->generation() > before; }));
+  EXPECT_EQ(view->document(Document::kWhitelist), zel::test::json(entries));
+}
+
 TEST_F(BoardViewTest, WaitsForADaemon) {
   view->open();
   run(milliseconds(100));

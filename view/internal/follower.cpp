@@ -1,5 +1,6 @@
 #include "view/internal/follower.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -88,10 +89,37 @@ bool hasShape(Document document, const Json::Value& told) {
   return !told.isNull() && (document == Document::kBoardModel || (told.isObject() && !told.empty()));
 }
 
+bool holdsNull(const Json::Value& value) {
+  return value.isNull() || std::any_of(value.begin(), value.end(), holdsNull);
+}
+
+/// Removes the members that are null, at every depth.
+void removeNulls(Json::Value& value) {
+  if (!holdsNull(value)) return;
+  for (Json::Value& each : value) removeNulls(each);
+  if (!value.isObject()) return;
+  for (const std::string& name : value.getMemberNames()) {
+    if (value[name].isNull()) value.removeMember(name);
+  }
+}
+
+/// Reads records from a document that stays as it is. `Deserialize` inserts a null member where it finds none; to take
+/// the nulls out of a document that had none is cheaper than to read a copy.
+template <class Read>
+void readKept(Json::Value& told, const Read& read) {
+  if (holdsNull(told)) {
+    Json::Value copy = told;
+    read(copy);
+  } else {
+    read(told);
+    removeNulls(told);
+  }
+}
+
 template <class Record>
-std::shared_ptr<const Record> read(Json::Value told) {
+std::shared_ptr<const Record> read(Json::Value& told) {
   auto record = std::make_shared<Record>();
-  record->Deserialize(told);
+  readKept(told, [&record](Json::Value& document) { record->Deserialize(document); });
   return record;
 }
 
@@ -104,16 +132,16 @@ class Trial final : public RequestConnection {
   Trial& operator=(const Trial&) = delete;
 };
 
-/// The records with another version of one of them. @throws Json::Exception  for a value that does not convert
-BoardRecords withDocument(BoardRecords records, Document document, const Json::Value& told) {
+/// The records with another version of one of them.
+/// @throws Json::Exception  for a value that does not convert; `told` may have null members more then
+BoardRecords withDocument(BoardRecords records, Document document, Json::Value& told) {
   switch (document) {
     case Document::kStored: records.stored = read<SysParameters>(told); break;
     case Document::kDynamic: records.dynamic = read<SysParametersDynamic>(told); break;
     case Document::kBoardModel: records.boardModel = read<BoardModel>(told); break;
     case Document::kWhitelist: {
-      Json::Value array = told;
       std::list<WhiteListEntry> entries;
-      appendRecords(array, entries);
+      readKept(told, [&entries](Json::Value& array) { appendRecords(array, entries); });
       records.whitelist = std::make_shared<const std::list<WhiteListEntry>>(std::move(entries));
       break;
     }
@@ -218,9 +246,19 @@ std::size_t BoardView::Follower::process() {
 
 // What comes in
 
+/// Lets the clients work that have something to do.
+void BoardView::Follower::processClients() {
+  AsyncClient* const clients[] = {&writer_, &*fetcher_};
+  pollfd watched[] = {{clients[0]->descriptor(), POLLIN, 0}, {clients[1]->descriptor(), POLLIN, 0}};
+  poll(watched, std::size(watched), 0);
+  for (std::size_t i = 0; i < std::size(clients); ++i) {
+    const bool hasNoDescriptor = watched[i].fd < 0;
+    if (watched[i].revents != 0 || hasNoDescriptor) clients[i]->process();
+  }
+}
+
 void BoardView::Follower::takeIn() {
-  writer_.process();
-  fetcher_->process();
+  processClients();
   std::string topic;
   for (int taken = 0; taken < kShareOfNotifications; ++taken) {
     Frame payload;
@@ -231,7 +269,7 @@ void BoardView::Follower::takeIn() {
     }
     noteNotification(topic, *result, *result == status::kOk ? payload.text() : std::string_view());
   }
-  tendLink(true);
+  if (!isDrained_ || socket() == nullptr) tendLink(true);  // otherwise `take` has, when it found nothing
   noteLink();
 }
 
@@ -277,8 +315,8 @@ void BoardView::Follower::noteNotification(const std::string& topic, int error, 
     Known& about = entry(document);
     ++about.notified;
     if (error != status::kOk) return refuse(document);
-    if (about.waiting) ++counters_.superseded;
-    about.waiting.emplace(payload);
+    if (std::exchange(about.isWaiting, true)) ++counters_.superseded;
+    about.newest.assign(payload);
     return;
   }
   ++(error == status::kOk ? counters_.unknownTopics : counters_.malformed);
@@ -320,16 +358,14 @@ bool BoardView::Follower::tellState() {
 
 bool BoardView::Follower::takeNotified(Document document) {
   Known& about = entry(document);
-  if (!about.waiting) return false;
-  const std::string text = std::move(*about.waiting);
-  about.waiting.reset();
+  if (!std::exchange(about.isWaiting, false)) return false;
   about.applied = about.notified;
-  if (!about.text.empty() && text == about.text && !about.unreadable) {
+  if (!about.text.empty() && about.newest == about.text && !about.unreadable) {
     about.confirmedAt = Clock::now();
     return true;
   }
   Json::Value notified;
-  if (!text.empty() && !reader_.read(text, notified).empty()) notified = Json::Value();
+  if (!about.newest.empty() && !reader_.read(about.newest, notified).empty()) notified = Json::Value();
   Json::Value told = payloadOf(document, std::move(notified));
   if (!hasShape(document, told)) {
     refuse(document);
@@ -339,7 +375,7 @@ bool BoardView::Follower::takeNotified(Document document) {
   if (about.unreadable) {
     fetch(document);  // it may be the notification alone that cannot be read
   } else {
-    about.text = text;
+    about.text.swap(about.newest);
   }
   return true;
 }
@@ -504,7 +540,7 @@ void BoardView::Follower::renewAfterOverflow() {
   if (now < std::min<Clock::time_point>(lastNotification_ + kQuiet, *overflowedAt_ + kLongestBurst)) return;
   overflowedAt_.reset();
   inWindow_ = 0;
-  for (Known& each : known_) each.waiting.reset();
+  for (Known& each : known_) each.isWaiting = false;
   outdateAll();
   fetchAllAt_.reset();
   renew();
@@ -646,7 +682,7 @@ void BoardView::Follower::setWakeUp() {
     if (each.answeredAt) at(each.deadline);
   }
   if (mayProbe()) at(nextProbe());
-  const auto isWaiting = [](const Known& each) { return each.waiting.has_value(); };
+  const auto isWaiting = [](const Known& each) { return each.isWaiting; };
   // What comes above may have taken the sign of a message out of ZMQ_FD.
   if (!calls_.empty() || mayHoldMessages() || std::any_of(known_.begin(), known_.end(), isWaiting)) wakeUp_.now();
 }

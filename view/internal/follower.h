@@ -58,11 +58,12 @@ class BoardView::Follower final : public Subscription {
     std::optional<Clock::time_point> confirmedAt;
     bool unreadable = false;
 
-    bool isCurrent = false;              ///< told since the last handshake
-    std::uint64_t notified = 0;          ///< notifications of its topic that have come
-    std::uint64_t applied = 0;           ///< `notified` when the last of them was taken in
-    std::optional<std::string> waiting;  ///< the newest of them, not read yet
-    std::string text;                    ///< the notification that `told` was read from; empty: it was fetched
+    bool isCurrent = false;      ///< told since the last handshake
+    std::uint64_t notified = 0;  ///< notifications of its topic that have come
+    std::uint64_t applied = 0;   ///< `notified` when the last of them was taken in
+    std::string newest;          ///< the newest of them
+    bool isWaiting = false;      ///< `newest` is not read yet
+    std::string text;            ///< the notification that `told` was read from; empty: it was fetched
 
     std::uint64_t fetches = 0;  ///< fetches that were submitted
     std::uint64_t outdatedFetches =
@@ -102,6 +103,7 @@ class BoardView::Follower final : public Subscription {
 
   Known& entry(Document document) { return known_[static_cast<std::size_t>(document)]; }
 
+  void processClients();
   void takeIn();
   void noteLink();
   void noteNotification(const std::string& topic, int error, std::string_view payload);
