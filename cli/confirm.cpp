@@ -39,7 +39,8 @@ void changeWithGuardian(Call& call, const Configuration& live, const Words& keys
   try {
     change();
   } catch (const Failure&) {
-    tellGuardian(Verdict::kUndo);
+    constexpr double kSecondsToUndo = 10;  // the time of the command may be over
+    tellGuardian(Verdict::kUndo, Deadline(kSecondsToUndo));
     throw;
   }
   note("the old values come back in " + Deadline(seconds).text() + " unless 'sysmgrctl confirm' keeps the new ones");
@@ -47,7 +48,7 @@ void changeWithGuardian(Call& call, const Configuration& live, const Words& keys
 
 void runConfirm(Call& call) {
   const bool isUndone = call.has("--undo");
-  tellGuardian(isUndone ? Verdict::kUndo : Verdict::kConfirm);
+  tellGuardian(isUndone ? Verdict::kUndo : Verdict::kConfirm, call.deadline);
   Json::Value document;
   document["kept"] = isUndone ? "old" : "new";
   call.output.page(document, [&] { call.output.line(isUndone ? "The old values are back." : "The new values stay."); });

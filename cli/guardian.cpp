@@ -58,6 +58,16 @@ struct Address {
   socklen_t size = 0;
 };
 
+/// Waits for a message. @return whether there is one
+bool isReadable(int socket, const Deadline& deadline) {
+  pollfd watched{socket, POLLIN, 0};
+  int ready = 0;
+  do {
+    ready = poll(&watched, 1, static_cast<int>(deadline.left().count()));
+  } while (ready < 0 && errno == EINTR);
+  return ready > 0;
+}
+
 std::string receive(int socket) {
   char message[kLongest];
   const ssize_t size = read(socket, message, sizeof message);
@@ -290,7 +300,7 @@ void startGuardian(const Configuration& old, double seconds) {
                 "nothing was changed");
 }
 
-void tellGuardian(Verdict verdict) {
+void tellGuardian(Verdict verdict, const Deadline& deadline) {
   const Descriptor socket = openSocket();
   if (!connectToGuardian(socket)) {
     const std::string file = leftFile();
@@ -298,6 +308,10 @@ void tellGuardian(Verdict verdict) {
                   file.empty() ? "" : "old values of a change whose guardian was killed are in " + file);
   }
   reply(socket.number(), kWords[static_cast<int>(verdict)]);
+  if (!isReadable(socket.number(), deadline)) {
+    throw Failure(Exit::kTimeOut, "the guardian of the change did not answer within " + deadline.text(),
+                  "it does what it was told when it can; '-w SECONDS' waits longer");
+  }
   const std::string answer = receive(socket.number());
   if (answer == kDone) return;
   throw Failure(Exit::kOther, answer.empty() ? "the guardian of the change does not answer" : answer,

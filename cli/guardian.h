@@ -3,6 +3,7 @@
 #include <string>
 
 #include "cli/configuration.h"
+#include "cli/deadline.h"
 #include "cli/words.h"
 
 namespace zel::ctl {
@@ -22,8 +23,8 @@ void startGuardian(const Configuration& old, double seconds);
 enum class Verdict { kConfirm, kUndo };
 
 /// Tells the guardian. Returns once it has done what it was told.
-/// @throws Failure, also when there is none
-void tellGuardian(Verdict verdict);
+/// @throws Failure, also when there is none, and when it is not done at the deadline
+void tellGuardian(Verdict verdict, const Deadline& deadline);
 
 /// The process of a guardian: `sysmgrctl --guard SECONDS ENDPOINT`. It reads the old values from standard input.
 /// @return its exit status
