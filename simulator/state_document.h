@@ -19,9 +19,9 @@ struct State {
   BoardModel model;
   SysParameters stored;
   SysParametersDynamic dynamic;
-  Json::Value systemInfo;
-  Json::Value networkStackStatus;
   WhiteListDb whitelist;
+  /// The documents whose fields the daemon defines, by the member of the answer that holds them: "systemInfo", ...
+  Json::Value ownDocuments;
   Json::Value gpio;                        ///< the lines by name: {"gpio0": {"output": false, "value": false}}
   Json::Value modules{Json::objectValue};  ///< {"audio": {"error": true, "warn": false}}
   int restingDegrees = 0;                  ///< around which the temperature moves
