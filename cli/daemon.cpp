@@ -90,9 +90,9 @@ Json::Value Daemon::exchange(Purpose purpose, const std::string& action, const B
 }
 
 Json::Value Daemon::get(const CommandRow& query) {
-  Json::Value body;
-  if (query.id == SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION)
-    body = Json::objectValue;  // names no line: all of them
+  // The query of the GPIO lines names lines in its body; an empty object asks for all of them.
+  const bool namesLines = query.id == SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION;
+  const Json::Value body(namesLines ? Json::objectValue : Json::nullValue);
   Json::Value reply = exchange(Purpose::kToRead, std::string("read ") + query.title,
                                [&](SysMgrJsonClient& client, Json::Value& answer) {
                                  IpcMsg request(static_cast<unsigned int>(query.id), body);

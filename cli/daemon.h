@@ -23,8 +23,7 @@ Offers documents();
 /// The query of a document. @throws Failure for a name that no document has
 const CommandRow& queryOf(const std::string& document);
 
-/// The payload of an answer whose layout the daemon chooses: the object in its usual member, or the answer
-/// itself.
+/// The payload of an answer whose layout the daemon chooses: the object in its usual member, or the answer itself.
 Json::Value unwrapped(const CommandRow& query, Json::Value answer);
 
 /// A document whose values do not have the types that are needed.
