@@ -126,7 +126,7 @@ void readDocument(benchmark::State& state) {
 }
 BENCHMARK(readDocument)->Arg(4)->Arg(10)->Arg(100)->Arg(1000)->Complexity();
 
-/// What the subscriber and the cache do with a notification that changes nothing, but for the socket.
+/// The work of the subscriber and the cache on a notification that changes nothing, without reading the socket.
 void takeNotification(benchmark::State& state) {
   const std::string text = document(state.range(0));
   zel::WireJsonReader reader;

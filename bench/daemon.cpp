@@ -189,7 +189,7 @@ class Publisher {
     socket_.send(zmq::buffer(kTopic), zmq::send_flags::sndmore);
     socket_.send(zmq::buffer(document), zmq::send_flags::none);
   }
-  /// Sees who came and went.
+  /// Reads the subscriptions, and their ends, that have arrived.
   void takeNews() {
     zmq::message_t news;
     while (socket_.recv(news, zmq::recv_flags::dontwait)) note(news);
@@ -231,7 +231,8 @@ void serve(unsigned int interfaces) {
   for (;;) {
     zmq::message_t id;
     zmq::message_t body;
-    while (!replier.recv(id)) publisher.takeNews();  // so that nobody who went is taken for the next one's follower
+    while (!replier.recv(id))
+      publisher.takeNews();  // else an ended client's subscription would pass for the next client's
     static_cast<void>(replier.recv(body));
     switch (std::atoi(id.to_string().c_str())) {
       case 0: answer(stored.answer()); break;

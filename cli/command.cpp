@@ -18,11 +18,7 @@ namespace {
 
 constexpr std::size_t kAny = Argument::kAny;
 
-Offers documentNames(const Words&, const std::string&) {
-  Offers offers;
-  for (const Document& document : documents()) offers.push_back({document.name, document.help});
-  return offers;
-}
+Offers documentNames(const Words&, const std::string&) { return documents(); }
 
 /// The paths that a document has as a rule: those of a new record. The daemon is not asked.
 Offers usualPaths(const Words& before, const std::string&) {
@@ -146,10 +142,9 @@ const Option kLeases = {"--leases", "DIRECTORY", "where the DHCP client keeps it
 
 std::string listOfDocuments() {
   std::string lines = "Documents:\n";
-  for (const Document& document : documents()) {
-    std::string name = document.name;
-    name.resize(11, ' ');
-    lines += "  " + name + document.help + "\n";
+  for (Offer& document : documents()) {
+    document.word.resize(11, ' ');
+    lines += "  " + document.word + document.meaning + "\n";
   }
   return lines + "\n";
 }

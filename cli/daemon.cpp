@@ -7,65 +7,41 @@
 #include "cli/suggest.h"
 #include "client/zmq_utils.h"
 #include "common/envelope.h"
+#include "common/ipc_msg.h"
 #include "common/shared/format_text.h"
 #include "types/whitelist.h"
 
 namespace zel::ctl {
 
-namespace {
-
-int getAllGpioLines(SysMgrJsonClient& client, Json::Value& reply) {
-  Json::Value noneNamed(Json::objectValue);
-  return client.getGpioConfiguration(noneNamed, reply);
-}
-
-}  // namespace
-
-const std::vector<Document>& documents() {
-  using Client = SysMgrJsonClient;
-  using Commands = SysMgrCommands;
-  static const std::vector<Document> kDocuments = {
-      {"stored", "the stored parameters", "the configuration that the daemon keeps",
-       Commands::SYSMGR_GET_STORED_PARAMETERS, &Client::getStoredParameters},
-      {"dynamic", "the dynamic information", "the state of interfaces, temperatures, fans, errors",
-       Commands::SYSMGR_GET_DYNAMIC_PARAMETERS, &Client::getDynamicParameters},
-      {"model", "the board model", "which board this is and the bitstream that it runs",
-       Commands::SYSMGR_GET_BOARD_MODEL, &Client::getBoardModel},
-      {"info", "the system information", "versions and serial numbers of the system", Commands::SYSMGR_GET_SYSTEM_INFO,
-       &Client::getSystemInfo},
-      {"network", "the network stack status", "the state of the network stack",
-       Commands::SYSMGR_GET_NETWORK_STACK_STATUS, &Client::getNetworkStackStatus},
-      {"debug", "the debug information", "the daemon's own counters, for its makers",
-       Commands::SYSMGR_GET_INTERNAL_DEBUG_INFO, &Client::getInternalDebugInfo, "debug-info"},
-      {"gpio", "the GPIO lines", "the general purpose lines", Commands::SYSMGR_GET_GPIO_CONFIGURATION, getAllGpioLines,
-       "gpio"},
-      {"whitelist", "the multicast whitelist", "from where multicast streams are accepted",
-       Commands::SYSMGR_GET_MCAST_WHITELIST, &Client::getMcastWhitelist},
-  };
-  return kDocuments;
-}
-
-const Document& documentOf(const std::string& name) {
-  Words names;
-  for (const Document& document : documents()) {
-    if (name == document.name) return document;
-    names.emplace_back(document.name);
+Offers documents() {
+  Offers offers;
+  for (const CommandRow& row : kCommands) {
+    if (row.isQuery()) offers.push_back({row.document, row.meaning});
   }
-  const std::string guess = didYouMean(name, names);
-  throw Failure(Exit::kNotFound, "there is no document '" + name + "'",
-                guess.empty() ? "the documents are " + listed(names) : guess)
-      .about(name);
+  return offers;
 }
 
-Json::Value unwrapped(const Document& document, Json::Value answer) {
-  const bool isWrapped = answer.size() == 1 && answer.isMember(document.wrapper) && answer[document.wrapper].isObject();
+const CommandRow& queryOf(const std::string& document) {
+  for (const CommandRow& row : kCommands) {
+    if (row.isQuery() && document == row.document) return row;
+  }
+  const Words names = wordsOf(documents());
+  const std::string guess = didYouMean(document, names);
+  throw Failure(Exit::kNotFound, "there is no document '" + document + "'",
+                guess.empty() ? "the documents are " + listed(names) : guess)
+      .about(document);
+}
+
+Json::Value unwrapped(const CommandRow& query, Json::Value answer) {
+  const char* const member = query.usualMember;
+  const bool isWrapped = answer.size() == 1 && answer.isMember(member) && answer[member].isObject();
   if (!isWrapped) return answer;
-  Json::Value inner = std::move(answer[document.wrapper]);
+  Json::Value inner = std::move(answer[member]);
   return inner;
 }
 
 Failure wrongType(const std::string& document, const std::string& why) {
-  return {Exit::kBadAnswer, std::string("cannot read ") + documentOf(document).what + ": " + why,
+  return {Exit::kBadAnswer, std::string("cannot read ") + queryOf(document).title + ": " + why,
           "'sysmgrctl get " + document + "' shows the document as the daemon sends it"};
 }
 
@@ -113,16 +89,22 @@ Json::Value Daemon::exchange(Purpose purpose, const std::string& action, const B
   return reply;
 }
 
-Json::Value Daemon::get(const Document& document) {
-  Json::Value reply = exchange(Purpose::kToRead, std::string("read ") + document.what, document.query);
-  const char* const payload = document.payload();
-  if (payload == nullptr) return unwrapped(document, std::move(reply));
+Json::Value Daemon::get(const CommandRow& query) {
+  // The query of the GPIO lines names lines in its body; an empty object asks for all of them.
+  const bool namesLines = query.id == SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION;
+  const Json::Value body(namesLines ? Json::objectValue : Json::nullValue);
+  Json::Value reply = exchange(Purpose::kToRead, std::string("read ") + query.title,
+                               [&](SysMgrJsonClient& client, Json::Value& answer) {
+                                 IpcMsg request(static_cast<unsigned int>(query.id), body);
+                                 return client.sendMessage(request, answer);
+                               });
+  const char* const payload = query.payload;
+  if (payload == nullptr) return unwrapped(query, std::move(reply));
   // A list without entries may be null: the records write it so.
   const bool isThere =
       reply.isMember(payload) && (!reply[payload].isNull() || payload == std::string(kWhitelistMember));
   if (isThere) return std::move(reply[payload]);
-  throw Failure(Exit::kBadAnswer,
-                std::string("cannot read ") + document.what + ": the answer has no \"" + payload + "\"",
+  throw Failure(Exit::kBadAnswer, std::string("cannot read ") + query.title + ": the answer has no \"" + payload + "\"",
                 "is the daemon of another version than this program?")
       .about(payload);
 }

@@ -8,6 +8,7 @@
 
 #include "cli/deadline.h"
 #include "cli/failure.h"
+#include "cli/words.h"
 #include "client/commands.h"
 #include "client/sysmgr_jsonApi.h"
 
@@ -17,24 +18,13 @@ namespace zel::ctl {
 using Operation = std::function<int(SysMgrJsonClient& client, Json::Value& request, Json::Value& reply)>;
 using BareOperation = std::function<int(SysMgrJsonClient& client, Json::Value& reply)>;
 
-/// A document that the daemon can be asked for.
-struct Document {
-  const char* name;  ///< as it is typed
-  const char* what;  ///< as messages name it
-  const char* help;
-  SysMgrCommands::sysmgr_msg_t command;
-  BareOperation query;            ///< sends the command
-  const char* wrapper = nullptr;  ///< where `payload` is null: the member that may hold the document
+/// The documents that the daemon can be asked for, with their meanings.
+Offers documents();
+/// The query of a document. @throws Failure for a name that no document has
+const CommandRow& queryOf(const std::string& document);
 
-  /// The member of the answer that holds the document; null: see `unwrapped`.
-  const char* payload() const { return findCommand(command)->payload; }
-};
-const std::vector<Document>& documents();
-const Document& documentOf(const std::string& name);
-
-/// The payload of an answer whose layout the daemon chooses: the object in the document's wrapper, or the answer
-/// itself.
-Json::Value unwrapped(const Document& document, Json::Value answer);
+/// The payload of an answer whose layout the daemon chooses: the object in its usual member, or the answer itself.
+Json::Value unwrapped(const CommandRow& query, Json::Value answer);
 
 /// A document whose values do not have the types that are needed.
 Failure wrongType(const std::string& document, const std::string& why);
@@ -52,8 +42,8 @@ class Daemon {
   explicit Daemon(const Deadline& deadline);
 
   /// @throws Failure
-  Json::Value get(const Document& document);
-  Json::Value get(const std::string& name) { return get(documentOf(name)); }
+  Json::Value get(const CommandRow& query);
+  Json::Value get(const std::string& document) { return get(queryOf(document)); }
   /// The same as a record. @throws Failure, also for a document that does not fit the record
   template <class Record>
   Record record(const std::string& name) {

@@ -91,7 +91,7 @@ void runGpioGet(Call& call) {
   Json::Value request(Json::objectValue);
   for (const std::string& line : call.words("lines")) request[line] = Json::Value();
   call.output.document(unwrapped(
-      documentOf("gpio"),
+      queryOf("gpio"),
       call.daemon().send("read the GPIO lines", &SysMgrJsonClient::getGpioConfiguration, request, Purpose::kToRead)));
 }
 

@@ -10,7 +10,7 @@
 
 namespace zel::ctl {
 
-// What the commands share that follow the daemon for a while.
+// Shared by the commands that follow the daemon for a while: watch, status --watch, record, doctor.
 
 /// When such a command ends: regularly by --timeout, early by --wait, which bounds it as it does any other command.
 class EndOfFollowing {
@@ -20,7 +20,7 @@ class EndOfFollowing {
   /// @return whether the time of --timeout is over
   /// @throws Failure when that of --wait is
   bool hasCome() const;
-  /// ms; -1: for ever
+  /// The time left, in ms; -1: without a limit.
   long left() const;
   /// That of --timeout.
   const std::optional<Deadline>& timeOut() const { return timeOut_; }
@@ -34,7 +34,7 @@ class EndOfFollowing {
 void openView(BoardView& view);
 
 /// Waits until a view has something to do, at most so long, and lets it do that.
-/// @param ms  -1: for ever
+/// @param ms  -1: without a limit
 /// @throws Failure, and what the view's callbacks throw
 void attend(BoardView& view, long ms);
 

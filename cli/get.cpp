@@ -16,11 +16,11 @@ Json::Value asObject(const std::string& name, const Json::Value& value) {
   return object;
 }
 
-const Json::Value& placeOf(const Document& document, const Json::Value& whole, const std::string& path) {
+const Json::Value& placeOf(const CommandRow& query, const Json::Value& whole, const std::string& path) {
   if (const Json::Value* const value = valueAt(whole, path)) return *value;
   const std::string guess = didYouMean(path, pathsOf(whole));
-  throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + document.what,
-                guess.empty() ? std::string("'sysmgrctl get ") + document.name + "' shows what is there" : guess)
+  throw Failure(Exit::kNotFound, "there is no '" + path + "' in " + query.title,
+                guess.empty() ? std::string("'sysmgrctl get ") + query.document + "' shows what is there" : guess)
       .about(path);
 }
 
@@ -30,27 +30,27 @@ void printValues(Output& output, const Json::Value& value) {
   forEachLeaf(value, [&output](const std::string&, const Json::Value& leaf) { output.line(cellOf(leaf)); });
 }
 
-void printOne(Call& call, const Document& document, const std::string& path, const Json::Value& value) {
+void printOne(Call& call, const CommandRow& query, const std::string& path, const Json::Value& value) {
   if (!call.output.isJson()) return isSingle(value) ? call.output.line(cellOf(value)) : call.output.leaves(value);
   // The output is one object: any other value, and a part of a document, is a member with its name.
   if (path.empty() && value.isObject()) return call.output.document(value);
-  call.output.document(asObject(path.empty() ? document.payload() : path, value));
+  call.output.document(asObject(path.empty() ? query.payload : path, value));
 }
 
 }  // namespace
 
 void runGet(Call& call) {
-  const Document& document = documentOf(call.word("document"));
-  const Json::Value whole = call.daemon().get(document);
+  const CommandRow& query = queryOf(call.word("document"));
+  const Json::Value whole = call.daemon().get(query);
   const Words paths = call.has("path") ? call.words("path") : Words{""};
   std::vector<const Json::Value*> values;
-  for (const std::string& path : paths) values.push_back(&placeOf(document, whole, path));
+  for (const std::string& path : paths) values.push_back(&placeOf(query, whole, path));
 
   if (call.has("--values") && !call.output.isJson()) {
     for (const Json::Value* const value : values) printValues(call.output, *value);
     return;
   }
-  if (paths.size() == 1) return printOne(call, document, paths.front(), *values.front());
+  if (paths.size() == 1) return printOne(call, query, paths.front(), *values.front());
   Json::Value found(Json::objectValue);
   for (std::size_t i = 0; i < paths.size(); ++i) found[paths[i]] = *values[i];
   call.output.document(found);

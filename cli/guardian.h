@@ -11,7 +11,7 @@ namespace zel::ctl {
 // A change with --confirm has a guardian: a process of its own, in a session of its own, which brings the old values
 // back unless `sysmgrctl confirm` comes in time. It listens at a socket in the abstract namespace of Unix sockets; at
 // most one guardian for a daemon can have it. The old values are in its memory, and in a file for people in case
-// somebody kills it: $XDG_RUNTIME_DIR/sysmgrctl/pending-PID.conf, or in /run without that variable.
+// the guardian is killed: $XDG_RUNTIME_DIR/sysmgrctl/pending-PID.conf, or in /run without that variable.
 
 /// Starts the guardian of a change that is about to be made. Returns once it watches.
 /// @param old      the values that come back
@@ -19,11 +19,11 @@ namespace zel::ctl {
 /// @throws Failure, also when an earlier change waits for its confirmation
 void startGuardian(const Configuration& old, double seconds);
 
-/// What a guardian can be told.
+/// An order to the guardian: keep the new values, or bring the old ones back now.
 enum class Verdict { kConfirm, kUndo };
 
-/// Tells the guardian. Returns once it has done what it was told.
-/// @throws Failure, also when there is none, and when it is not done at the deadline
+/// Sends an order to the guardian. Returns when the guardian has carried it out.
+/// @throws Failure, also when there is no guardian, or when it has not carried the order out at the deadline
 void tellGuardian(Verdict verdict, const Deadline& deadline);
 
 /// The process of a guardian: `sysmgrctl --guard SECONDS ENDPOINT`. It reads the old values from standard input.

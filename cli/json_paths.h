@@ -12,8 +12,8 @@ namespace zel::ctl {
 // A path names a place in a document: "rtsp/tcp-port". An element of a list goes by its name where all elements have
 // one ("ethipv4/eth1/mode"), and by its number from 0 on otherwise.
 //
-// Paths can be much longer than the document that they are in, when a long name stands above many values. So they are
-// shown to a function one after the other, and not kept.
+// The name of an object is in the path of every value in it, so all paths of a document can be much longer than the
+// document. Functions that visit a whole document pass one path at a time to a callback and keep none.
 
 /// Visits the values of a document, with their paths, in the document's order; an empty list or object counts as a
 /// value. A document that is a single value has none.

@@ -34,7 +34,8 @@ void occupyStandardDescriptors() {
   }
 }
 
-/// Whether the failure is for a program: asked of the words as they were typed, since they may be what is wrong.
+/// Whether a failure is reported as JSON. Looks for --json in the words as they were typed: the failure may be that
+/// they could not be parsed.
 bool isForProgram(const zel::ctl::Words& typed) {
   const auto end = std::find(typed.begin(), typed.end(), "--");
   return std::find(typed.begin(), end, "--json") != end;

@@ -184,7 +184,7 @@ class Reporter {
     });
     view_.onWrongType([this](zel::Document document, const std::string& text) {
       const Watched* const one = find(document);
-      if (one != nullptr) complaints_.add(std::string("cannot read ") + documentOf(one->name).what + ": " + text);
+      if (one != nullptr) complaints_.add(std::string("cannot read ") + queryOf(one->name).title + ": " + text);
     });
     openView(view_);
   }
@@ -296,7 +296,7 @@ class Reporter {
   void reportUnreadable(const Watched& one, bool isMalformed) {
     const bool isUnreadable = view_.isUnreadable(*one.document);
     if (std::exchange(unreadable_[*one.document], isUnreadable) || !isUnreadable || !isMalformed) return;
-    complaints_.add(std::string("a notification is dropped: it does not hold ") + documentOf(one.name).what +
+    complaints_.add(std::string("a notification is dropped: it does not hold ") + queryOf(one.name).title +
                     "; the daemon is asked instead");
   }
 

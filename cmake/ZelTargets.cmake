@@ -15,7 +15,7 @@ endfunction()
 # zel_compile_for_library(TARGET): how the code of the two shared libraries is compiled.
 function(zel_compile_for_library target)
   zel_configure_target(${target})
-  # What nobody calls is left out, each function on its own: boards are small.
+  # A section for each function, so that the linker leaves out those that are not called: boards are small.
   target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
   if(ZEL_COVERAGE)
     target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)

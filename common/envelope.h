@@ -9,7 +9,7 @@ namespace zel::envelope {
 inline constexpr char kStatus[] = "status";
 /// The text of the failure or of the remark.
 inline constexpr char kError[] = "error";
-/// An array of texts: what the checks behind a failure reported.
+/// An array of texts: the messages of the checks that failed.
 inline constexpr char kAuxErrors[] = "aux-errors";
 
 }  // namespace zel::envelope

@@ -22,8 +22,9 @@
 /// This takes a little work now and then, done in the application's thread. An application that waits in
 /// `PollFds::poll` has it done there. One with a loop of its own (zmq_poll(3), or epoll(7) on the socket's `ZMQ_FD`)
 /// calls `processEvent` until it returns 0, whenever it is woken and whenever its wait times out, with a time-out of
-/// 1 s or the delay that it bears: a connection that is gone for good never makes the socket ready. With epoll there is
-/// one more reason to go on until 0: `ZMQ_FD` is edge-triggered and tells nothing of messages that are there already.
+/// 1 s or the delay that it bears: a connection that is gone for good never makes the socket ready. With epoll the
+/// calls have to go on until 0 for another reason, too: `ZMQ_FD` is edge-triggered, so it does not become readable for
+/// messages that have arrived before.
 ///
 /// Threads: all operations, and the poll, in one thread. A child made by fork(2) has to make a client of its own, on a
 /// context of its own; here the operations return -100 and 0. The context has to outlive the client, except at

@@ -58,7 +58,8 @@ void healsSubscribers(Session& session) {
   }
 }
 
-/// A reboot is not a state: nobody gets it for a subscription.
+/// A new subscriber of the reboot topic gets no notification: a reboot is an event, and the board has no document of
+/// it.
 void repeatsNoReboot(Session& session) {
   constexpr Milliseconds kRepeated{500};
   for (const char* const prefix : {kRebootTopic, ""}) {

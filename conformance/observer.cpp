@@ -1,7 +1,6 @@
 #include "conformance/observer.h"
 
 #include <algorithm>
-#include <set>
 
 #include "client/commands.h"
 #include "common/envelope.h"
@@ -67,21 +66,16 @@ bool isOwn(const std::string& name) { return name.rfind(kOwnPrefix, 0) == 0; }
 
 /// The member of an answer that carries what was asked for; empty when there is none.
 std::string payloadOf(int id) {
-  if (id == SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO) return "debug-info";
-  if (id == SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION) return "gpio";
   const CommandRow* const row = findCommand(static_cast<SysMgrCommands::sysmgr_msg_t>(id));
-  return row != nullptr && row->payload != nullptr ? row->payload : "";
+  if (row == nullptr || !row->isQuery()) return "";
+  return row->payload != nullptr ? row->payload : row->usualMember;
 }
 
 }  // namespace
 
 bool isQueryId(int id) {
-  using C = SysMgrCommands;
-  const std::set<int> kQueries = {C::SYSMGR_GET_STORED_PARAMETERS, C::SYSMGR_GET_DYNAMIC_PARAMETERS,
-                                  C::SYSMGR_GET_BOARD_MODEL,       C::SYSMGR_GET_NETWORK_STACK_STATUS,
-                                  C::SYSMGR_GET_SYSTEM_INFO,       C::SYSMGR_GET_INTERNAL_DEBUG_INFO,
-                                  C::SYSMGR_GET_MCAST_WHITELIST,   C::SYSMGR_GET_GPIO_CONFIGURATION};
-  return kQueries.count(id) > 0;
+  const CommandRow* const row = findCommand(static_cast<SysMgrCommands::sysmgr_msg_t>(id));
+  return row != nullptr && row->isQuery();
 }
 
 std::string shown(const std::string& text) { return shortened(escaped(text), kMostShown); }

@@ -264,7 +264,7 @@ Sent sentRow(const DocumentRow& row, const char* setBy) {
   return sent;
 }
 
-/// The rows of a document that types/settings.h does not have, and which command sets what they are about.
+/// The rows of conformance/document_rows.h for a document, and the command that sets their values.
 struct Rows {
   const DocumentRow* begin;
   std::size_t count;

@@ -22,7 +22,7 @@ class ZEL_EXPORT EthIpUtils {
 
   /// Lists the interfaces that have a link layer, in the kernel's order, with name and MAC address only.
   ///
-  /// @param out              replaced by the list; emptied when the host cannot tell its interfaces
+  /// @param out              replaced by the list; emptied when getifaddrs(3) fails
   /// @param includeLoopback  whether "lo" is listed
   /// @return 0
   int get_eth_info(std::list<EthBasicInfo>& out, bool includeLoopback);
@@ -48,14 +48,14 @@ class ZEL_EXPORT EthIpUtils {
   /// @return 0; -1 for a directory that cannot be opened, which adds nothing
   int getDhcpLeaseFilenames(std::vector<std::string>& files, const std::string& dir);
 
-  /// Tells how the interface that `info` names takes its address; `info` is not changed. It is DHCP when the path of a
-  /// lease file holds the name anywhere: a lease file of "eth0.10" counts for "eth0" too, and so does a directory
+  /// Finds out how the interface that `info` names takes its address; `info` is not changed. It is DHCP when the path
+  /// of a lease file holds the name anywhere: a lease file of "eth0.10" counts for "eth0" too, and so does a directory
   /// called like the interface.
   ///
-  /// A lease directory that cannot be examined is reported on standard output, "cannot access %s\n"; one that is no
-  /// directory is logged at level 2, "%s is not a directory\n".
+  /// A lease directory that cannot be examined is reported on standard output, "cannot access %s\n"; one that is not
+  /// a directory is logged at level 2, "%s is not a directory\n".
   ///
-  /// @return true for DHCP; false for a static address or when nothing can be told
+  /// @return true for DHCP; false for a static address, or when the lease directory cannot be read
   bool set_ip_mode(EthBasicInfo& info);
 
  private:

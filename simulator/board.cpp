@@ -1,6 +1,7 @@
 #include "simulator/board.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "client/commands.h"
@@ -52,30 +53,27 @@ Refusal keepChange(const Board::Keep& keep, const State& next, Outcome& outcome)
 
 // --- what can be asked for
 
-struct Query {
-  SysMgrCommands::sysmgr_msg_t id;
-  Json::Value (*answer)(const State& state);
-};
-
-const Query kQueries[] = {
-    {SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, [](const State& state) { return serialized(state.stored); }},
-    {SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, [](const State& state) { return serialized(state.dynamic); }},
-    {SysMgrCommands::SYSMGR_GET_BOARD_MODEL, [](const State& state) { return serialized(state.model); }},
-    {SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, [](const State& state) { return state.networkStackStatus; }},
-    {SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, [](const State& state) { return state.systemInfo; }},
-    {SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST, [](const State& state) { return serialized(state.whitelist); }},
-};
+/// The document of a query whose row names the member that holds it.
+Json::Value documentOf(const CommandRow& query, const State& state) {
+  switch (query.id) {
+    case SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS: return serialized(state.stored);
+    case SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS: return serialized(state.dynamic);
+    case SysMgrCommands::SYSMGR_GET_BOARD_MODEL: return serialized(state.model);
+    case SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST: return serialized(state.whitelist);
+    default: return state.ownDocuments[query.payload];
+  }
+}
 
 /// Refuses a state whose documents would not fit into an answer: they are too large or too deep.
 Refusal judgeAnswers(const State& state) {
-  for (const Query& query : kQueries) {
+  for (const CommandRow& query : kCommands) {
+    if (query.payload == nullptr) continue;
     Json::Value answer(Json::objectValue);
-    const char* const member = findCommand(query.id)->payload;
-    answer[member] = query.answer(state);
+    answer[query.payload] = documentOf(query, state);
     std::string text;
     if (const std::string why = writeWireJson(answer, text); !why.empty()) {
       return {refusal::kOutOfRange,
-              std::string("\"") + member + "\": the board cannot answer with this document: " + why + "."};
+              std::string("\"") + query.payload + "\": the board cannot answer with this document: " + why + "."};
     }
   }
   return {};
@@ -172,11 +170,10 @@ const Command kCommandsOfTheBoard[] = {
 };
 
 /// The row of a command; null when the table has none.
-template <class Row, std::size_t count>
-const Row* find(const Row (&table)[count], unsigned int id) {
-  const auto* const found =
-      std::find_if(table, table + count, [id](const Row& row) { return static_cast<unsigned int>(row.id) == id; });
-  return found == table + count ? nullptr : found;
+const Command* find(unsigned int id) {
+  const auto isIt = [id](const Command& command) { return static_cast<unsigned int>(command.id) == id; };
+  const auto* const found = std::find_if(std::begin(kCommandsOfTheBoard), std::end(kCommandsOfTheBoard), isIt);
+  return found == std::end(kCommandsOfTheBoard) ? nullptr : found;
 }
 
 }  // namespace
@@ -204,11 +201,12 @@ Refusal Board::run(unsigned int id, const Json::Value& body, const Keep& keep, O
     outcome.reply["debug-info"] = debugDocument();
     return {};
   }
-  if (const Query* const query = find(kQueries, id)) {
-    outcome.reply[findCommand(query->id)->payload] = query->answer(state_);
+  const CommandRow* const row = findCommand(static_cast<SysMgrCommands::sysmgr_msg_t>(id));
+  if (row != nullptr && row->payload != nullptr) {
+    outcome.reply[row->payload] = documentOf(*row, state_);
     return {};
   }
-  const Command* const command = find(kCommandsOfTheBoard, id);
+  const Command* const command = find(id);
   if (command == nullptr) return {refusal::kUnknownCommand, "There is no command " + std::to_string(id) + "."};
   if (command->wantsObject && !body.isObject()) {
     return {refusal::kMalformedRequest, "The body is " + shown(body) + ", which is not an object."};

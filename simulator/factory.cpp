@@ -159,23 +159,21 @@ WhiteListDb factoryWhitelist() {
   return db;
 }
 
-Json::Value factorySystemInfo(const BoardModel& model, const std::string& serialNumber) {
-  Json::Value info(Json::objectValue);
+Json::Value factoryOwnDocuments(const BoardModel& model, const std::string& serialNumber) {
+  Json::Value documents;
+  Json::Value& info = documents["systemInfo"];
   info["name"] = BoardModelType::displayName(model.model);
   info["serial-number"] = serialNumber;
   info["software-version"] = "4.2.0";
   info["hardware-revision"] = "B";
   info["kernel"] = "5.15.71";
-  return info;
-}
 
-Json::Value factoryNetworkStackStatus() {
-  Json::Value status(Json::objectValue);
+  Json::Value& status = documents["network-stack-status"];
   status["state"] = "running";
   status["igmp-version"] = 3;
   status["ptp"]["state"] = "slave";
   status["ptp"]["offset-from-master"] = 42;
-  return status;
+  return documents;
 }
 
 }  // namespace zel::sim

@@ -22,7 +22,7 @@ SysParameters factoryParameters(const BoardModel& model);
 SysParametersDynamic factoryDynamic(const BoardModel& model, const SysParameters& stored);
 /// The ranges that the system itself needs; a client cannot change them.
 WhiteListDb factoryWhitelist();
-Json::Value factorySystemInfo(const BoardModel& model, const std::string& serialNumber);
-Json::Value factoryNetworkStackStatus();
+/// The documents whose fields the daemon defines, by the member of the answer that holds them.
+Json::Value factoryOwnDocuments(const BoardModel& model, const std::string& serialNumber);
 
 }  // namespace zel::sim

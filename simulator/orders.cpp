@@ -12,6 +12,7 @@
 #include "common/shared/format_text.h"
 #include "common/shared/wire_json.h"
 #include "simulator/current.h"
+#include "simulator/factory.h"
 #include "simulator/judge.h"
 #include "simulator/simulator.h"
 
@@ -51,34 +52,38 @@ struct Document {
   const char* name;         ///< in orders
   const char* stateMember;  ///< in a state document
   bool whole;               ///< a state document replaces it as a whole; otherwise the members that it has
-  Json::Value (*of)(const Board& board);
+  std::function<Json::Value(const Board& board)> of;
 };
 
-template <SysMgrCommands::sysmgr_msg_t query>
-Json::Value answered(const Board& board) {
-  return answerOf(board, query)[findCommand(query)->payload];
+std::vector<Document> allDocuments() {
+  std::vector<Document> all;
+  const Json::Value own = factoryOwnDocuments({}, "");
+  for (const CommandRow& row : kCommands) {
+    if (row.payload == nullptr || row.id == SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST) continue;
+    all.push_back({row.document, row.payload, own.isMember(row.payload),
+                   [&row](const Board& board) { return answerOf(board, row.id)[row.payload]; }});
+  }
+  // Without the system's own entries, which stay.
+  all.push_back(
+      {"whitelist", kWhitelistMember, true, [](const Board& board) { return board.keptState()[kWhitelistMember]; }});
+  all.push_back({"gpio", "gpio", false, [](const Board& board) {
+                   return answerOf(board, SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION)["gpio"];
+                 }});
+  all.push_back({"modules", "module-state", false, [](const Board& board) {
+                   return answerOf(board, SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO)["debug-info"]["module-state"];
+                 }});
+  return all;
 }
 
-const Document kDocuments[] = {
-    {"stored", "stored", false, answered<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS>},
-    {"dynamic", "dynamic", false, answered<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS>},
-    // The system's own entries stay, so only the others can be changed.
-    {"whitelist", "white-list", true, [](const Board& board) { return board.keptState()["white-list"]; }},
-    {"model", "board-model", false, answered<SysMgrCommands::SYSMGR_GET_BOARD_MODEL>},
-    {"info", "systemInfo", true, answered<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO>},
-    {"network", "network-stack-status", true, answered<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS>},
-    {"gpio", "gpio", false,
-     [](const Board& board) { return answerOf(board, SysMgrCommands::SYSMGR_GET_GPIO_CONFIGURATION)["gpio"]; }},
-    {"modules", "module-state", false,
-     [](const Board& board) {
-       return answerOf(board, SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO)["debug-info"]["module-state"];
-     }},
-};
+const std::vector<Document>& documents() {
+  static const std::vector<Document> kDocuments = allDocuments();
+  return kDocuments;
+}
 
 const Document* findDocument(std::string_view name) {
-  const auto* const found = std::find_if(std::begin(kDocuments), std::end(kDocuments),
-                                         [name](const Document& document) { return document.name == name; });
-  return found == std::end(kDocuments) ? nullptr : found;
+  const auto found = std::find_if(documents().begin(), documents().end(),
+                                  [name](const Document& document) { return document.name == name; });
+  return found == documents().end() ? nullptr : &*found;
 }
 
 // --- places in documents
@@ -441,7 +446,7 @@ std::string Order::parse(std::string_view line, Order& order) {
 
 std::string Order::help() {
   std::vector<std::string> names;
-  for (const Document& document : kDocuments) names.emplace_back(document.name);
+  for (const Document& document : documents()) names.emplace_back(document.name);
   std::string text =
       "Orders:\n"
       "  DOCUMENT PATH VALUE         sets a value, and publishes the document as after a request\n"

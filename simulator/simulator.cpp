@@ -80,7 +80,7 @@ Simulator::~Simulator() {
 std::string Simulator::open() {
   if (wakeUp_ < 0) return "no event descriptor can be made";
   if (std::string why = readFaultFile(options_.faults); !why.empty()) return why;
-  // The ports first: who cannot listen must leave the store of the one that does alone.
+  // The ports first: a simulator that cannot bind them must not touch the store, which the one that has them may use.
   if (std::string why = listen(); !why.empty()) return why;
   if (options_.mostGrowth > 0) {
     guard_.emplace(MemoryGuard::Options{options_.requests, options_.notifications, options_.mostGrowth, options_.tell});
@@ -139,7 +139,7 @@ std::string Simulator::tryToListen() {
   requests_.set(zmq::sockopt::sndhwm, kQueuedAnswers);
   requests_.set(zmq::sockopt::backlog, kWaitingConnections);
 
-  // The publisher first: who is answered can subscribe.
+  // The publisher first: a client that has an answer may subscribe at once.
   std::string endpoint = options_.notifications;
   try {
     Publisher::OnSubscription onSubscription;
@@ -387,9 +387,9 @@ bool Simulator::receive(std::vector<std::string>& frames) {
 }
 
 void Simulator::take(std::vector<std::string> frames) {
-  // Behind the identity of the connection stands what the client's socket put there, up to an empty frame.
+  // The envelope: the identity of the connection, the frames that the client's socket has added, an empty frame.
   const auto delimiter = std::find(frames.begin() + 1, frames.end(), std::string());
-  if (delimiter == frames.end()) return;  // no envelope: nobody could take an answer
+  if (delimiter == frames.end()) return;  // no envelope: an answer would not reach the client
 
   Request request;
   request.stay = stay_;

@@ -47,12 +47,6 @@ void overlay(const Json::Value& given, Json::Value& target) {
   for (auto member = given.begin(); member != given.end(); ++member) overlay(*member, target[member.name()]);
 }
 
-Refusal takeObject(const char* name, const Json::Value& given, Json::Value& target) {
-  if (!given.isObject()) return wrongType(name, given, "an object");
-  target = given;
-  return {};
-}
-
 // --- interfaces
 
 /// @param mode  the mode in the form in which it was given
@@ -283,14 +277,6 @@ Refusal applyDynamic(const Json::Value& given, State& state) {
   return {};
 }
 
-Refusal applySystemInfo(const Json::Value& given, State& state) {
-  return takeObject("systemInfo", given, state.systemInfo);
-}
-
-Refusal applyNetworkStackStatus(const Json::Value& given, State& state) {
-  return takeObject("network-stack-status", given, state.networkStackStatus);
-}
-
 Refusal applyWhitelist(const Json::Value& given, State& state) {
   state.whitelist = factoryWhitelist();
   return addToWhitelist(given, state.whitelist);
@@ -303,13 +289,8 @@ struct Piece {
 
 const Piece kPieces[] = {
     {"board-model", applyBoardModel},  // first: it decides on the defaults of the rest
-    {"stored", applyStored},
-    {"dynamic", applyDynamic},
-    {"systemInfo", applySystemInfo},
-    {"network-stack-status", applyNetworkStackStatus},
-    {"gpio", setGpio},
-    {"module-state", setModules},
-    {kWhitelistMember, applyWhitelist},
+    {"stored", applyStored},          {"dynamic", applyDynamic},          {"gpio", setGpio},
+    {"module-state", setModules},     {kWhitelistMember, applyWhitelist},
 };
 
 /// Writes what the modules report into the list of active errors.
@@ -333,9 +314,8 @@ State::State(BoardModelType::board_models_t boardModel)
     : model(factoryModel(boardModel)),
       stored(factoryParameters(model)),
       dynamic(factoryDynamic(model, stored)),
-      systemInfo(factorySystemInfo(model, stored.serialNumber)),
-      networkStackStatus(factoryNetworkStackStatus()),
       whitelist(factoryWhitelist()),
+      ownDocuments(factoryOwnDocuments(model, stored.serialNumber)),
       gpio(factoryGpio()),
       restingDegrees(dynamic.temperature.fpga) {}
 
@@ -403,11 +383,17 @@ Refusal applyDocument(const Json::Value& document, State& state) {
   if (!document.isObject()) return wrongType("state", document, "an object");
   for (auto member = document.begin(); member != document.end(); ++member) {
     const auto isIt = [&member](const Piece& piece) { return member.name() == piece.name; };
-    if (std::none_of(std::begin(kPieces), std::end(kPieces), isIt)) return unknownMember("", member.name(), *member);
+    const bool isPiece = std::any_of(std::begin(kPieces), std::end(kPieces), isIt);
+    if (!isPiece && !state.ownDocuments.isMember(member.name())) return unknownMember("", member.name(), *member);
   }
   for (const Piece& piece : kPieces) {
     if (!document.isMember(piece.name)) continue;
     if (Refusal why = piece.apply(document[piece.name], state)) return why;
+  }
+  for (const std::string& name : state.ownDocuments.getMemberNames()) {
+    if (!document.isMember(name)) continue;
+    if (!document[name].isObject()) return wrongType(name, document[name], "an object");
+    state.ownDocuments[name] = document[name];
   }
   return {};
 }

@@ -19,9 +19,9 @@ struct State {
   BoardModel model;
   SysParameters stored;
   SysParametersDynamic dynamic;
-  Json::Value systemInfo;
-  Json::Value networkStackStatus;
   WhiteListDb whitelist;
+  /// The documents whose fields the daemon defines, by the member of the answer that holds them: "systemInfo", ...
+  Json::Value ownDocuments;
   Json::Value gpio;                        ///< the lines by name: {"gpio0": {"output": false, "value": false}}
   Json::Value modules{Json::objectValue};  ///< {"audio": {"error": true, "warn": false}}
   int restingDegrees = 0;                  ///< around which the temperature moves
@@ -41,7 +41,7 @@ Json::Value serialized(const WhiteListDb& db);
 Refusal setKeys(const Json::Value& body, SettingRow::Route route, State& state);
 Refusal setGpio(const Json::Value& lines, State& state);
 Refusal setModules(const Json::Value& modules, State& state);
-/// Everything that a client configures becomes what it was when the board left the factory.
+/// Sets everything that a client can configure to its factory value.
 void resetToFactory(State& state);
 
 /// A state document, or a piece of one: an object of "board-model", "stored", "dynamic", "systemInfo",

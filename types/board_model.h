@@ -29,9 +29,9 @@ class ZEL_EXPORT BoardModelType {
     BOARD_MODEL_UNDEFINED = 13,
   };
 
-  /// The text of the JSON form, the enumerator's name: "ORVEN_TESSA". "Undefined" for every value outside 0 to 12.
+  /// The text of the JSON form, the enumerator's name: "ORVEN_TESSA". "Undefined" for every value that is not a model.
   static const char* toText(board_models_t model);
-  /// The name for people: "ORVEN Tessa AES67". "Undefined" for every value outside 0 to 12.
+  /// The name for people: "ORVEN Tessa AES67". "Undefined" for every value that is not a model.
   static const char* displayName(board_models_t model);
   /// The model of a text of the JSON form, letter case included; "TAVRO" is read as `KORVA`. None for any other text,
   /// "Undefined" included.

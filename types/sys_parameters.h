@@ -49,10 +49,10 @@ class ZEL_EXPORT SysParameters : public IJsonSerializable {
   /// board-name prefix and the store path are written up to their first NUL.
   void Serialize(Json::Value& root) const override;
 
-  /// Reads the whole document. A missing key resets its member to the factory value, which is that of a new record but
-  /// for "all" (both Ethernet ports), "Velmar ORVEN" (board-name prefix), "/etc/aes67/" (store path) and "/etc/ptp/"
-  /// (PTP path). These stay instead: the keys of "nmos" and "videoTimingParameters", the bitstream when its block is
-  /// missing, the interface list when "ethipv4" is missing. A VLAN id keeps its low 16 bits.
+  /// Reads the whole document. A missing key resets its member to the factory value, which is that of a new record
+  /// except for "all" (both Ethernet ports), "Velmar ORVEN" (board-name prefix), "/etc/aes67/" (store path) and
+  /// "/etc/ptp/" (PTP path). These stay instead: the keys of "nmos" and "videoTimingParameters", the bitstream when its
+  /// block is missing, the interface list when "ethipv4" is missing. A VLAN id keeps its low 16 bits.
   ///
   /// "ethipv4" is merged into the list: an entry of the same name is overwritten (every field, its VLAN tag too), a new
   /// one is added, the others stay, and the list is sorted. Logs at level 5 "We do have saved eth on the list:

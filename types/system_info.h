@@ -9,7 +9,7 @@ class ZEL_EXPORT SystemBasicInfo : public IJsonSerializable {
  public:
   Json::Value fields;  ///< the daemon's object, whole
 
-  /// Writes each member of `fields`; nothing when it is no object.
+  /// Writes each member of `fields`; writes nothing when `fields` is not an object.
   void Serialize(Json::Value& root) const override;
   /// Keeps a copy of `root` as it is.
   int Deserialize(Json::Value& root) override;
@@ -20,7 +20,7 @@ class ZEL_EXPORT NetworkStackStatus : public IJsonSerializable {
  public:
   Json::Value fields;  ///< the daemon's object, whole
 
-  /// Writes each member of `fields`; nothing when it is no object.
+  /// Writes each member of `fields`; writes nothing when `fields` is not an object.
   void Serialize(Json::Value& root) const override;
   /// Keeps a copy of `root` as it is.
   int Deserialize(Json::Value& root) override;

@@ -25,8 +25,8 @@ class ZEL_EXPORT VideoTimingParameters : public IJsonSerializable {
 
   /// The text of a mode; "ERROR" for a value outside the enumeration.
   static const char* toText(timing_mode_t mode);
-  /// The mode of a text, letter case included. The empty text selects low latency, by design; "unset" is no text to
-  /// read, nor is any other.
+  /// The mode of a text, letter case included. The empty text selects low latency, by design. None for any other text,
+  /// "unset" included.
   static std::optional<timing_mode_t> fromText(std::string_view text);
 
   /// Writes "timing-mode" always, the numbers only where they are set.

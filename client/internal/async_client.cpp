@@ -31,7 +31,7 @@ std::string nameOf(SysMgrCommands::sysmgr_msg_t command) {
 
 }  // namespace
 
-/// The requests that wait, the connection that carries out the first of them, and the ends that are not told yet.
+/// The queue of requests, the connection that sends the first of them, and the completions that have not run yet.
 class AsyncClient::State final : public RequestConnection {
  public:
   State(zmq::context_t& context, const std::string& endpoint) { openLater(context, endpoint); }
@@ -215,7 +215,7 @@ class AsyncClient::State final : public RequestConnection {
     forget(id);
   }
 
-  /// As `read`. An answer that there is no memory for has come all the same, and cannot be used.
+  /// As `read`. Where the memory does not suffice, the answer cannot be used: the daemon has carried out the request.
   std::string readIfPossible(Frame& answer, Json::Value& reply) {
     try {
       return read(answer, reply);

@@ -27,15 +27,15 @@ zmq::context_t makeContext() {
   return context;
 }
 
-/// The process that made the context. In a forked child the context's threads do not exist, and ending it would wait
-/// for them for ever.
+/// The process that made the context. In a forked child the context's threads do not exist, and closing it would wait
+/// for them without end.
 pid_t contextOwner = 0;
 
 void destroyContext(zmq::context_t& context) {
   if (contextOwner == getpid()) {
     context.close();
   } else {
-    // Left to the parent: moved to where nobody ends it.
+    // It belongs to the parent: moved into memory whose destructor never runs.
     alignas(zmq::context_t) static unsigned char inherited[sizeof(zmq::context_t)];
     new (inherited) zmq::context_t(std::move(context));
   }

@@ -7,9 +7,9 @@
 
 namespace zel {
 
-/// Whether this library has registered an exit handler for the context, see `SocketOwner`. The address of a context
-/// does not tell: a context may be destroyed and another be made at the same address. So the context itself carries the
-/// marks, one bit for each library: an option that libzmq 4.3.4 keeps and does not use.
+/// Whether this library has registered an exit handler for the context, see `SocketOwner`. A list of
+/// addresses would not do, since a new context may have the address of a destroyed one. So the mark is in the context:
+/// one bit for each library in ZMQ_MAX_MSGSZ, an option that libzmq 4.3.4 stores and does not use.
 inline bool isMarked(zmq::context_t& context) {
   const int value = zmq_ctx_get(context.handle(), ZMQ_MAX_MSGSZ);
   return value >= INT_MAX - 3 && (value & kLibraryBit) == 0;

@@ -13,7 +13,7 @@ namespace {
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
 constexpr SocketOption kSocketOptions[] = {
-    {ZMQ_RCVHWM, 7},            // what nobody asked for waits here until the next call: no more than 7 MiB
+    {ZMQ_RCVHWM, 7},            // messages that answer no request wait here until the next call: 7 of up to 1 MiB
     {ZMQ_LINGER, 0},            // a request that failed must not leave later, nor hold up the end of the process
     {ZMQ_IMMEDIATE, 1},         // nothing is queued for a daemon that is not there
     {ZMQ_REQ_CORRELATE, 1},     // an answer carries its request's number: late and doubled ones are dropped

@@ -28,8 +28,7 @@ namespace zel {
 ///    thread closes the sockets itself when its use is over. The handler waits 50 ms for such threads; the context
 ///    waits for them without a limit, since their sockets are still open.
 /// 3. After that no socket is opened on the context any more. A thread that goes on calling finds its owner ended.
-/// 4. A static owner may be destroyed before the handler runs. Its destructor does the handler's work for this one
-/// owner.
+/// 4. A static owner may be destroyed before the handler runs. Its destructor does the handler's work for this owner.
 /// 5. The memory of an owner is never given back (`Recycled`), so a thread that calls a static object after its
 ///    destruction finds the owner ended, too.
 ///

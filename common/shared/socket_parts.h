@@ -13,10 +13,11 @@ namespace zel {
 
 using Clock = std::chrono::steady_clock;
 
-/// A longer time is cut to this: far more than anybody waits, and the clock can count it.
+/// The longest time-out. A longer one is shortened to it, so that a deadline does not overflow the clock.
 constexpr std::chrono::milliseconds kLongestTime{std::numeric_limits<int>::max()};
 
-/// One option that is set before a socket connects. Integers, but for the size limit, which libzmq wants wider.
+/// An integer option of a socket, set before it connects. `setOption` passes ZMQ_MAXMSGSIZE as the 64-bit number that
+/// libzmq expects.
 struct SocketOption {
   int option;
   int value;

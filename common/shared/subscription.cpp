@@ -27,9 +27,9 @@ constexpr std::chrono::milliseconds kReconnectInterval = 50ms;
 constexpr std::chrono::milliseconds kEndLimit = 10ms;
 
 /// What the socket is set to before it connects, and why. libzmq 4.3.4 behaves as the reasons say.
-/// No time-out but that of connecting: libzmq ends the process when one of its timers gives a connection up whose
-/// messages wait unread, and they are read after all (its issue 3937). On the loopback the kernel tells the end of
-/// every peer.
+/// ZMQ_CONNECT_TIMEOUT is the only time-out. After the timer of a handshake or a heartbeat has closed a connection with
+/// unread messages, libzmq ends the process when they are read (its issue 3937). No timer is needed to see that a peer
+/// has ended: on the loopback the kernel closes its connections.
 constexpr SocketOption kSocketOptions[] = {
     {ZMQ_LINGER, 0},     // nothing holds up the end of the process
     {ZMQ_RCVHWM, 1000},  // not above the publisher's own limit, where what we do not take waits next

@@ -56,7 +56,7 @@ void replace(State& state, std::remove_cv_t<State>&& next) {
   state = std::move(next);
 }
 
-/// Replaces a record by what the daemon answers. What the answer does not tell, stays.
+/// Reads the daemon's answer into a cached record. Members that the answer does not have keep their values.
 template <class Record>
 int fetch(SysMgrClient& client, int (SysMgrClient::*query)(Record&), Record& cached) {
   Record next = cached;
@@ -132,10 +132,10 @@ int SystemDefaultCfg::fetchAll(const char* init) {
   return kOk;
 }
 
-/// Takes off the notifications that are older than what is fetched next. Where some wait, more of them may be on the
-/// way, in the publisher's queue and in the connection, and behind a full queue the newest are lost. Only a new
-/// connection is free of them.
-/// @return how many waited
+/// Handles the notifications that have arrived: they are older than the documents that are fetched next. If there were
+/// any, the publisher's queue and the connection may hold more, and a full queue has lost the newest: the caller then
+/// makes a new connection, which holds none.
+/// @return how many had arrived
 int SystemDefaultCfg::takeOffWaiting() {
   if (!subscribersInitialized_) return 0;
   constexpr int kQueue = 1000;  // what waits here at most

@@ -22,7 +22,7 @@ struct FreeChain {
 };
 using Chain = std::unique_ptr<ifaddrs, FreeChain>;
 
-/// The host's interfaces as they are now; empty when the system cannot tell.
+/// The host's interfaces as they are now; empty when getifaddrs(3) fails.
 Chain enumerate() {
   ifaddrs* chain = nullptr;
   return Chain(getifaddrs(&chain) == 0 ? chain : nullptr);

@@ -91,7 +91,7 @@ void takeAddress(const sockaddr* address, socklen_t length, EthBasicInfo& info) 
   const int error = getnameinfo(address, length, host, sizeof host, nullptr, 0, NI_NUMERICHOST);
   if (error != 0) {
     std::printf("getnameinfo() failed: %s\n", gai_strerror(error));
-    std::exit(EXIT_FAILURE);  // on purpose: no caller is made to handle a host that cannot tell its own address
+    std::exit(EXIT_FAILURE);  // on purpose, see EthIpUtils::get_ip_address: callers do not handle it
   }
   IpAddress parsed(info.ip);
   static_cast<void>(parsed.setAddress(std::string(host)));  // logs a text that is no address and keeps the value

@@ -6,8 +6,8 @@
 
 namespace zel {
 
-/// The host's interfaces but the loopback, as `EthIpUtils` lists them, with their addresses: one look at the host
-/// instead of one an interface, which takes ten seconds where there are a thousand.
+/// The host's interfaces except the loopback, as `EthIpUtils` lists them, with their addresses. It asks the kernel
+/// once: `EthIpUtils::get_ip_address`, called for each of a thousand interfaces, takes ten seconds.
 std::list<EthBasicInfo> hostInterfaces();
 
 }  // namespace zel

@@ -37,7 +37,7 @@ TEST(Manual, NamesEveryCommandWithItsArguments) {
 
 TEST(Manual, NamesEveryDocument) {
   const std::string page = manual();
-  for (const Document& document : documents()) EXPECT_THAT(page, HasSubstr(document.name));
+  for (const Offer& document : documents()) EXPECT_THAT(page, HasSubstr(document.word));
   for (const std::string& document : watchableDocuments()) EXPECT_THAT(page, HasSubstr(document));
 }
 

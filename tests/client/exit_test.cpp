@@ -290,32 +290,34 @@ TEST(Exit, AStaticClientWorksUntilItsContextIsClosed) {
               HasSubstr("farewell 0\n"));
 }
 
+namespace {
+
+/// Sends a request in its destructor.
+struct LastWords {
+  Client client{5000};
+  ~LastWords() { print("farewell " + std::to_string(client.request())); }
+};
+
+}  // namespace
+
 TEST(Exit, AStaticClientThatIsConnectedLaterWorksUntilItsContextIsClosed) {
-  struct Farewell {
-    Client client{5000};
-    ~Farewell() { print("farewell " + std::to_string(client.request())); }
-  };
   const ChildProcess daemon = startDaemon();
   EXPECT_THAT(expectQuickExit([] {
                 ZmqUtils::getInstance();
-                static Farewell farewell;
-                farewell.client.connect();
-                EXPECT_EQ(farewell.client.request(), 0);
+                static LastWords last;
+                last.client.connect();
+                EXPECT_EQ(last.client.request(), 0);
               }),
               EndsWith(std::string("farewell 0\n") + kClosing));
 }
 
 TEST(Exit, AStaticClientOlderThanAResetWorksUntilTheNewContextIsClosed) {
-  struct Farewell {
-    Client client{5000};
-    ~Farewell() { print("farewell " + std::to_string(client.request())); }
-  };
   const ChildProcess daemon = startDaemon();
   EXPECT_THAT(expectQuickExit([] {
                 ZmqUtils::getInstance();
-                static Farewell farewell;
+                static LastWords last;
                 ZmqUtils::getInstance().resetContext();
-                farewell.client.connect();
+                last.client.connect();
               }),
               EndsWith(std::string("farewell 0\n") + kClosing));
 }

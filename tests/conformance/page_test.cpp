@@ -9,6 +9,7 @@
 #include "conformance/rules.h"
 #include "simulator/refusal.h"
 #include "simulator/simulator.h"
+#include "tests/support/frames.h"
 #include "tests/support/wait_until.h"
 
 namespace {
@@ -22,6 +23,8 @@ using zel::conformance::Rule;
 using zel::conformance::ruleAt;
 using zel::conformance::rulesOf;
 using zel::conformance::rulesWithoutCheck;
+using zel::test::Frames;
+using zel::test::receiveFrames;
 
 std::set<std::string> checkedRules() {
   std::set<std::string> anchors;
@@ -133,8 +136,8 @@ std::vector<ExampleFrame> exampleOf(const std::string& name) {
   return frames;
 }
 
-std::vector<std::string> contentsOf(const std::vector<ExampleFrame>& frames) {
-  std::vector<std::string> contents;
+Frames contentsOf(const std::vector<ExampleFrame>& frames) {
+  Frames contents;
   for (const ExampleFrame& frame : frames) contents.push_back(frame.content);
   return contents;
 }
@@ -149,21 +152,7 @@ class Example : public testing::Test {
     follower_.set(zmq::sockopt::rcvtimeo, 200);
     dealer_.set(zmq::sockopt::rcvtimeo, 5000);
   }
-  void send(const std::vector<std::string>& frames) {
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-      dealer_.send(zmq::buffer(frames[i]), i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none);
-    }
-  }
-  static std::vector<std::string> receive(zmq::socket_t& socket) {
-    std::vector<std::string> frames;
-    for (bool more = true; more;) {
-      zmq::message_t frame;
-      if (!socket.recv(frame)) break;
-      more = frame.more();
-      frames.push_back(frame.to_string());
-    }
-    return frames;
-  }
+  void send(const Frames& frames) { zel::test::sendFrames(dealer_, frames); }
 
   zel::sim::SimulatorThread board_;
   zmq::context_t context_;
@@ -173,21 +162,21 @@ class Example : public testing::Test {
 
 TEST_F(Example, OfARequestHasTheAnswerOfThePage) {
   send(contentsOf(exampleOf("request")));
-  EXPECT_EQ(receive(dealer_), contentsOf(exampleOf("answer")));
+  EXPECT_EQ(receiveFrames(dealer_), contentsOf(exampleOf("answer")));
 }
 
 TEST_F(Example, OfARefusedRequestHasTheRefusalOfThePage) {
   send(contentsOf(exampleOf("refused request")));
-  EXPECT_EQ(receive(dealer_), contentsOf(exampleOf("refusal")));
+  EXPECT_EQ(receiveFrames(dealer_), contentsOf(exampleOf("refusal")));
 }
 
 TEST_F(Example, OfANotificationIsWhatTheBoardPublishes) {
-  const std::vector<std::string> wanted = contentsOf(exampleOf("notification"));
-  std::vector<std::string> published;
+  const Frames wanted = contentsOf(exampleOf("notification"));
+  Frames published;
   zel::test::waitUntil([&] {  // until the subscription has arrived
     send({"number", "", "8", ""});
-    receive(dealer_);
-    published = receive(follower_);
+    receiveFrames(dealer_);
+    published = receiveFrames(follower_);
     return !published.empty();
   });
   EXPECT_EQ(published, wanted);

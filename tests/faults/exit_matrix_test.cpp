@@ -28,10 +28,10 @@
 #include "tests/support/fake_board.h"
 #include "tests/support/wait_until.h"
 
-/// Stands before the library's own function: where nobody answers the cache is not to wait 5 s.
+/// Replaces the library's function, so that the cache waits 100 ms for a daemon that does not answer, not 5 s.
 int ClientJsonApi::getClientTimeout() { return 100; }
 
-/// What a thread still holds that ends with the process is no leak.
+/// No leak check: threads that end with the process still hold memory.
 extern "C" const char* __lsan_default_options();  // NOLINT(bugprone-reserved-identifier): the sanitizer's name
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options() { return "detect_leaks=0"; }
 

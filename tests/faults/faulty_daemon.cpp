@@ -11,31 +11,9 @@
 #include "common/shared/wire_json.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/faults/journal.h"
+#include "tests/support/frames.h"
 
 namespace zel::test {
-
-namespace {
-
-using Message = std::vector<std::string>;
-
-Message receive(zmq::socket_t& socket) {
-  Message frames;
-  for (bool more = true; more;) {
-    zmq::message_t frame;
-    if (!socket.recv(frame)) continue;
-    frames.push_back(frame.to_string());
-    more = frame.more();
-  }
-  return frames;
-}
-
-void send(zmq::socket_t& socket, const Message& frames) {
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    socket.send(zmq::buffer(frames[i]), i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none);
-  }
-}
-
-}  // namespace
 
 std::string DaemonManners::text() const {
   return std::to_string(delayMs) + (doubled ? "d" : "-") + (shuffled ? "s" : "-");
@@ -76,7 +54,7 @@ class FaultyDaemon {
   static constexpr milliseconds kTick{5};
 
   void take() {
-    Message frames = receive(requests_);
+    Frames frames = receiveFrames(requests_);
     if (frames.size() < 3) return;
     const int id = std::stoi(frames[frames.size() - 2]);
     Json::Value body;
@@ -110,16 +88,16 @@ class FaultyDaemon {
   void publish() {
     const std::uint32_t number = journal_.publish();
     const Subject subject = subjectOf(number);
-    Message frames{topicOf(subject), ""};
+    Frames frames{topicOf(subject), ""};
     writeWireJson(documentOf(subject, number), frames.back());
-    send(documents_, frames);
+    sendFrames(documents_, frames);
     nextTick_ = Clock::now() + kTick;
   }
 
   void answer() {
     for (; !waiting_.empty(); waiting_.pop_back()) {
-      send(requests_, waiting_.back());
-      if (manners_.doubled) send(requests_, waiting_.back());
+      sendFrames(requests_, waiting_.back());
+      if (manners_.doubled) sendFrames(requests_, waiting_.back());
     }
   }
 
@@ -129,7 +107,7 @@ class FaultyDaemon {
   zmq::socket_t requests_{context_, zmq::socket_type::router};
   zmq::socket_t documents_{context_, zmq::socket_type::pub};
   WireJsonReader reader_;
-  std::vector<Message> waiting_;
+  std::vector<Frames> waiting_;
   Clock::time_point due_{};
   Clock::time_point nextTick_{};
   bool quiet_ = false;

@@ -14,7 +14,7 @@ namespace zel::test {
 enum class Verdict {
   kRight = 0,
   kWrong = 1,
-  kLate = 3,  ///< right, but for a wait that took too long, which may be the machine's doing
+  kLate = 3,  ///< right, except that a wait took too long, perhaps since the machine was busy
 };
 
 /// Everything that happened to the client and the subscribers of a run, to be compared with what the daemons say that
@@ -34,7 +34,7 @@ class History {
     std::uint32_t token;
     int status;
     bool ownAnswer;     ///< the answer was the one to this request; meaningless when there was none
-    bool honestPeer;    ///< who listens may be slow or dying, but does not invent answers
+    bool honestPeer;    ///< the peer is a daemon, perhaps slow or dying: its answers are never false
     const char* fault;  ///< what was going on
   };
   void add(const Call& call) { calls_.push_back(call); }

@@ -11,6 +11,7 @@
 #include "client/sysmgr_jsonApi.h"
 #include "common/shared/wire_json.h"
 #include "subscriber/sysmgr_subscriber.h"
+#include "tests/support/frames.h"
 
 namespace zel::test {
 
@@ -22,8 +23,8 @@ class Board {
  public:
   explicit Board(Record& record) : record_(record) {
     for (auto* const socket : {&requests_, &publisher_}) socket->set(zmq::sockopt::linger, 0);
-    bind(requests_, "tcp://127.0.0.1:5556");
-    bind(publisher_, SysmgrPublisher::kEndpoint);
+    bindAfterAnother(requests_, "tcp://127.0.0.1:5556");
+    bindAfterAnother(publisher_, SysmgrPublisher::kEndpoint);
     record_.board = getpid();
   }
 
@@ -43,51 +44,27 @@ class Board {
  private:
   bool has(Manner manner) const { return (record_.manners & manner) != 0; }
 
-  /// The kernel may still hold the port of the board before.
-  static void bind(zmq::socket_t& socket, const char* endpoint) {
-    for (int left = 5000;; --left) {
-      try {
-        return socket.bind(endpoint);
-      } catch (const zmq::error_t&) {
-        if (left == 0) throw;
-        std::this_thread::sleep_for(milliseconds(1));
-      }
-    }
-  }
-
   std::string stored() const {
     return R"({"rtsp":{"tcp-port":)" + std::to_string(record_.version) + R"(},"ember":{"tcp-port":)" +
            std::to_string(record_.written) + "}}";
   }
 
-  void publish(const std::string& payload) {
-    publisher_.send(zmq::str_buffer("1000"), zmq::send_flags::sndmore);
-    publisher_.send(zmq::buffer(payload), zmq::send_flags::none);
-  }
+  void publish(const std::string& payload) { sendFrames(publisher_, {"1000", payload}); }
   void change() {
     ++record_.version;
     publish(stored());
   }
 
   void serve() {
-    std::vector<zmq::message_t> frames;
-    do {
-      frames.emplace_back();
-      if (!requests_.recv(frames.back())) return;
-    } while (frames.back().more());
+    const Frames frames = receiveFrames(requests_);
     if (frames.size() < 3) return;
-    const std::string answer = answerTo(std::stoi(frames[frames.size() - 2].to_string()), frames.back().to_string());
+    const std::string answer = answerOf(std::stoi(frames[frames.size() - 2]), frames.back());
     std::this_thread::sleep_for(milliseconds(record_.delayMs));
     if (has(kSilent)) return;
-    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) {
-      for (std::size_t i = 0; i + 2 < frames.size(); ++i) {
-        requests_.send(zmq::buffer(frames[i].to_string()), zmq::send_flags::sndmore);
-      }
-      requests_.send(zmq::buffer(answer), zmq::send_flags::none);
-    }
+    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) sendFrames(requests_, answerTo(frames, answer));
   }
 
-  std::string answerTo(int id, const std::string& text) {
+  std::string answerOf(int id, const std::string& text) {
     Json::Value body;
     reader_.read(text, body);
     std::string answer = "{}";

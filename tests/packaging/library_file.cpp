@@ -49,8 +49,7 @@ LibraryFile::LibraryFile(const std::string& path) {
     const char* names = at<char>(file, sections[section.sh_link].sh_offset);
     const auto* symbol = at<ElfW(Sym)>(file, section.sh_offset);
     for (std::size_t left = section.sh_size / sizeof *symbol; left > 0; --left, ++symbol) {
-      symbols_.push_back({names + symbol->st_name, symbol->st_shndx != SHN_UNDEF, (symbol->st_info & 0xf) == STT_FUNC,
-                          symbol->st_value, symbol->st_size});
+      symbols_.push_back({names + symbol->st_name, symbol->st_shndx != SHN_UNDEF, symbol->st_value, symbol->st_size});
     }
   }
   for (const std::size_t place : places) {

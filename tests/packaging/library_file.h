@@ -14,7 +14,6 @@ class LibraryFile {
   struct Symbol {
     std::string name;
     bool defined;  ///< by this library
-    bool isFunction;
     ElfW(Addr) address;
     std::size_t size;
   };

@@ -16,6 +16,7 @@
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/listener.h"
 #include "tests/simulator/temporary_folder.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ using zel::test::json;
 using zel::test::kReady;
 using zel::test::kSoon;
 using zel::test::Listener;
+using zel::test::receiveFrames;
 using zel::test::startBoard;
 using zel::test::TemporaryFolder;
 using zel::test::TestClient;
@@ -74,16 +76,6 @@ TEST_F(ToldBoard, PublishesWhatItIsTold) {
   subscriber.set(zmq::sockopt::subscribe, "");
   subscriber.set(zmq::sockopt::rcvtimeo, static_cast<int>(kSoon.count()));
   subscriber.connect("tcp://127.0.0.1:5575");
-  const auto next = [&subscriber] {
-    std::vector<std::string> frames;
-    for (bool more = true; more;) {
-      zmq::message_t frame;
-      if (!subscriber.recv(frame)) return frames;
-      frames.push_back(frame.to_string());
-      more = frame.more();
-    }
-    return frames;
-  };
   // It is subscribed once it hears something.
   EXPECT_TRUE(zel::test::waitUntil([&] {
     expectTold("publish first");
@@ -93,10 +85,10 @@ TEST_F(ToldBoard, PublishesWhatItIsTold) {
   expectTold(R"(publish 1000 {"half":   )");
   expectTold(R"(publish-frames 1001 \x00\xff "a b" \\)");
   std::vector<std::string> frames;
-  do frames = next();
+  do frames = receiveFrames(subscriber);
   while (frames.size() == 2 && frames[0] == "first");
   EXPECT_EQ(frames, (std::vector<std::string>{"1000", "{\"half\":"}));
-  EXPECT_EQ(next(), (std::vector<std::string>{"1001", std::string("\0\xff", 2), "a b", "\\"}));
+  EXPECT_EQ(receiveFrames(subscriber), (std::vector<std::string>{"1001", std::string("\0\xff", 2), "a b", "\\"}));
 }
 
 TEST_F(ToldBoard, MisbehavesUntilItsFaultsAreCleared) {

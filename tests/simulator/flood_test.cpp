@@ -80,7 +80,8 @@ class Flood {
   explicit Flood(const FloodRow& row) {
     for (unsigned int number = 0; number < kConnections; ++number) {
       threads_.emplace_back([this, row, number] {
-        setpriority(PRIO_PROCESS, 0, 10);  // of this thread; how the kernel shares the processors is not what is tested
+        setpriority(PRIO_PROCESS, 0,
+                    10);  // of this thread, so that the board gets a processor: the test is not about scheduling
         while (!stopping_) sendOverOneConnection(row, number);
       });
     }

@@ -6,12 +6,14 @@
 #include "tests/simulator/board_process.h"
 #include "tests/simulator/json_text.h"
 #include "tests/simulator/raw_connection.h"
+#include "tests/support/frames.h"
 #include "tests/support/zmtp.h"
 
 namespace {
 
 using testing::HasSubstr;
 using zel::test::ChildProcess;
+using zel::test::Frames;
 using zel::test::json;
 using zel::test::kReady;
 using zel::test::kSoon;
@@ -23,8 +25,6 @@ namespace zmtp = zel::test::zmtp;
 
 constexpr std::uint16_t kPorts[] = {5556, 5575};  // requests, notifications
 
-using Frames = std::vector<std::string>;
-
 /// A client that may send whatever it likes.
 class LooseClient {
  public:
@@ -33,23 +33,11 @@ class LooseClient {
     socket_.set(zmq::sockopt::sndhwm, 0);
     socket_.connect("tcp://127.0.0.1:5556");
   }
-  void send(const Frames& frames) {
-    for (std::size_t index = 0; index < frames.size(); ++index) {
-      const bool last = index + 1 == frames.size();
-      socket_.send(zmq::buffer(frames[index]), last ? zmq::send_flags::none : zmq::send_flags::sndmore);
-    }
-  }
+  void send(const Frames& frames) { zel::test::sendFrames(socket_, frames); }
   /// The frames of the next answer; none when there was none in time.
   Frames receive() {
     zmq_pollitem_t item{socket_.handle(), 0, ZMQ_POLLIN, 0};
-    Frames frames;
-    if (zmq_poll(&item, 1, kSoon.count()) <= 0) return frames;
-    zmq::message_t frame;
-    do {
-      if (!socket_.recv(frame)) return frames;
-      frames.push_back(frame.to_string());
-    } while (frame.more());
-    return frames;
+    return zmq_poll(&item, 1, kSoon.count()) <= 0 ? Frames() : zel::test::receiveFrames(socket_);
   }
 
  private:

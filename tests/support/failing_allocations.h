@@ -7,8 +7,8 @@
 
 namespace zel::test {
 
-/// While it lives, one allocation of this thread fails. Counted are calls of operator new, but for those that libzmq
-/// makes: it ends the process when it gets no memory, and nothing that calls it can change that.
+/// While it lives, one allocation of this thread fails. Only calls of operator new are counted, except those of
+/// libzmq, which ends the process when an allocation of its own fails.
 ///
 /// A program that uses this has to have failing_allocations.cpp among its sources, which replaces operator new.
 class FailingAllocation {
@@ -19,7 +19,7 @@ class FailingAllocation {
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-  /// Whether it came to that.
+  /// Whether the allocation has failed.
   bool happened() const;
 };
 

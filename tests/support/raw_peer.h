@@ -13,7 +13,7 @@ namespace zmtp {
 class Stream;
 }
 
-/// What listens where a daemon should, and is none.
+/// How a server that is not a daemon treats the connections to the daemon's port.
 enum class RawBehaviour {
   kNoAccept,             ///< listens; the kernel connects, nobody accepts
   kSilentAccept,         ///< accepts and says nothing

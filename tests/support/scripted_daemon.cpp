@@ -7,6 +7,7 @@
 #include <csignal>
 #include <memory>
 
+#include "tests/support/frames.h"
 #include "tests/support/wait_until.h"
 
 namespace zel::test {
@@ -19,23 +20,6 @@ Json::Value parsed(const std::string& text) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   Json::Value value;
   return reader->parse(text.data(), text.data() + text.size(), &value, nullptr) ? value : Json::Value();
-}
-
-std::vector<std::string> receiveFrames(zmq::socket_t& socket) {
-  std::vector<std::string> frames;
-  zmq::message_t frame;
-  do {
-    if (!socket.recv(frame)) break;
-    frames.push_back(frame.to_string());
-  } while (frame.more());
-  return frames;
-}
-
-void sendFrames(zmq::socket_t& socket, const std::vector<std::string>& frames) {
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    const auto flags = i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none;
-    socket.send(zmq::buffer(frames[i]), flags);
-  }
 }
 
 }  // namespace

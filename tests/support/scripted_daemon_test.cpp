@@ -2,18 +2,18 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/frames.h"
 #include "tests/support/wait_until.h"
 
 using testing::ElementsAre;
 using zel::test::Answer;
+using zel::test::Frames;
 using zel::test::kSoon;
 using zel::test::PublisherFake;
 using zel::test::Request;
 using zel::test::ScriptedDaemon;
 
 namespace {
-
-using Frames = std::vector<std::string>;
 
 /// A peer of the fakes that does what it is told, with nothing of the libraries in between.
 class Peer {
@@ -26,21 +26,9 @@ class Peer {
   zmq::socket_t& socket() { return socket_; }
   void setTimeout(int milliseconds) { socket_.set(zmq::sockopt::rcvtimeo, milliseconds); }
 
-  void send(const Frames& frames) {
-    for (const std::string& frame : frames) {
-      socket_.send(zmq::buffer(frame), &frame == &frames.back() ? zmq::send_flags::none : zmq::send_flags::sndmore);
-    }
-  }
+  void send(const Frames& frames) { zel::test::sendFrames(socket_, frames); }
   /// @return no frame when none came in time
-  Frames receive() {
-    Frames frames;
-    zmq::message_t frame;
-    do {
-      if (!socket_.recv(frame)) break;
-      frames.push_back(frame.to_string());
-    } while (frame.more());
-    return frames;
-  }
+  Frames receive() { return zel::test::receiveFrames(socket_); }
 
  private:
   zmq::context_t context_;

@@ -34,6 +34,7 @@
 #include "client/sysmgr_client.h"
 #include "common/logger.h"
 #include "common/shared/wire_json.h"
+#include "tests/support/frames.h"
 #include "tests/support/private_network.h"
 #include "tests/support/wait_until.h"
 #include "tests/view/applied.h"
@@ -65,8 +66,8 @@ class Board {
  public:
   explicit Board(Values& values) : values_(values) {
     for (auto* const socket : {&requests_, &publisher_}) socket->set(zmq::sockopt::linger, 0);
-    bind(requests_, "tcp://127.0.0.1:5556");
-    bind(publisher_, "tcp://127.0.0.1:5575");
+    zel::test::bindAfterAnother(requests_, "tcp://127.0.0.1:5556");
+    zel::test::bindAfterAnother(publisher_, "tcp://127.0.0.1:5575");
   }
 
   void run() {
@@ -81,36 +82,18 @@ class Board {
   }
 
  private:
-  static void bind(zmq::socket_t& socket, const char* endpoint) {
-    for (int left = 1000;; --left) {  // the kernel may still hold the port of the board before
-      try {
-        return socket.bind(endpoint);
-      } catch (const zmq::error_t&) {
-        if (left == 0) throw;
-        std::this_thread::sleep_for(milliseconds(1));
-      }
-    }
-  }
-
   void publish(const std::string& topic, const std::string& payload) {
-    publisher_.send(zmq::buffer(topic), zmq::send_flags::sndmore);
-    publisher_.send(zmq::buffer(payload), zmq::send_flags::none);
+    zel::test::sendFrames(publisher_, {topic, payload});
   }
 
   void serve() {
-    std::vector<zmq::message_t> frames;
-    do {
-      frames.emplace_back();
-      if (!requests_.recv(frames.back())) return;
-    } while (frames.back().more());
-    const std::string body = frames.back().to_string();
-    const std::string id = frames[frames.size() - 2].to_string();
-    const std::string answer = answerTo(id, body);
-    for (std::size_t i = 0; i + 2 < frames.size(); ++i) requests_.send(frames[i], zmq::send_flags::sndmore);
-    requests_.send(zmq::buffer(answer), zmq::send_flags::none);
+    const zel::test::Frames frames = zel::test::receiveFrames(requests_);
+    if (frames.size() < 3) return;
+    const std::string answer = answerOf(frames[frames.size() - 2], frames.back());
+    zel::test::sendFrames(requests_, zel::test::answerTo(frames, answer));
   }
 
-  std::string answerTo(const std::string& id, const std::string& body) {
+  std::string answerOf(const std::string& id, const std::string& body) {
     if (id == "0") return R"({"stored":)" + storedOf(values_) + "}";
     if (id == "1") return R"({"dynamic":{"madi-lock":true}})";
     if (id == "3") return R"({"board-model":{"model":"KORVA"}})";

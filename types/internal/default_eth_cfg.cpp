@@ -64,7 +64,7 @@ bool SysParameters::isEthIPv4ConfigDefault(const BoardModel& model) const {
   std::list<EthIpV4Cfg> defaults;
   fillEthIPv4DefaultCfg(defaults, model);
   if (defaults.size() != ethIPv4Cfg.size()) return false;
-  // In any order, and an interface may answer for several of its equals.
+  // The order is ignored, and one stored entry may match several equal defaults.
   return std::all_of(defaults.begin(), defaults.end(), [this](const EthIpV4Cfg& wanted) {
     return std::find(ethIPv4Cfg.begin(), ethIPv4Cfg.end(), wanted) != ethIPv4Cfg.end();
   });

@@ -6,10 +6,10 @@
 
 namespace zel {
 
-/// Whether the text of a row may be read; its alias may, in any case.
+/// Whether readers accept the text of a row. They accept its alias in any case.
 enum class Text { kReadAndWritten, kOnlyWritten };
 
-/// A row of the one table that an enumeration's texts stand in.
+/// A row of the table of an enumeration's texts, which writers and readers share.
 template <class Enum>
 struct EnumRow {
   Enum value;

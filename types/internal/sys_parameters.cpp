@@ -43,7 +43,8 @@ void merge(Json::Value& array, std::list<EthIpV4Cfg>& list) {
 
 }  // namespace
 
-/// Not a new record: what a board has when nobody has configured it.
+/// The values that `reset` gives to members whose key is missing: those of a board that nothing has configured. A
+/// default-constructed record differs from them.
 template <>
 const SysParameters& factory<SysParameters>() {
   static Singleton<const SysParameters> record;

@@ -18,7 +18,7 @@ constexpr EnumRow<EthMode::eth_mode_t> kEthModes[] = {
 
 constexpr Key kMode = "mode";
 
-/// The mode's text stands as it is or in an object, under the same key. Every other JSON type is passed over.
+/// Reads a mode from a text, or from the member "mode" of an object. A value of any other JSON type leaves the mode.
 struct EthModeText : EnumText<EthMode> {
   static void read(const Json::Value& json, EthMode::eth_mode_t& mode) {
     if (json.isString()) EnumText::read(json, mode);

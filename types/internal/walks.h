@@ -5,11 +5,11 @@
 #include "types/nmos_parameters.h"
 #include "types/video_timing.h"
 
-// The JSON forms of the records that stand in other records' documents as well as alone.
+// The `walk` of each record that is written both as a document of its own and as a part of another record's document.
 
 namespace zel {
 
-/// A text that is no bitstream's selects none.
+/// Reads an unknown text as `BITSTREAM_NONE`.
 struct BitstreamText : EnumText<BitstreamType> {
   static void read(const Json::Value& json, BitstreamType::bitstream_t& type) {
     type = enumeratorOf<BitstreamType>(json.asString(), BitstreamType::BITSTREAM_NONE);
