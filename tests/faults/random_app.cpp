@@ -690,8 +690,9 @@ void App::limitDescriptors(Frame&, unsigned number) {
   isShort_ = true;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
+  constexpr rlim_t kNoneAgain = 8;  // below what is open: what is closed cannot be opened again; poll(2) works
   const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
-  limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : few;
+  limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : number % 3 == 1 ? few : kNoneAgain;
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
