@@ -143,6 +143,7 @@ class App {
   void followCache(Frame& frame, unsigned number);
   void readCache(Frame& frame, unsigned number);
   void checkCache(Frame& frame, unsigned number);
+  void useCacheForEver(Frame& frame, unsigned number);
   void makeContext(Frame& frame, unsigned number);
   void destroyContext(Frame& frame, unsigned number);
   void makeContextWhereOneWas(Frame& frame, unsigned number);
@@ -155,6 +156,7 @@ class App {
   void comeAndGoForEver(Frame& frame, unsigned number);
   void sendSignals(Frame& frame, unsigned number);
   void limitDescriptors(Frame& frame, unsigned number);
+  void usePlugin(Frame& frame, unsigned number);
   void pause(Frame& frame, unsigned number);
   void breakBoard(Frame& frame, unsigned number);
   void mendBoard(Frame& frame, unsigned number);
@@ -182,6 +184,7 @@ class App {
   void collectItems(Frame& frame);
   void takeNotifications(Frame& frame);
   void connect(Frame& frame);
+  void forkNow(Frame& frame, unsigned what);
   void connectAgain(Frame& frame);
   void tryInherited(Frame& frame);
   std::uint32_t beginRequest();

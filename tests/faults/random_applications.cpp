@@ -105,6 +105,19 @@ Clock::duration timeWithoutProcessor(pid_t process) {
   return longest;
 }
 
+/// Whether a thread of the process runs, is ready to run, or waits for a disk.
+bool isBusy(pid_t process) {
+  std::error_code gone;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", gone)) {
+    std::ifstream file(thread.path() / "stat");
+    std::string line;
+    std::getline(file, line);
+    const std::size_t state = line.rfind(") ");
+    if (state == std::string::npos || std::strchr("RD", line[state + 2]) != nullptr) return true;
+  }
+  return false;
+}
+
 /// Prints where the process crashes, and lets it crash.
 void printStack(int signal) {
   std::array<void*, 40> frames{};
@@ -226,16 +239,8 @@ class Execution {
   /// How long an end takes depends on the machine, too: only the time counts in which every thread of the process
   /// waited for something.
   void measureWait(Watched& process) const {
-    std::error_code gone;
-    for (const auto& thread :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(process.pid) + "/task", gone)) {
-      std::ifstream file(thread.path() / "stat");
-      std::string line;
-      std::getline(file, line);
-      const std::size_t state = line.rfind(") ");
-      if (state == std::string::npos || std::strchr("RD", line[state + 2]) != nullptr) return;
-    }
-    process.waited += std::min<Clock::duration>(Clock::now() - due_, milliseconds(1)) + milliseconds(1);
+    if (!isBusy(process.pid))
+      process.waited += std::min<Clock::duration>(Clock::now() - due_, milliseconds(1)) + milliseconds(1);
   }
 
   void failHanging(const std::string& what) {
@@ -251,10 +256,12 @@ class Execution {
   }
 
   void judgeTimes(const Record::Process& process) {
-    // A busy machine makes everything late: a process that waited for a processor did not hang. What hangs, hangs.
+    // A busy machine makes everything late: a process that waited for a processor or a disk did not hang.
     const auto isOver = [&](Clock::rep since, milliseconds limit) {
-      const auto took = Clock::now() - Clock::time_point(Clock::duration(since));
-      return since != 0 && took > limit + late_ && took > limit + late_ + timeWithoutProcessor(process.pid);
+      const auto took = Clock::now() - Clock::time_point(Clock::duration(since)) - late_;
+      if (since == 0 || took <= limit) return false;
+      const auto own = took - timeWithoutProcessor(process.pid);
+      return own > 2 * limit || (own > limit && !isBusy(process.pid));
     };
     if (isOver(process.endBegan, 3 * kEndLimit + milliseconds(2000))) return failHanging("a process that does not end");
     if (process.endBegan != 0) return;

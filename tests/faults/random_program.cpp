@@ -104,7 +104,9 @@ const Row& rowOf(Operation operation) {
   return *found;
 }
 
-bool staysForEver(Operation operation) { return operation == &App::waitForEver || operation == &App::comeAndGoForEver; }
+bool staysForEver(Operation operation) {
+  return operation == &App::waitForEver || operation == &App::comeAndGoForEver || operation == &App::useCacheForEver;
+}
 
 Program generate(std::uint32_t seed) { return Generator(seed).make(); }
 
