@@ -991,7 +991,10 @@ void App::makeFarewell(Frame& frame, unsigned number) {
   if (number == 0) connectFarewell(frame, 0);
 }
 
-void App::connectFarewell(Frame&, unsigned) { farewell_->connect(); }
+void App::connectFarewell(Frame&, unsigned) {
+  const std::lock_guard<std::mutex> lock(forking_);  // no thread ends the process, and destroys it, meanwhile
+  if (!ends_ && farewell_ != nullptr) farewell_->connect();
+}
 
 void App::checkLeftovers(Frame&, unsigned) {
   if (hasStatics_ || process_ != 0) return;
