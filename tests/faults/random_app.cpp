@@ -53,9 +53,9 @@ const std::vector<const char*> kChildren{"exits", "_exits", "becomes another pro
 const std::vector<const char*> kFarewells{"connected", "not connected yet"};
 const std::vector<const char*> kPlugins{"unloaded at once", "loaded to the end"};
 const std::vector<const char*> kComers{"clients", "asynchronous clients", "views"};
-const std::vector<const char*> kBreaks{"slow",   "silent", "doubled",   "refusing",     "garbled",  "wrong types",
-                                       "chatty", "burst",  "malformed", "over size",    "mistyped", "few changes",
-                                       "killed", "frozen", "thawed",    "gone a moment"};
+const std::vector<const char*> kBreaks{"slow",   "silent", "doubled",   "refusing",      "garbled",  "wrong types",
+                                       "chatty", "burst",  "malformed", "over size",     "mistyped", "few changes",
+                                       "killed", "frozen", "thawed",    "gone a moment", "belated"};
 const std::vector<const char*> kActions{"nothing",
                                         "request",
                                         "submit",
@@ -896,6 +896,7 @@ void App::breakBoard(Frame&, unsigned number) {
     const pid_t board = record_.board;
     if (what == 0) record_.delayMs = 20;
     if (what >= 1 && what <= 6) record_.manners |= 1U << (what - 1);
+    if (what == 16) record_.manners |= kBelated;
     if (what >= 7 && what <= 11) record_.orders |= 1U << (what - 7);
     if (what == 12 || what == 15) {
       record_.wanted = what == 15;

@@ -79,11 +79,17 @@ class Board {
     const std::string answer = answerTo(std::stoi(frames[frames.size() - 2].to_string()), frames.back().to_string());
     std::this_thread::sleep_for(milliseconds(record_.delayMs));
     if (has(kSilent)) return;
-    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) {
-      for (std::size_t i = 0; i + 2 < frames.size(); ++i) {
-        requests_.send(zmq::buffer(frames[i].to_string()), zmq::send_flags::sndmore);
-      }
-      requests_.send(zmq::buffer(answer), zmq::send_flags::none);
+    if (has(kBelated)) send(lastAnswer_);
+    lastAnswer_.clear();
+    for (std::size_t i = 0; i + 2 < frames.size(); ++i) lastAnswer_.push_back(frames[i].to_string());
+    lastAnswer_.push_back(answer);
+    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) send(lastAnswer_);
+  }
+
+  void send(const std::vector<std::string>& frames) {
+    for (const std::string& frame : frames) {
+      const bool isLast = &frame == &frames.back();
+      requests_.send(zmq::buffer(frame), isLast ? zmq::send_flags::none : zmq::send_flags::sndmore);
     }
   }
 
@@ -128,6 +134,7 @@ class Board {
 
   Record& record_;
   WireJsonReader reader_;
+  std::vector<std::string> lastAnswer_;  ///< its frames
   zmq::context_t context_;
   zmq::socket_t requests_{context_, ZMQ_ROUTER};
   zmq::socket_t publisher_{context_, ZMQ_PUB};
