@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "common/subscribe_json_client.h"
@@ -76,6 +77,21 @@ class WithASubscriber : public testing::Test {
   PollFds fds;
   EventDescriptor events{fds};
 };
+
+/// The descriptor is shared with the child.
+TEST_F(WithASubscriber, AForkedChildLeavesTheLoopOfItsParentAlone) {
+  settle(events);
+  const pid_t child = fork();
+  if (child == 0) _exit(events.poll() == -1 ? 0 : 1);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(isReadable(events, milliseconds(50)));
+  PublisherFake publisher;
+  ASSERT_TRUE(publisher.waitForSubscription("1000"));
+  publisher.publish("1000", "{}");
+  EXPECT_EQ(takeUntil(1), 1);
+}
 
 TEST_F(WithASubscriber, IsSilentWhileNothingComes) {
   PublisherFake publisher;

@@ -1,9 +1,12 @@
 #include "tests/faults/random_app.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,15 +48,29 @@ struct Thrown {};
 const std::vector<const char*> kStorages{"stack", "heap", "function-static", "static"};
 const std::vector<const char*> kEnds{"return or exit", "exit",    "quick_exit", "_exit",
                                      "abort",          "SIGTERM", "last thread"};
-const std::vector<const char*> kChildren{"exits", "_exits", "becomes another program", "goes on"};
-const std::vector<const char*> kBreaks{"slow",   "silent", "doubled",   "refusing",     "garbled",  "wrong types",
-                                       "chatty", "burst",  "malformed", "over size",    "mistyped", "few changes",
-                                       "killed", "frozen", "thawed",    "gone a moment"};
-const std::vector<const char*> kActions{
-    "nothing", "request",       "submit",          "cancel", "destroy the client", "destroy the view", "change topics",
-    "throw",   "a child exits", "a child goes on", "exit",   "quick_exit"};
+const std::vector<const char*> kChildren{"exits", "_exits", "becomes another program", "goes on",
+                                         "tries what it inherits and goes on"};
+const std::vector<const char*> kFarewells{"connected", "not connected yet"};
+const std::vector<const char*> kPlugins{"unloaded at once", "loaded to the end"};
+const std::vector<const char*> kComers{"clients", "asynchronous clients", "views"};
+const std::vector<const char*> kBreaks{"slow",   "silent", "doubled",   "refusing",      "garbled",  "wrong types",
+                                       "chatty", "burst",  "malformed", "over size",     "mistyped", "few changes",
+                                       "killed", "frozen", "thawed",    "gone a moment", "belated"};
+const std::vector<const char*> kActions{"nothing",
+                                        "request",
+                                        "submit",
+                                        "cancel",
+                                        "destroy the client",
+                                        "destroy the view",
+                                        "change topics",
+                                        "throw",
+                                        "a child exits",
+                                        "a child goes on",
+                                        "exit",
+                                        "quick_exit",
+                                        "a child tries what it inherits and goes on"};
 enum End : unsigned { kReturn, kExit, kQuickExit, kUnderscoreExit, kAbort, kTerminate, kLastThread };
-enum Child : unsigned { kChildExits, kChildUnderscoreExits, kChildExecs, kChildGoesOn };
+enum Child : unsigned { kChildExits, kChildUnderscoreExits, kChildExecs, kChildGoesOn, kChildTries };
 
 constexpr milliseconds kTimeout{60};
 constexpr milliseconds kHealthy{2000 * kSlowdown};  ///< for what a healthy board answers, on a loaded machine
@@ -91,9 +108,20 @@ T* staticOf(unsigned thread, Arguments&&... arguments) {
   return isNew ? object : nullptr;
 }
 
+/// @return a context at the address if the allocator hands it out
+std::unique_ptr<zmq::context_t> contextAt(const void* address) {
+  auto made = std::make_unique<zmq::context_t>();
+  std::vector<std::unique_ptr<zmq::context_t>> others;
+  while (address != nullptr && made.get() != address && others.size() < 32) {
+    others.push_back(std::exchange(made, std::make_unique<zmq::context_t>()));
+  }
+  return made;
+}
+
 /// A static object that owns a context, which may be at the address of an earlier one.
 struct StaticContext {
-  std::unique_ptr<zmq::context_t> context = std::make_unique<zmq::context_t>();
+  explicit StaticContext(const void* address) : context(contextAt(address)) {}
+  std::unique_ptr<zmq::context_t> context;
 };
 
 template <class T>
@@ -131,6 +159,11 @@ void reportLeaks() {
 
 [[noreturn]] void stay() {
   for (;;) ::pause();
+}
+
+void note(Record& record, const std::string& failure) {
+  if (record.hasFailed.exchange(true)) return;
+  std::snprintf(record.failure.data(), record.failure.size(), "%s", failure.c_str());
 }
 
 /// While an object of this class lives, no thread gives the board a new fault.
@@ -171,7 +204,7 @@ const std::vector<Row>& rows() {
       {"makeReceiver", &App::makeReceiver, 0, kHasReceiver, kHasReceiver, 0, 30, 1000, kStorages},
       {"changeTopics", &App::changeTopics, kHasReceiver, 0, 0, 0, 4, 500, {}},
       {"receive", &App::receive, 0, 0, 0, 0, 25, 1500, {}},
-      {"makeEvents", &App::makeEvents, 0, kHasEvents, kHasEvents, 0, 4, 500, {}},
+      {"makeEvents", &App::makeEvents, 0, kHasEvents, kHasEvents, 0, 15, 500, {}},
       {"destroyEvents", &App::destroyEvents, kHasEvents, 0, 0, kHasEvents, 3, 500, {}},
       {"turnEvents", &App::turnEvents, kHasEvents, 0, 0, 0, 20, 1500, {}},
       {"waitForEver", &App::waitForEver, kHasReceiver, kIsMain, kIsLast, 0, 10, 1 << 30, {}},
@@ -186,25 +219,33 @@ const std::vector<Row>& rows() {
       {"setInView", &App::setInView, kHasView, 0, 0, 0, 20, 500, {}},
       {"turnView", &App::turnView, kHasView, 0, 0, 0, 40, 1000, {}},
       {"checkView", &App::checkView, kHasView, 0, 0, 0, 8, 20000, {}},
+      {"checkQuiet", &App::checkQuiet, 0, 0, 0, 0, 10, 20000, {}},
       {"destroyView", &App::destroyView, kHasView, 0, 0, kHasView, 10, 500, {}},
       {"getCache", &App::getCache, kMayUseCache, kHasCache, kHasCache, 0, 20, 6000, {}},
       {"initCache", &App::initCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 2500, {}},
       {"followCache", &App::followCache, kHasCache | kMayUseCache, 0, 0, 0, 20, 1000, {}},
       {"readCache", &App::readCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 500, {}},
       {"checkCache", &App::checkCache, kHasCache | kMayUseCache, 0, 0, 0, 10, 20000, {}},
+      {"useCacheForEver", &App::useCacheForEver, kHasCache | kMayUseCache, kIsMain, kIsLast, 0, 25, 1 << 30, {}},
       {"makeContext", &App::makeContext, 0, kHasContext | kObjects, kHasContext, 0, 30, 500, kStorages},
       {"destroyContext", &App::destroyContext, kHasContext, kObjects, 0, kHasContext, 50, 500, {}},
+      {"makeContextWhereOneWas", &App::makeContextWhereOneWas, 0, kHasContext | kObjects, kHasContext, 0, 15, 1000, {}},
       {"resetContext", &App::resetContext, kIsMain, kObjects | kHasThreads | kHasCache, 0, 0, 40, 500, {}},
       {"startThread", &App::startThread, kIsMain, 0, 0, 0, 120, 500, {}},
       {"joinThread", &App::joinThread, kIsMain, 0, 0, 0, 10, 1 << 30, {}},
-      {"forkChild", &App::forkChild, 0, 0, 0, 0, 12, 1000, kChildren},
+      {"forkChild", &App::forkChild, 0, 0, 0, 0, 15, 20000, kChildren},
+      {"forkManyChildren", &App::forkManyChildren, 0, 0, 0, 0, 6, 20000, {}},
+      {"comeAndGo", &App::comeAndGo, 0, 0, 0, 0, 15, 1000, kComers},
+      {"comeAndGoForEver", &App::comeAndGoForEver, 0, kIsMain, kIsLast, 0, 10, 1 << 30, kComers},
       {"sendSignals", &App::sendSignals, 0, 0, 0, 0, 4, 500, {}},
       {"limitDescriptors", &App::limitDescriptors, kIsMain, kHasThreads, 0, 0, 6, 500, {}},
-      {"pause", &App::pause, 0, 0, 0, 0, 20, 1000, {}},
+      {"usePlugin", &App::usePlugin, kIsMain, 0, 0, 0, 10, 1000, kPlugins},
+      {"pause", &App::pause, 0, 0, 0, 0, 20, 3000, {}},
       {"breakBoard", &App::breakBoard, 0, 0, 0, 0, 60, 500, kBreaks},
       {"mendBoard", &App::mendBoard, 0, 0, 0, 0, 20, 20000, {}},
       {"atNextCallback", &App::atNextCallback, 0, 0, 0, 0, 30, 500, kActions},
-      {"makeFarewell", &App::makeFarewell, kIsMain, 0, 0, 0, 4, 500, {}},
+      {"makeFarewell", &App::makeFarewell, kIsMain, kHasFarewell, kHasFarewell, 0, 8, 500, kFarewells},
+      {"connectFarewell", &App::connectFarewell, kHasFarewell, 0, 0, 0, 15, 500, {}},
       {"checkLeftovers",
        &App::checkLeftovers,
        kIsMain,
@@ -222,7 +263,8 @@ const std::vector<Row>& rows() {
 // ---- the process
 
 static bool mayFork(const Step& step) {
-  const bool inCallback = step.operation == &App::atNextCallback && (step.number == 8 || step.number == 9);
+  const bool inCallback =
+      step.operation == &App::atNextCallback && (step.number == 8 || step.number == 9 || step.number == 12);
   return inCallback || step.operation == &App::forkChild;
 }
 
@@ -286,8 +328,7 @@ void App::runThread(unsigned thread) {
 }
 
 void App::fail(const std::string& what) {
-  if (ends_ || record_.hasFailed.exchange(true)) return;  // at the end nothing has to work
-  std::snprintf(record_.failure.data(), record_.failure.size(), "%s", what.c_str());
+  if (!ends_) note(record_, what);  // at the end nothing has to work
 }
 
 /// Operations that succeed whatever the board does, except where descriptors are short.
@@ -305,8 +346,9 @@ void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... argu
   // A thread that uses a static object may still do so when another one ends the process. The sanitizers report that,
   // rightly, and the `init` of a client calls its virtual operations.
   const bool mayBeStatic = !hasThreads_ || (!kSanitized && !std::is_same_v<T, Clients>);
-  // The child of a fork cannot destroy a context of its parent's, so it must not be static.
-  const bool mayLast = mayBeStatic && !(forks_ && std::is_same_v<T, zmq::context_t>);
+  // The child of a fork cannot destroy a context of its parent's, and no thread may begin to use one that another
+  // thread destroys at the end of the process: so it must not be static.
+  const bool mayLast = mayBeStatic && !((forks_ || hasThreads_) && std::is_same_v<T, zmq::context_t>);
   if (!mayLast) slot.storage = std::min(slot.storage, Storage::kHeap);
   if (frame.context && frame.context.storage == Storage::kStack) slot.storage = Storage::kStack;
   if (frame.context && slot.storage > Storage::kHeap && frame.context.storage <= Storage::kHeap) {
@@ -315,7 +357,7 @@ void App::make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... argu
   if (slot.storage == Storage::kStatic) slot.object = beforeMain<T>(frame.thread);
   if (slot.storage == Storage::kFunctionStatic) {
     if constexpr (std::is_same_v<T, zmq::context_t>) {
-      StaticContext* const owner = staticOf<StaticContext>(frame.thread);
+      StaticContext* const owner = staticOf<StaticContext>(frame.thread, frame.formerContext);
       slot.object = owner == nullptr ? nullptr : owner->context.get();
     } else {
       slot.object = staticOf<T>(frame.thread, std::forward<Arguments>(arguments)...);
@@ -333,9 +375,32 @@ zmq::context_t& App::contextOf(Frame& frame) {
 }
 
 void App::makeContext(Frame& frame, unsigned number) { make(frame, frame.context, number); }
-void App::destroyContext(Frame& frame, unsigned) { frame.context.destroy(); }
+void App::destroyContext(Frame& frame, unsigned) {
+  frame.formerContext = frame.context.object;
+  frame.context.destroy();
+}
+
+/// Makes a context where another one was before, on which a client was connected.
+void App::makeContextWhereOneWas(Frame& frame, unsigned) {
+  makeContext(frame, static_cast<unsigned>(Storage::kHeap));
+  makeClients(frame, static_cast<unsigned>(Storage::kHeap));
+  destroyClients(frame, 0);
+  destroyContext(frame, 0);
+  makeContext(frame, static_cast<unsigned>(Storage::kFunctionStatic));
+}
+
 void App::resetContext(Frame&, unsigned) {
-  if (!hasStatics_) ZmqUtils::getInstance().resetContext();
+  if (!hasStatics_) renewContext();
+}
+
+/// Without descriptors there is no context until another call succeeds.
+void App::renewContext() {
+  try {
+    ZmqUtils::getInstance().resetContext();
+  } catch (const zmq::error_t&) {
+    liftLimits();
+    ZmqUtils::getInstance().resetContext();
+  }
 }
 
 // ---- requests that wait
@@ -480,9 +545,9 @@ void App::submit(Frame& frame, unsigned number) {
     const milliseconds timeout(1 + number % 150);
     frame.last = frame.async->submit(
         requests::set(settings::kRtspTcpPort, token),
-        [this, &frame, token](const Answer<void>& answer) {
+        [this, &frame, token, maker = process_](const Answer<void>& answer) {
           endRequest(token, answer.status);
-          act(frame);
+          act(frame, maker);
         },
         timeout);
     if (frame.last == 0) endRequest(token, status::kCancelled);  // nothing is submitted
@@ -515,7 +580,7 @@ void App::destroyAsync(Frame& frame, unsigned) { frame.async.destroy(); }
 
 void App::makeView(Frame& frame, unsigned number) {
   make(frame, frame.view, number, contextOf(frame));
-  const auto callback = [this, &frame](const auto&...) { act(frame); };
+  const auto callback = [this, &frame, maker = process_](const auto&...) { act(frame, maker); };
   frame.view->onChange(callback);
   frame.view->onState(callback);
   frame.view->onResynchronised(callback);
@@ -525,12 +590,12 @@ void App::makeView(Frame& frame, unsigned number) {
 void App::setInView(Frame& frame, unsigned number) {
   if (!frame.view) return;
   const std::uint32_t token = beginRequest();
-  const auto written = [this, &frame, token](const Answer<void>& answer) {
+  const auto written = [this, &frame, token, maker = process_](const Answer<void>& answer) {
     endRequest(token, answer.status);
     if (answer.ok() && frame.view && frame.view->get(settings::kEmberTcpPort) < token) {
       fail("the completion of a write that saw an older value");
     }
-    act(frame);
+    act(frame, maker);
   };
   const AsyncClient::Id id = frame.view->set(settings::kEmberTcpPort, token, written, milliseconds(1 + number % 300));
   if (id == 0) endRequest(token, status::kCancelled);
@@ -555,6 +620,23 @@ void App::checkView(Frame& frame, unsigned) {
   if (turnUntil(turn, isCurrent, 1000 * kSlowdown)) return;
   fail("a view that shows " + std::to_string(frame.view->get(settings::kRtspTcpPort)) + " and is " +
        (isLive() ? "live" : "not live") + " beside a board that is at " + std::to_string(version));
+}
+
+/// Whatever a loop watches, the loop has nothing to do at times.
+void App::checkQuiet(Frame& frame, unsigned) {
+  const Check check(record_);
+  mend();
+  frame.action = 0;
+  const auto expectQuiet = [this](const char* what, int descriptor, auto turn) {
+    if (descriptor < 0) return;
+    const auto isQuiet = [descriptor] { return !waitReadable(descriptor, 5); };
+    if (!turnUntil(turn, isQuiet, 2000 * kSlowdown)) fail(std::string(what) + " that is readable all the time");
+  };
+  if (frame.async) expectQuiet("a client", frame.async->descriptor(), [&frame] { frame.async->process(); });
+  if (frame.view && frame.view->open() == 0) {  // it may have failed without descriptors
+    expectQuiet("a view", frame.view->descriptor(), [&frame] { frame.view->process(); });
+  }
+  if (frame.events) expectQuiet("an event descriptor", frame.events->descriptor(), [&] { turnEvents(frame, 0); });
 }
 
 void App::destroyView(Frame& frame, unsigned) { frame.view.destroy(); }
@@ -605,6 +687,19 @@ void App::checkCache(Frame& frame, unsigned) {
   }
 }
 
+void App::useCacheForEver(Frame& frame, unsigned number) {
+  if (process_ != 0 || frame.cache == nullptr) return;  // nobody ends a child
+  for (;;) {
+    try {
+      for (int left = 20; left > 0; --left) readCache(frame, 0);
+      if (number % 4 == 0) initCache(frame, 0);
+      receive(frame, number % 3);
+    } catch (const Json::Exception&) {
+    } catch (const Thrown&) {
+    }
+  }
+}
+
 // ---- threads, processes, signals, limits
 
 void App::startThread(Frame&, unsigned number) {
@@ -623,6 +718,14 @@ void App::joinThread(Frame& frame, unsigned number) {
 }
 
 void App::forkChild(Frame& frame, unsigned number) {
+  const unsigned parent = process_;
+  forkNow(frame, number);
+  if (number != kChildTries || process_ != parent) return;
+  std::this_thread::sleep_for(milliseconds(20));
+  checkQuiet(frame, 0);  // whatever the child has tried
+}
+
+void App::forkNow(Frame& frame, unsigned what) {
   unsigned process = 0;
   pid_t child = -1;
   {
@@ -645,7 +748,6 @@ void App::forkChild(Frame& frame, unsigned number) {
   threads_ = {};
   runningThreads_ = 1;
   hasStatics_ = true;
-  unsigned what = number;
   // Unlike the C library's, a sanitizer's allocator may be locked for ever in a fork of a process with threads.
   if (kSanitized && what != kChildExecs) what = kChildUnderscoreExits;
   switch (what) {
@@ -655,14 +757,79 @@ void App::forkChild(Frame& frame, unsigned number) {
       beginEnd(0);
       execl("/bin/true", "true", nullptr);
       _exit(127);
+    case kChildTries: tryInherited(frame); [[fallthrough]];
     default: connectAgain(frame);
+  }
+}
+
+/// What a child calls of the objects that it has inherited does nothing.
+void App::tryInherited(Frame& frame) {
+  if (frame.async) {
+    submit(frame, 0);
+    const bool hasCancelled = frame.async->cancel(1);
+    if (hasCancelled || frame.async->pending() > 0 || frame.async->process() > 0)
+      fail("a child with its parent's client");
+  }
+  if (frame.view) {
+    setInView(frame, 0);
+    if (frame.view->process() > 0) fail("a child with its parent's view");
+  }
+  if (frame.clients) set(frame, 0);
+  if (frame.events) frame.events->poll();
+}
+
+/// Children of a busy parent that use the library at once, and end.
+void App::forkManyChildren(Frame&, unsigned) {
+  if (kSanitized) return;  // as in `forkChild`
+  for (int left = 20; left > 0; --left) {
+    std::unique_lock<std::mutex> lock(forking_);
+    if (ends_) return;
+    const pid_t child = fork();
+    if (child == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      renewContext();
+      Clients clients;
+      Json::Value model;
+      clients.json.init(ZmqUtils::getInstance().getContext());
+      zel::setTimeout(clients.json, milliseconds(3));
+      clients.json.getBoardModel(model);
+      _exit(0);
+    }
+    lock.unlock();
+    if (child < 0) std::abort();
+    if (waitUntil([child] { return waitpid(child, nullptr, WNOHANG) == child; }, kHealthy)) continue;
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    fail("a child that hangs");
+  }
+}
+
+/// Objects that live a moment, while other threads fork or end the process. libzmq closes their sockets in a thread of
+/// its own: where that one does not get a processor, there are too many of them, and `init` fails.
+void App::comeAndGo(Frame& frame, unsigned number) {
+  zmq::context_t& context = contextOf(frame);
+  for (const auto end = Clock::now() + milliseconds(20); Clock::now() < end;) {
+    if (number == 0) {
+      Clients clients;
+      clients.typed.init(context);
+      ErrorReport report;
+      clients.typed.getLastErrorMessage(report);
+    } else if (number == 1) {
+      AsyncClient client(context);
+      client.submit(requests::boardModel(), {});
+    } else {
+      BoardView view(context);
+      view.open();
+      view.process();
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
 }
 
 /// The first steps of a forked child that goes on: it makes a context, connects its clients again, and makes new
 /// objects in place of the others.
 void App::connectAgain(Frame& frame) {
-  ZmqUtils::getInstance().resetContext();
+  renewContext();
   frame.context.forget();  // it is the parent's
   // What is inherited may be destroyed, or left alone.
   if (process_ % 2 == 0) {
@@ -690,8 +857,9 @@ void App::limitDescriptors(Frame&, unsigned number) {
   isShort_ = true;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
+  constexpr rlim_t kNoneAgain = 8;  // below what is open: what is closed cannot be opened again; poll(2) works
   const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
-  limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : few;
+  limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : number % 3 == 1 ? few : kNoneAgain;
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -702,8 +870,21 @@ void App::liftLimits() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+/// Loads a plug-in that has a static client, and uses it.
+void App::usePlugin(Frame&, unsigned number) {
+  if (hasThreads_) return;  // `init` of a static client, see `make`
+  void* const plugin = dlopen(ZEL_RANDOM_PLUGIN, RTLD_NOW);
+  if (plugin == nullptr) return expectSuccess(dlerror(), -1);
+  reinterpret_cast<void (*)()>(dlsym(plugin, "zelUsePlugin"))();
+  if (number == 0) {
+    dlclose(plugin);
+  } else {
+    hasStatics_ = true;
+  }
+}
+
 void App::pause(Frame&, unsigned number) {
-  std::this_thread::sleep_for(milliseconds(number < 950 ? number % 15 : 300));
+  std::this_thread::sleep_for(milliseconds(number < 950 ? number % 15 : number < 990 ? 300 : 2000));
 }
 
 // ---- the board
@@ -715,6 +896,7 @@ void App::breakBoard(Frame&, unsigned number) {
     const pid_t board = record_.board;
     if (what == 0) record_.delayMs = 20;
     if (what >= 1 && what <= 6) record_.manners |= 1U << (what - 1);
+    if (what == 16) record_.manners |= kBelated;
     if (what >= 7 && what <= 11) record_.orders |= 1U << (what - 7);
     if (what == 12 || what == 15) {
       record_.wanted = what == 15;
@@ -745,6 +927,16 @@ void App::mendBoard(Frame&, unsigned) { mend(); }
 
 void App::atNextCallback(Frame& frame, unsigned number) { frame.action = number; }
 
+void App::comeAndGoForEver(Frame& frame, unsigned number) {
+  if (process_ != 0) return;  // as in `waitForEver`
+  for (;;) comeAndGo(frame, number);
+}
+
+void App::act(Frame& frame, unsigned maker) {
+  if (maker != process_) fail("a callback of the parent that runs in its child");
+  act(frame);
+}
+
 void App::act(Frame& frame) {
   switch (std::exchange(frame.action, 0)) {
     case 1:
@@ -760,34 +952,49 @@ void App::act(Frame& frame) {
       if (frame.receiver) changeTopics(frame, 1);
       break;
     case 7: throw Thrown();
-    case 8: return forkChild(frame, kChildExits);
-    case 9: return forkChild(frame, kChildGoesOn);
+    case 8: return forkNow(frame, kChildExits);
+    case 9: return forkNow(frame, kChildGoesOn);
     case 10: return endNow(kExit);
     case 11: return endNow(kQuickExit);
+    case 12: return forkNow(frame, kChildTries);
     default: break;
   }
 }
 
 // ---- the end
 
-Farewell::Farewell(Record& record) : record_(record) {
-  client_.init(ZmqUtils::getInstance().getContext());
+Farewell::Farewell(Record& record) : record_(record) { ZmqUtils::getInstance(); }
+
+void Farewell::connect() {
+  connectedBy_ = client_.init(ZmqUtils::getInstance().getContext()) < 0 ? 0 : getpid();
   client_.setTimeout(kTimeout);
 }
 
 Farewell::~Farewell() {
+  if (connectedBy_ != getpid()) return;
   const std::uint32_t token = ++record_.lastToken;
   record_.request(token).carriedOut = 0;
   record_.request(token).ends = 1;
   record_.request(token).status = status::kNoAnswer;
-  record_.request(token).status = client_.setRtspTcpPort(token);
+  const int result = client_.setRtspTcpPort(token);
+  record_.request(token).status = result;
+  if (result == status::kNotInitialized) note(record_, "a static object that cannot send a request in its destructor");
 }
 
-void App::makeFarewell(Frame&, unsigned) {
+void App::makeFarewell(Frame& frame, unsigned number) {
   hasStatics_ = true;
   self().allowanceMs = static_cast<int>(kTimeout.count());
-  const std::lock_guard<std::mutex> lock(forking_);
-  static const Farewell farewell(record_);
+  {
+    const std::lock_guard<std::mutex> lock(forking_);
+    static Farewell farewell(record_);
+    farewell_ = &farewell;
+  }
+  if (number == 0) connectFarewell(frame, 0);
+}
+
+void App::connectFarewell(Frame&, unsigned) {
+  const std::lock_guard<std::mutex> lock(forking_);  // no thread ends the process, and destroys it, meanwhile
+  if (!ends_ && farewell_ != nullptr) farewell_->connect();
 }
 
 void App::checkLeftovers(Frame&, unsigned) {
@@ -832,8 +1039,8 @@ void App::endNow(unsigned how) {
 
 void App::end(Frame& frame, unsigned number) {
   const unsigned how = number;
-  const auto staysForEver = [](const Step& step) { return step.operation == &App::waitForEver; };
-  const bool mayWait = frame.thread == 0 && std::none_of(program_.begin(), program_.end(), staysForEver);
+  const auto stays = [](const Step& step) { return staysForEver(step.operation); };
+  const bool mayWait = frame.thread == 0 && std::none_of(program_.begin(), program_.end(), stays);
   if (how == kReturn && frame.thread == 0) return;
   if (how == kLastThread && mayWait) {
     lastThreadEnds_ = true;

@@ -37,10 +37,11 @@ class Receiver final : public SysmgrSubscriber {
   Frame* frame_ = nullptr;
 };
 
-/// Sends a request in its destructor, as static objects may.
+/// Sends a request in its destructor, as static objects may. Its client may be connected at any time.
 class Farewell {
  public:
   explicit Farewell(Record& record);
+  void connect();
   ~Farewell();
   Farewell(const Farewell&) = delete;
   Farewell& operator=(const Farewell&) = delete;
@@ -48,6 +49,7 @@ class Farewell {
  private:
   Record& record_;
   SysMgrClient client_;
+  pid_t connectedBy_ = 0;
 };
 
 enum class Storage { kStack, kHeap, kFunctionStatic, kStatic };
@@ -86,7 +88,8 @@ struct Frame {
   bool follows = false;  ///< the cache
   std::optional<PollFds> fds;
   std::optional<EventDescriptor> events;
-  unsigned action = 0;  ///< of the next callback: one of the words of `App::atNextCallback`
+  const void* formerContext = nullptr;  ///< where the thread's last context was
+  unsigned action = 0;                  ///< of the next callback: one of the words of `App::atNextCallback`
   AsyncClient::Id last = 0;
   std::uint32_t asyncNumber = 0;         ///< of the asynchronous client, among all
   std::vector<std::uint32_t> submitted;  ///< the tokens of the asynchronous client
@@ -105,6 +108,8 @@ class App {
 
   /// Runs in a callback: does what `atNextCallback` has announced.
   void act(Frame& frame);
+  /// As `act`, for a callback of an object that a process has made and another one may have inherited.
+  void act(Frame& frame, unsigned maker);
 
   // clang-format off
   void makeClients(Frame& frame, unsigned number);
@@ -132,24 +137,32 @@ class App {
   void turnView(Frame& frame, unsigned number);
   void checkView(Frame& frame, unsigned number);
   void destroyView(Frame& frame, unsigned number);
+  void checkQuiet(Frame& frame, unsigned number);
   void getCache(Frame& frame, unsigned number);
   void initCache(Frame& frame, unsigned number);
   void followCache(Frame& frame, unsigned number);
   void readCache(Frame& frame, unsigned number);
   void checkCache(Frame& frame, unsigned number);
+  void useCacheForEver(Frame& frame, unsigned number);
   void makeContext(Frame& frame, unsigned number);
   void destroyContext(Frame& frame, unsigned number);
+  void makeContextWhereOneWas(Frame& frame, unsigned number);
   void resetContext(Frame& frame, unsigned number);
   void startThread(Frame& frame, unsigned number);
   void joinThread(Frame& frame, unsigned number);
   void forkChild(Frame& frame, unsigned number);
+  void forkManyChildren(Frame& frame, unsigned number);
+  void comeAndGo(Frame& frame, unsigned number);
+  void comeAndGoForEver(Frame& frame, unsigned number);
   void sendSignals(Frame& frame, unsigned number);
   void limitDescriptors(Frame& frame, unsigned number);
+  void usePlugin(Frame& frame, unsigned number);
   void pause(Frame& frame, unsigned number);
   void breakBoard(Frame& frame, unsigned number);
   void mendBoard(Frame& frame, unsigned number);
   void atNextCallback(Frame& frame, unsigned number);
   void makeFarewell(Frame& frame, unsigned number);
+  void connectFarewell(Frame& frame, unsigned number);
   void checkLeftovers(Frame& frame, unsigned number);
   void end(Frame& frame, unsigned number);
   // clang-format on
@@ -166,11 +179,14 @@ class App {
   void expectSuccess(const char* what, int result);
   template <class T, class... Arguments>
   void make(Frame& frame, Slot<T>& slot, unsigned number, Arguments&&... arguments);
+  void renewContext();
   zmq::context_t& contextOf(Frame& frame);
   void collectItems(Frame& frame);
   void takeNotifications(Frame& frame);
   void connect(Frame& frame);
+  void forkNow(Frame& frame, unsigned what);
   void connectAgain(Frame& frame);
+  void tryInherited(Frame& frame);
   std::uint32_t beginRequest();
   void endRequest(std::uint32_t token, int status);
   void mend();
@@ -189,6 +205,7 @@ class App {
   int descriptorsBefore_;
   bool isShort_ = false;                 ///< descriptors were limited
   std::atomic<bool> hasStatics_{false};  ///< something is not given back before the end
+  Farewell* farewell_ = nullptr;
 };
 
 }  // namespace zel::test

@@ -61,7 +61,9 @@ class Board {
     const std::string answer = answerOf(std::stoi(frames[frames.size() - 2]), frames.back());
     std::this_thread::sleep_for(milliseconds(record_.delayMs));
     if (has(kSilent)) return;
-    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) sendFrames(requests_, answerTo(frames, answer));
+    if (has(kBelated)) sendFrames(requests_, lastAnswer_);
+    lastAnswer_ = answerTo(frames, answer);
+    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) sendFrames(requests_, lastAnswer_);
   }
 
   std::string answerOf(int id, const std::string& text) {
@@ -105,6 +107,7 @@ class Board {
 
   Record& record_;
   WireJsonReader reader_;
+  Frames lastAnswer_;
   zmq::context_t context_;
   zmq::socket_t requests_{context_, ZMQ_ROUTER};
   zmq::socket_t publisher_{context_, ZMQ_PUB};

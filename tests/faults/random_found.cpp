@@ -28,6 +28,14 @@ const std::vector<FoundProgram>& foundPrograms() {
            {0, &App::makeView, 0},      // stack
            {0, &App::checkView, 910},
        }},
+      {"a view whose client for fetches was made with too few descriptors",
+       {
+           {0, &App::makeView, 0},  // stack
+           {0, &App::pause, 14},
+           {0, &App::limitDescriptors, 32},
+           {0, &App::turnView, 59},
+           {0, &App::checkView, 669},
+       }},
   };
   return made;
 }

@@ -35,7 +35,7 @@ class Legality {
     has = (has & ~row.takes) | row.gives;
     if (step.operation == &App::startThread) start(otherThread(step.number));
     if (step.operation == &App::joinThread) runs_[otherThread(step.number)] = false;
-    if (step.operation == &App::waitForEver) staysForEver_[step.thread] = true;
+    if (staysForEver(step.operation)) staysForEver_[step.thread] = true;
     const bool areOthers = std::any_of(runs_.begin() + 1, runs_.end(), [](bool each) { return each; });
     has_[0] = areOthers ? has_[0] | kHasThreads : has_[0] & ~kHasThreads;
   }
@@ -102,6 +102,10 @@ const Row& rowOf(Operation operation) {
       std::find_if(rows().begin(), rows().end(), [operation](const Row& row) { return row.operation == operation; });
   if (found == rows().end()) std::abort();
   return *found;
+}
+
+bool staysForEver(Operation operation) {
+  return operation == &App::waitForEver || operation == &App::comeAndGoForEver || operation == &App::useCacheForEver;
 }
 
 Program generate(std::uint32_t seed) { return Generator(seed).make(); }

@@ -34,6 +34,7 @@ constexpr unsigned kHasThreads = 128;  ///< others were started and not joined
 constexpr unsigned kIsMain = 256;
 constexpr unsigned kMayUseCache = 512;  ///< one thread may
 constexpr unsigned kIsLast = 1024;      ///< nothing follows in this thread
+constexpr unsigned kHasFarewell = 2048;
 
 constexpr unsigned kHasObjects = kHasClients | kHasReceiver | kHasAsync | kHasView;
 
@@ -51,6 +52,8 @@ struct Row {
 };
 const std::vector<Row>& rows();
 const Row& rowOf(Operation operation);
+/// Whether the operation does not return before the process ends.
+bool staysForEver(Operation operation);
 
 /// A program that has found a fault, and the fault.
 struct FoundProgram {

@@ -78,6 +78,7 @@ enum Manner : unsigned {
   kGarbled = 8,     ///< with texts that are not JSON
   kWrongType = 16,  ///< with values that do not convert
   kChatty = 32,     ///< publishes all the time
+  kBelated = 64,    ///< each answer once more, just before the next one
 };
 
 /// What the board does once.

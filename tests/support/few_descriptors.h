@@ -41,4 +41,21 @@ class FewDescriptors {
   std::vector<int> filled_;
 };
 
+/// Lets the process open no descriptor until the end of the scope, not even in place of one that it closes. The limit
+/// is 8, since poll(2) takes no more descriptors than that: the process has opened so many before.
+class NoDescriptorsAgain {
+ public:
+  NoDescriptorsAgain() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none{8, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptorsAgain() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptorsAgain(const NoDescriptorsAgain&) = delete;
+  NoDescriptorsAgain& operator=(const NoDescriptorsAgain&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
 }  // namespace zel::test

@@ -31,6 +31,7 @@ using zel::test::FakeBoard;
 using zel::test::FewDescriptors;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
+using zel::test::NoDescriptorsAgain;
 namespace settings = zel::settings;
 using State = BoardView::State;
 
@@ -860,6 +861,29 @@ TEST_F(BoardViewTest, MadeWithTooFewDescriptorsItSaysSoOrRecovers) {
     EXPECT_EQ(written.status, 0) << written.text;
   }
   EXPECT_GT(unusable, 0);
+}
+
+/// The view makes a client for its fetches with each connection, and may find too few descriptors then.
+TEST_F(BoardViewTest, IsLiveWhenThereAreDescriptorsAgain) {
+  Board board;
+  view->open();
+  ASSERT_TRUE(board.publisher.waitForSubscription("1000"));
+  ASSERT_TRUE(isReadable(kSoon));
+  {
+    const NoDescriptorsAgain none;
+    int calls = 0;
+    for (const auto end = std::chrono::steady_clock::now() + milliseconds(500);
+         std::chrono::steady_clock::now() < end;) {
+      if (isReadable(milliseconds(20))) {
+        ++calls;
+        view->process();
+      }
+    }
+    EXPECT_LT(calls, 30) << "it tries again after a while, not all the time";
+  }
+  EXPECT_EQ(view->state(), State::kConnecting);
+  EXPECT_TRUE(runUntilLive());
+  EXPECT_EQ(view->counters().reconnections, 0u) << "the connection is the first one";
 }
 
 TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {

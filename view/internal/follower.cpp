@@ -442,15 +442,20 @@ void BoardView::Follower::fetch(Document document, bool isProbe) {
     about.fetchAgain = true;
     return;
   }
-  about.isFetching = true;
   about.isProbe = isProbe;
   about.notifiedBefore = about.notified;
   ++about.fetches;
   const auto read = [](Json::Value& answer, Json::Value& value) { value.swap(answer); };
   const auto note = [this, document](const Answer<Json::Value>& answer) { noteFetched(document, answer); };
-  if (fetcher_->submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note, probeTimeout_) == 0) {
-    about.isFetching = false;
-  }
+  about.isFetching = mayFetch() && fetcher_->submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note,
+                                                    probeTimeout_) != 0;
+  if (!about.isFetching) retryAt_ = Clock::now() + kRetryInterval;
+}
+
+/// Makes the client for fetches again where it was made with too few descriptors. @return whether it can be used
+bool BoardView::Follower::mayFetch() {
+  if (fetcher_->descriptor() < 0) makeFetcher();
+  return fetcher_->descriptor() >= 0;
 }
 
 void BoardView::Follower::noteFetched(Document document, const Answer<Json::Value>& answer) {
@@ -548,7 +553,8 @@ void BoardView::Follower::renewAfterOverflow() {
 
 bool BoardView::Follower::mayProbe() const {
   const auto isFetching = [](const Known& each) { return each.isFetching; };
-  return probeInterval_ > 0ms && isLinked() && !fetchAllAt_ && std::none_of(known_.begin(), known_.end(), isFetching);
+  return probeInterval_ > 0ms && isLinked() && !fetchAllAt_ && fetcher_->descriptor() >= 0 &&
+         std::none_of(known_.begin(), known_.end(), isFetching);
 }
 
 /// Each document once some time after a handshake, then one after the other when nothing was heard of the daemon for a

@@ -125,6 +125,7 @@ class BoardView::Follower final : public Subscription {
   void refuse(Document document);
   void accept(Document document, Json::Value&& told);
   void fetch(Document document, bool isProbe = false);
+  bool mayFetch();
   void noteFetched(Document document, const Answer<Json::Value>& answer);
   void fetchAll();
   void makeFetcher();
