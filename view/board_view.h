@@ -131,10 +131,10 @@ class ZEL_EXPORT BoardView {
   std::size_t process();
 
   /// How often the daemon is asked when nothing was heard of it for so long, and how long it may take to answer: 5 s
-  /// and 1 s. A frozen daemon is noticed only by that. A probe fetches one document after the other, so it also finds
-  /// changes that no notification told. The first four probes begin 250 ms after a handshake: a busy daemon may see the
-  /// subscription later than it answers requests, and what it publishes in between is lost. An interval of 0 turns
-  /// probes off.
+  /// and 1 s. A frozen daemon is noticed only by that; one that takes longer for an answer counts as frozen. A probe
+  /// fetches one document after the other, so it also finds changes that no notification told. The first four probes
+  /// begin 250 ms after a handshake: a busy daemon may see the subscription later than it answers requests, and what it
+  /// publishes in between is lost. An interval of 0 turns probes off.
   void setProbe(std::chrono::milliseconds interval, std::chrono::milliseconds timeout = std::chrono::seconds(1));
 
   /// @name What is known

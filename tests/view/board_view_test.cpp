@@ -160,6 +160,21 @@ TEST_F(BoardViewTest, HasEachDocumentAsTheDaemonToldIt) {
   EXPECT_EQ(view->document(Document::kWhitelist), zel::test::json(entries));
 }
 
+TEST_F(BoardViewTest, IsLiveBesideADaemonThatTakesItsTimeForEachAnswer) {
+  constexpr milliseconds kTime{100};
+  constexpr milliseconds kTimeout{200};  // enough for one answer, not for four
+  Board board;
+  board.daemon.onRequest([&](const zel::test::Request& request) {
+    std::this_thread::sleep_for(kTime);
+    return std::vector<zel::test::Answer>{board.answer(request)};
+  });
+  view->setProbe(milliseconds(0), kTimeout * kSlowdown);
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  EXPECT_EQ(board.asked().size(), 4u);
+  EXPECT_EQ(view->counters().requestsWithoutAnswer, 0u);
+}
+
 TEST_F(BoardViewTest, WaitsForADaemon) {
   view->open();
   run(milliseconds(100));

@@ -447,8 +447,10 @@ void BoardView::Follower::fetch(Document document, bool isProbe) {
   ++about.fetches;
   const auto read = [](Json::Value& answer, Json::Value& value) { value.swap(answer); };
   const auto note = [this, document](const Answer<Json::Value>& answer) { noteFetched(document, answer); };
-  about.isFetching = mayFetch() && fetcher_->submit(Request<Json::Value>{sourceOf(document).command, {}, read}, note,
-                                                    probeTimeout_) != 0;
+  // The daemon has the time-out for each of the fetches that wait before this one.
+  const auto timeout = probeTimeout_ * static_cast<std::int64_t>(fetcher_->pending() + 1);
+  const Request<Json::Value> query{sourceOf(document).command, {}, read};
+  about.isFetching = mayFetch() && fetcher_->submit(query, note, timeout) != 0;
   if (!about.isFetching) retryAt_ = Clock::now() + kRetryInterval;
 }
 
