@@ -3,6 +3,8 @@
 #include <random>
 
 #include "tests/support/json_of.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/wait_until.h"
 #include "tests/view/applied.h"
 
 namespace {
@@ -50,6 +52,18 @@ TEST(Differences, NameTheElementsOfAnArray) {
               ElementsAre("239.0.0.1/enabled: true -> false"));
   EXPECT_THAT(texts(R"([{"eth": "eth0", "label": "a"}])", R"([{"eth": "eth0", "label": "b"}])"),
               ElementsAre(R"(eth0/label: "a" -> "b")"));
+}
+
+/// The longest list that the wire can hold: 65,536 values.
+TEST(Differences, OfALongListAreFoundSoon) {
+  constexpr int kElements = 16000;
+  Json::Value before;
+  for (int i = 0; i < kElements; ++i) before[i]["name"] = "eth" + std::to_string(i);
+  Json::Value now = before;
+  now[kElements - 1]["label"] = "last";
+  const zel::test::Stopwatch watch;
+  EXPECT_EQ(zel::differences(before, now).size(), 1u);
+  EXPECT_LT(watch.elapsed().own, std::chrono::milliseconds(200 * zel::test::kSlowdown));
 }
 
 TEST(Differences, AnArrayWithoutNamesDiffersAsAWhole) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 
 #include "view/internal/follower.h"
 
@@ -20,6 +21,13 @@ template <class List, class Predicate>
 const typename List::value_type* find(const List& list, Predicate predicate) {
   const auto found = std::find_if(list.begin(), list.end(), predicate);
   return found == list.end() ? nullptr : &*found;
+}
+
+/// The first entry of each address.
+std::map<std::uint32_t, const WhiteListEntry*> byAddress(const std::list<WhiteListEntry>& entries) {
+  std::map<std::uint32_t, const WhiteListEntry*> found;
+  for (const WhiteListEntry& entry : entries) found.emplace(entry.ip, &entry);
+  return found;
 }
 
 }  // namespace
@@ -91,9 +99,8 @@ BoardView::Listener BoardView::onWhitelistChange(
     std::function<void(const WhiteListEntry* before, const WhiteListEntry* now)> callback) {
   return onChange([callback = std::move(callback)](const BoardChange& change) {
     if (change.document != Document::kWhitelist) return;
-    const auto sameAddress = [](const WhiteListEntry& entry) {
-      return [ip = entry.ip](const WhiteListEntry& other) { return other.ip == ip; };
-    };
+    const std::map entriesBefore = byAddress(*change.before.whitelist);
+    const std::map entriesNow = byAddress(*change.now.whitelist);
     std::exception_ptr thrown;  // the first; the callback is called for the other entries all the same
     const auto tell = [&](const WhiteListEntry* before, const WhiteListEntry* now) {
       try {
@@ -103,11 +110,12 @@ BoardView::Listener BoardView::onWhitelistChange(
       }
     };
     for (const WhiteListEntry& before : *change.before.whitelist) {
-      const WhiteListEntry* const now = find(*change.now.whitelist, sameAddress(before));
+      const auto found = entriesNow.find(before.ip);
+      const WhiteListEntry* const now = found == entriesNow.end() ? nullptr : found->second;
       if (formOf(&before) != formOf(now)) tell(&before, now);
     }
     for (const WhiteListEntry& now : *change.now.whitelist) {
-      if (find(*change.before.whitelist, sameAddress(now)) == nullptr) tell(nullptr, &now);
+      if (entriesBefore.count(now.ip) == 0) tell(nullptr, &now);
     }
     if (thrown) std::rethrow_exception(thrown);
   });

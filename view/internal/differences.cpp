@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "common/shared/element_names.h"
@@ -16,23 +17,34 @@ const Json::Value* member(const Json::Value& object, std::string_view name) {
 
 bool isStep(const std::string& name) { return !name.empty() && name.find('/') == std::string::npos; }
 
-/// The elements of an array with their names, in their order.
-using Named = std::vector<std::pair<std::string, const Json::Value*>>;
+/// The elements of an array, by their names.
+class Named {
+ public:
+  /// @return nothing when an element has no name of its own
+  static std::optional<Named> of(const Json::Value& array) {
+    std::optional<Named> elements(std::in_place);
+    elements->names_ = namesOfElements(array);
+    if (elements->names_.size() != array.size()) return {};
+    auto element = array.begin();
+    for (const std::string& name : elements->names_) {
+      if (!isStep(name)) return {};
+      elements->byName_.emplace(name, &*element++);
+    }
+    return elements;
+  }
 
-const Json::Value* find(const Named& elements, const std::string& name) {
-  const auto found =
-      std::find_if(elements.begin(), elements.end(), [&](const auto& element) { return element.first == name; });
-  return found == elements.end() ? nullptr : found->second;
-}
+  /// In the order of the elements.
+  const std::vector<std::string>& names() const { return names_; }
+  /// Null when there is none.
+  const Json::Value* find(const std::string& name) const {
+    const auto found = byName_.find(name);
+    return found == byName_.end() ? nullptr : found->second;
+  }
 
-/// @return nothing when an element has no name of its own
-std::optional<Named> named(const Json::Value& array) {
-  std::vector<std::string> names = namesOfElements(array);
-  if (names.size() != array.size() || !std::all_of(names.begin(), names.end(), isStep)) return {};
-  Named elements;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) elements.emplace_back(std::move(names[i]), &array[i]);
-  return elements;
-}
+ private:
+  std::vector<std::string> names_;
+  std::unordered_map<std::string, const Json::Value*> byName_;
+};
 
 class Comparison {
  public:
@@ -63,12 +75,12 @@ class Comparison {
 
   /// @return false when the elements cannot be compared one by one
   bool compareArrays(const Json::Value& before, const Json::Value& now) {
-    const std::optional<Named> old = named(before);
-    const std::optional<Named> next = named(now);
+    const std::optional<Named> old = Named::of(before);
+    const std::optional<Named> next = Named::of(now);
     if (!old || !next || !isInOrder(*old, *next)) return false;
-    for (const auto& [name, element] : *old) compareSteps(name, element, find(*next, name));
-    for (const auto& [name, element] : *next) {
-      if (find(*old, name) == nullptr) compareSteps(name, nullptr, element);
+    for (const std::string& name : old->names()) compareSteps(name, old->find(name), next->find(name));
+    for (const std::string& name : next->names()) {
+      if (old->find(name) == nullptr) compareSteps(name, nullptr, next->find(name));
     }
     return true;
   }
@@ -76,11 +88,10 @@ class Comparison {
   /// Whether the elements that stay are in the same order, and the new ones behind them.
   static bool isInOrder(const Named& old, const Named& next) {
     std::vector<std::string_view> kept;
-    for (const auto& [name, element] : old) {
-      if (find(next, name) != nullptr) kept.push_back(name);
+    for (const std::string& name : old.names()) {
+      if (next.find(name) != nullptr) kept.push_back(name);
     }
-    const auto isSame = [](const std::string_view name, const auto& element) { return name == element.first; };
-    return kept.size() <= next.size() && std::equal(kept.begin(), kept.end(), next.begin(), isSame);
+    return std::equal(kept.begin(), kept.end(), next.names().begin());  // each is one of `next`
   }
 
   void compareSteps(const std::string& name, const Json::Value* before, const Json::Value* now) {
