@@ -331,7 +331,7 @@ void App::fail(const std::string& what) {
   if (!ends_) note(record_, what);  // at the end nothing has to work
 }
 
-/// Operations that succeed whatever the board does, except where descriptors are short.
+/// Operations that succeed whatever the board does, except where descriptors or sockets are short.
 void App::expectSuccess(const char* what, int result) {
   if (result < 0 && !isShort_) fail(std::string(what) + " returns " + std::to_string(result));
 }
@@ -442,13 +442,15 @@ void App::set(Frame& frame, unsigned) {
   endRequest(token, frame.clients->typed.setRtspTcpPort(token));
 }
 
-void App::ask(Frame& frame, unsigned) {
-  const std::uint32_t token = beginRequest();
-  Json::Value request;
-  request["token"] = token;
-  Json::Value reply;
-  if (frame.clients->json.getGpioConfiguration(request, reply) == 0 && reply["token"].asUInt() != token) {
-    fail("the answer of another request");
+void App::ask(Frame& frame, unsigned number) {
+  for (unsigned i = 0; i <= number % 4; ++i) {
+    const std::uint32_t token = beginRequest();
+    Json::Value request;
+    request["token"] = token;
+    Json::Value reply;
+    if (frame.clients->json.getGpioConfiguration(request, reply) == 0 && reply["token"].asUInt() != token) {
+      fail("the answer of another request");
+    }
   }
 }
 
@@ -807,6 +809,7 @@ void App::forkManyChildren(Frame&, unsigned) {
 /// Objects that live a moment, while other threads fork or end the process. libzmq closes their sockets in a thread of
 /// its own: where that one does not get a processor, there are too many of them, and `init` fails.
 void App::comeAndGo(Frame& frame, unsigned number) {
+  isShort_ = true;
   zmq::context_t& context = contextOf(frame);
   for (const auto end = Clock::now() + milliseconds(20); Clock::now() < end;) {
     if (number == 0) {
@@ -822,7 +825,7 @@ void App::comeAndGo(Frame& frame, unsigned number) {
       view.open();
       view.process();
     }
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
+    std::this_thread::sleep_for(milliseconds(1));
   }
 }
 
@@ -858,7 +861,7 @@ void App::limitDescriptors(Frame&, unsigned number) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   constexpr rlim_t kNoneAgain = 8;  // below what is open: what is closed cannot be opened again; poll(2) works
-  const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
+  const rlim_t few = std::max(kNoneAgain, static_cast<rlim_t>(std::max(nextDescriptor(), 0)) + number % 30);
   limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : number % 3 == 1 ? few : kNoneAgain;
   setrlimit(RLIMIT_NOFILE, &limit);
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,11 +80,12 @@ class Board {
     const std::string answer = answerTo(std::stoi(frames[frames.size() - 2].to_string()), frames.back().to_string());
     std::this_thread::sleep_for(milliseconds(record_.delayMs));
     if (has(kSilent)) return;
-    if (has(kBelated)) send(lastAnswer_);
-    lastAnswer_.clear();
-    for (std::size_t i = 0; i + 2 < frames.size(); ++i) lastAnswer_.push_back(frames[i].to_string());
-    lastAnswer_.push_back(answer);
-    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) send(lastAnswer_);
+    std::vector<std::string>& last = lastAnswers_[frames.front().to_string()];
+    if (has(kBelated)) send(last);
+    last.clear();
+    for (std::size_t i = 0; i + 2 < frames.size(); ++i) last.push_back(frames[i].to_string());
+    last.push_back(answer);
+    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) send(last);
   }
 
   void send(const std::vector<std::string>& frames) {
@@ -134,7 +136,7 @@ class Board {
 
   Record& record_;
   WireJsonReader reader_;
-  std::vector<std::string> lastAnswer_;  ///< its frames
+  std::map<std::string, std::vector<std::string>> lastAnswers_;  ///< the frames, by the client's identity
   zmq::context_t context_;
   zmq::socket_t requests_{context_, ZMQ_ROUTER};
   zmq::socket_t publisher_{context_, ZMQ_PUB};
