@@ -512,8 +512,7 @@ void App::turnEvents(Frame& frame, unsigned number) {
 }
 
 void App::waitForEver(Frame& frame, unsigned) {
-  if (process_ != 0) return;  // nobody ends a child
-  for (;;) {
+  while (process_ == 0) {  // nobody ends a child, which may have been forked in a callback
     frame.fds->poll(-1);
     try {
       takeNotifications(frame);
@@ -690,8 +689,7 @@ void App::checkCache(Frame& frame, unsigned) {
 }
 
 void App::useCacheForEver(Frame& frame, unsigned number) {
-  if (process_ != 0 || frame.cache == nullptr) return;  // nobody ends a child
-  for (;;) {
+  while (process_ == 0 && frame.cache != nullptr) {  // nobody ends a child
     try {
       for (int left = 20; left > 0; --left) readCache(frame, 0);
       if (number % 4 == 0) initCache(frame, 0);
@@ -931,8 +929,7 @@ void App::mendBoard(Frame&, unsigned) { mend(); }
 void App::atNextCallback(Frame& frame, unsigned number) { frame.action = number; }
 
 void App::comeAndGoForEver(Frame& frame, unsigned number) {
-  if (process_ != 0) return;  // as in `waitForEver`
-  for (;;) comeAndGo(frame, number);
+  while (process_ == 0) comeAndGo(frame, number);  // as in `waitForEver`
 }
 
 void App::act(Frame& frame, unsigned maker) {
