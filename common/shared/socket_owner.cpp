@@ -79,6 +79,7 @@ void SocketOwner::registerHandler(zmq::context_t& context) {
 
 bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
+  if (state_ == State::kRetired) return false;
   const bool ended = registry().hasEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
   if (ended && registry().exitThread != std::this_thread::get_id()) return false;
@@ -143,6 +144,7 @@ void SocketOwner::endContext(void* context) {
 
 void SocketOwner::retire() noexcept {
   ProcessLock lock(processMutex());
+  if (state_ == State::kRetired) return;
   if (isOfThisProcess()) {
     announceEnd();
     while (!closeIfUnused(lock) && state_ != State::kEnded) pauseUnlocked(lock);
@@ -150,7 +152,7 @@ void SocketOwner::retire() noexcept {
     forgetSockets();
   }
   registry().owners.erase(this);
-  state_ = State::kEnded;
+  state_ = State::kRetired;
 }
 
 void* SocketOwner::openSocket(int type) {

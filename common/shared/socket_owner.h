@@ -112,6 +112,7 @@ class SocketOwner {
     kEnding,   ///< new uses are refused; the sockets are closed when the last use is over
     kClosing,  ///< one thread closes the sockets
     kEnded,
+    kRetired,  ///< the owner is destroyed: it is never attached again
   };
 
   static void registerHandler(zmq::context_t& context);

@@ -331,7 +331,7 @@ void App::fail(const std::string& what) {
   if (!ends_) note(record_, what);  // at the end nothing has to work
 }
 
-/// Operations that succeed whatever the board does, except where descriptors are short.
+/// Operations that succeed whatever the board does, except where descriptors or sockets are short.
 void App::expectSuccess(const char* what, int result) {
   if (result < 0 && !isShort_) fail(std::string(what) + " returns " + std::to_string(result));
 }
@@ -442,13 +442,15 @@ void App::set(Frame& frame, unsigned) {
   endRequest(token, frame.clients->typed.setRtspTcpPort(token));
 }
 
-void App::ask(Frame& frame, unsigned) {
-  const std::uint32_t token = beginRequest();
-  Json::Value request;
-  request["token"] = token;
-  Json::Value reply;
-  if (frame.clients->json.getGpioConfiguration(request, reply) == 0 && reply["token"].asUInt() != token) {
-    fail("the answer of another request");
+void App::ask(Frame& frame, unsigned number) {
+  for (unsigned i = 0; i <= number % 4; ++i) {
+    const std::uint32_t token = beginRequest();
+    Json::Value request;
+    request["token"] = token;
+    Json::Value reply;
+    if (frame.clients->json.getGpioConfiguration(request, reply) == 0 && reply["token"].asUInt() != token) {
+      fail("the answer of another request");
+    }
   }
 }
 
@@ -510,8 +512,7 @@ void App::turnEvents(Frame& frame, unsigned number) {
 }
 
 void App::waitForEver(Frame& frame, unsigned) {
-  if (process_ != 0) return;  // nobody ends a child
-  for (;;) {
+  while (process_ == 0) {  // nobody ends a child, which may have been forked in a callback
     frame.fds->poll(-1);
     try {
       takeNotifications(frame);
@@ -688,8 +689,7 @@ void App::checkCache(Frame& frame, unsigned) {
 }
 
 void App::useCacheForEver(Frame& frame, unsigned number) {
-  if (process_ != 0 || frame.cache == nullptr) return;  // nobody ends a child
-  for (;;) {
+  while (process_ == 0 && frame.cache != nullptr) {  // nobody ends a child
     try {
       for (int left = 20; left > 0; --left) readCache(frame, 0);
       if (number % 4 == 0) initCache(frame, 0);
@@ -807,6 +807,7 @@ void App::forkManyChildren(Frame&, unsigned) {
 /// Objects that live a moment, while other threads fork or end the process. libzmq closes their sockets in a thread of
 /// its own: where that one does not get a processor, there are too many of them, and `init` fails.
 void App::comeAndGo(Frame& frame, unsigned number) {
+  isShort_ = true;
   zmq::context_t& context = contextOf(frame);
   for (const auto end = Clock::now() + milliseconds(20); Clock::now() < end;) {
     if (number == 0) {
@@ -822,7 +823,7 @@ void App::comeAndGo(Frame& frame, unsigned number) {
       view.open();
       view.process();
     }
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
+    std::this_thread::sleep_for(milliseconds(1));
   }
 }
 
@@ -858,7 +859,7 @@ void App::limitDescriptors(Frame&, unsigned number) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   constexpr rlim_t kNoneAgain = 8;  // below what is open: what is closed cannot be opened again; poll(2) works
-  const rlim_t few = static_cast<rlim_t>(nextDescriptor()) + number % 30;
+  const rlim_t few = std::max(kNoneAgain, static_cast<rlim_t>(std::max(nextDescriptor(), 0)) + number % 30);
   limit.rlim_cur = number % 3 == 0 ? limit.rlim_max : number % 3 == 1 ? few : kNoneAgain;
   setrlimit(RLIMIT_NOFILE, &limit);
 }
@@ -928,8 +929,7 @@ void App::mendBoard(Frame&, unsigned) { mend(); }
 void App::atNextCallback(Frame& frame, unsigned number) { frame.action = number; }
 
 void App::comeAndGoForEver(Frame& frame, unsigned number) {
-  if (process_ != 0) return;  // as in `waitForEver`
-  for (;;) comeAndGo(frame, number);
+  while (process_ == 0) comeAndGo(frame, number);  // as in `waitForEver`
 }
 
 void App::act(Frame& frame, unsigned maker) {

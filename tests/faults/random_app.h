@@ -203,7 +203,7 @@ class App {
   std::atomic<bool> lastThreadEnds_{false};
   std::atomic<int> runningThreads_{1};
   int descriptorsBefore_;
-  bool isShort_ = false;                 ///< descriptors were limited
+  std::atomic<bool> isShort_{false};     ///< descriptors were limited, or there may be too many sockets
   std::atomic<bool> hasStatics_{false};  ///< something is not given back before the end
   Farewell* farewell_ = nullptr;
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -61,9 +62,10 @@ class Board {
     const std::string answer = answerOf(std::stoi(frames[frames.size() - 2]), frames.back());
     std::this_thread::sleep_for(milliseconds(record_.delayMs));
     if (has(kSilent)) return;
-    if (has(kBelated)) sendFrames(requests_, lastAnswer_);
-    lastAnswer_ = answerTo(frames, answer);
-    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) sendFrames(requests_, lastAnswer_);
+    Frames& last = lastAnswers_[frames.front()];
+    if (has(kBelated)) sendFrames(requests_, last);
+    last = answerTo(frames, answer);
+    for (int times = has(kDoubled) ? 2 : 1; times > 0; --times) sendFrames(requests_, last);
   }
 
   std::string answerOf(int id, const std::string& text) {
@@ -107,7 +109,7 @@ class Board {
 
   Record& record_;
   WireJsonReader reader_;
-  Frames lastAnswer_;
+  std::map<std::string, Frames> lastAnswers_;  ///< by the client's identity
   zmq::context_t context_;
   zmq::socket_t requests_{context_, ZMQ_ROUTER};
   zmq::socket_t publisher_{context_, ZMQ_PUB};

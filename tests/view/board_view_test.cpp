@@ -10,6 +10,7 @@
 
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/child_process.h"
 #include "tests/support/descriptor_loop.h"
 #include "tests/support/fake_board.h"
 #include "tests/support/few_descriptors.h"
@@ -899,6 +900,18 @@ TEST_F(BoardViewTest, IsLiveWhenThereAreDescriptorsAgain) {
   EXPECT_EQ(view->state(), State::kConnecting);
   EXPECT_TRUE(runUntilLive());
   EXPECT_EQ(view->counters().reconnections, 0u) << "the connection is the first one";
+}
+
+/// As by a thread that goes on while another one destroys the static objects.
+TEST_F(BoardViewTest, IsNotOpenedAfterItsEnd) {
+  zel::test::ChildProcess child = zel::test::ChildProcess::call([] {
+    static zmq::context_t own;
+    alignas(BoardView) static unsigned char memory[sizeof(BoardView)];
+    auto* const ended = new (memory) BoardView(own, "inproc://a", "inproc://b");
+    ended->~BoardView();
+    return ended->open() == -101 ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0) << child.errors();
 }
 
 TEST_F(BoardViewTest, AnEndpointThatIsNotValidIsReported) {

@@ -209,14 +209,16 @@ void BoardView::Follower::destroy() {
 
 int BoardView::Follower::start() {
   if (isStarted_) return status::kOk;
+  if (!attach(context_)) return status::kCannotConnect;
+  const Use use(*this);  // a thread that ends the process waits until it is over, before it destroys the view
+  if (!use) return status::kCannotConnect;
   // A client of the view tells of an address that is not valid when a request fails, not before.
   Trial trial;
   if (!trial.open(context_, requests_).empty()) return status::kCannotConnect;
   if (!openNow(notifications_, allTopics())) return status::kCannotConnect;
   isStarted_ = true;
   heard();
-  const Use use(*this);
-  if (use) setWakeUp();
+  setWakeUp();
   return status::kOk;
 }
 
