@@ -79,7 +79,8 @@ void SocketOwner::registerHandler(zmq::context_t& context) {
 
 bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
-  if (state_ == State::kRetired) return false;
+  const bool isEnding = isOfThisProcess() && (state_ == State::kEnding || state_ == State::kClosing);
+  if (isEnding || state_ == State::kRetired) return false;
   const bool ended = registry().hasEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
   if (ended && registry().exitThread != std::this_thread::get_id()) return false;
