@@ -28,6 +28,19 @@ Configuration partOf(const Configuration& live, const Words& keys) {
   return part;
 }
 
+/// Has the guardian bring the old values back. It goes on by itself where that takes longer.
+/// @return what the user has to know about it; empty: the old values are back
+std::string undoSoon() {
+  constexpr double kSeconds = 2;  // the time of the command may be over
+  try {
+    tellGuardian(Verdict::kUndo, Deadline(kSeconds));
+    return "";
+  } catch (const Failure& failure) {
+    if (failure.status() == Exit::kTimeOut) return "the guardian goes on trying to bring the old values back";
+    return std::string("the old values are not back: ") + failure.what();
+  }
+}
+
 }  // namespace
 
 void changeWithGuardian(Call& call, const Configuration& live, const Words& keys, const std::function<void()>& change) {
@@ -38,10 +51,10 @@ void changeWithGuardian(Call& call, const Configuration& live, const Words& keys
   startGuardian(partOf(live, keys), seconds);
   try {
     change();
-  } catch (const Failure&) {
-    constexpr double kSecondsToUndo = 10;  // the time of the command may be over
-    tellGuardian(Verdict::kUndo, Deadline(kSecondsToUndo));
-    throw;
+  } catch (const Failure& failure) {
+    const std::string remark = undoSoon();
+    if (remark.empty()) throw;
+    throw failure.withAdvice(remark + (failure.advice().empty() ? "" : "; " + failure.advice()));
   }
   note("the old values come back in " + Deadline(seconds).text() + " unless 'sysmgrctl confirm' keeps the new ones");
 }

@@ -20,6 +20,12 @@ class Failure : public std::runtime_error {
   Exit status() const { return status_; }
   const std::string& advice() const { return advice_; }
 
+  Failure withAdvice(const std::string& advice) const {
+    Failure copy = *this;
+    copy.advice_ = advice;
+    return copy;
+  }
+
   /// The key or the path that the failure is about; empty: none.
   const std::string& key() const { return key_; }
   Failure about(const std::string& key) const {

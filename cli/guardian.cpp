@@ -191,7 +191,7 @@ class Guardian {
     } else if (word == kWords[static_cast<int>(Verdict::kUndo)]) {
       isUndoing_ = true;
       isOver_ = undo(old_, outcome_);
-      reply(client.number(), outcome_);
+      reply(client.number(), isOver_ ? outcome_ : outcome_ + "; the guardian goes on trying");
     }
   }
 
