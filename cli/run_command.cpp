@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "common/shared/format_text.h"
@@ -23,14 +24,17 @@ std::string failureOf(int status) {
 
 }  // namespace
 
-std::string runInShell(const std::string& command, const std::map<std::string, std::string>& variables) {
+std::string runInShell(const std::string& command, const std::string& prefix,
+                       const std::map<std::string, std::string>& variables) {
   std::vector<std::string> assignments;
   assignments.reserve(variables.size());
-  for (const auto& [name, value] : variables) assignments.push_back(joined({name, "=", value}));
+  for (const auto& [name, value] : variables) assignments.push_back(joined({prefix, name, "=", value}));
   std::vector<char*> environment;
   environment.reserve(assignments.size() + 1);
   for (std::string& assignment : assignments) environment.push_back(assignment.data());
-  for (char** inherited = environ; *inherited != nullptr; ++inherited) environment.push_back(*inherited);
+  for (char** inherited = environ; *inherited != nullptr; ++inherited) {
+    if (std::string_view(*inherited).substr(0, prefix.size()) != prefix) environment.push_back(*inherited);
+  }
   environment.push_back(nullptr);
 
   std::string text = command;

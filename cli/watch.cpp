@@ -105,11 +105,11 @@ class Printer {
   void run(const Json::Value& event) const {
     std::map<std::string, std::string> variables;
     for (const std::string& member : event.getMemberNames()) {
-      std::string name = "SYSMGRCTL_" + member;
+      std::string name = member;
       std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::toupper(c); });
       variables[name] = plain(event[member]);
     }
-    const std::string failure = runInShell(command_, variables);
+    const std::string failure = runInShell(command_, "SYSMGRCTL_", variables);
     if (!failure.empty()) note("the command of --exec failed: " + failure);
   }
 
