@@ -78,6 +78,8 @@ class Call {
 
   /// The daemon. The first call connects to it, so commands about this host work without a daemon.
   Daemon& daemon();
+  /// The deadline where --wait gives it. Null: the default, which bounds the daemon's answers only.
+  const Deadline* end() const { return has("--wait") ? &deadline : nullptr; }
 
   const Deadline deadline;
   Output output;

@@ -106,7 +106,9 @@ constexpr std::chrono::seconds kAnswer{5};
 /// Draws the board as a view of it has it. A daemon that is away is a picture, too.
 class Painter {
  public:
-  Painter(Output& output, double interval) : output_(output), view_(ZmqUtils::getInstance().getContext()) {
+  /// @param end  of the command; null: it has none
+  Painter(Output& output, double interval, const Deadline* end)
+      : output_(output), end_(end), view_(ZmqUtils::getInstance().getContext()) {
     // Between two pictures the daemon is asked for each of the four documents, if it says nothing by itself.
     constexpr double kDocuments = 4;
     constexpr std::chrono::milliseconds kShortest{5};
@@ -134,7 +136,8 @@ class Painter {
  private:
   /// Until the view has the documents, they are read as without it, and a failure has its reason.
   void drawBoard() {
-    const Deadline answer(std::chrono::duration<double>(kAnswer).count());
+    const Deadline longest(std::chrono::duration<double>(kAnswer).count());
+    const Deadline& answer = end_ != nullptr && end_->left() < longest.left() ? *end_ : longest;
     if (view_.state() == BoardView::State::kConnecting) {
       Daemon daemon(answer);
       page_ = pageOf(readBoard(daemon));
@@ -161,6 +164,7 @@ class Painter {
   }
 
   Output& output_;
+  const Deadline* end_;
   BoardView view_;
   Json::Value page_;  ///< the last one
 };
@@ -175,16 +179,17 @@ void watchStatus(Call& call) {
                               ? valueFor("--interval", [&call] { return parseSeconds(call.word("--interval")); })
                               : kInterval;
   const std::int64_t count = call.has("--count") ? number("--count") : kMost;
-  Painter painter(call.output, interval);
+  const Deadline* const end = call.end();
+  Painter painter(call.output, interval, end);
   for (std::int64_t i = 0; i < count; ++i) {
     const Deadline pause(interval);
     if (i > 0) call.output.separatePictures();
     painter.drawNext();
     call.output.showPicture();
     if (i + 1 == count) return;
-    if (call.has("--wait") && call.deadline.left() < pause.left()) {
-      painter.rest(call.deadline);
-      throw timeIsOver(call.deadline);
+    if (end != nullptr && end->left() <= pause.left()) {
+      painter.rest(*end);
+      throw timeIsOver(*end);
     }
     painter.rest(pause);
   }
