@@ -93,12 +93,13 @@ Failure unknownCommand(const Line& line) {
                     didYouMean(word, commandsIn(group)));
 }
 
-/// Refuses the empty name of a file or folder: an unset variable of a shell, not a word that was left out.
+/// Refuses an empty text for a file, a folder, an endpoint or a shell's command: it is an unset variable of a shell,
+/// not a word that was left out.
 /// @param shown  what the help calls the words; null for an option without a value
-void checkNames(const char* shown, const Words& words, const Command& command) {
-  const std::string kind = shown == nullptr ? "" : shown;
-  if (kind != "FILE" && kind != "DIRECTORY") return;
-  if (std::find(words.begin(), words.end(), "") != words.end()) throw wrongUsage(kind + " is an empty text", &command);
+void checkFilled(const char* shown, const Words& words, const Command& command) {
+  static const Words kNeverEmpty = {"FILE", "DIRECTORY", "ENDPOINT", "COMMAND"};
+  if (shown == nullptr || !contains(kNeverEmpty, shown) || !contains(words, "")) return;
+  throw wrongUsage(std::string(shown) + " is an empty text", &command);
 }
 
 void checkOptions(const Line& line) {
@@ -107,8 +108,8 @@ void checkOptions(const Line& line) {
   if (line.command == nullptr || line.command->run == nullptr) throw unknownCommand(line);
   for (const auto& [name, values] : line.options) {
     if (!takesOption(*line.command, name)) throw unknownOption(name, line.command);
-    checkNames(findOption([&wanted = name](const Option& each) { return each.name == wanted; })->value, values,
-               *line.command);
+    checkFilled(findOption([&wanted = name](const Option& each) { return each.name == wanted; })->value, values,
+                *line.command);
   }
 }
 
@@ -122,7 +123,7 @@ void handOut(const Command& command, const Words& words, Values& values) {
     }
     const auto first = words.begin() + static_cast<std::ptrdiff_t>(next);
     values[argument.key].assign(first, first + static_cast<std::ptrdiff_t>(count));
-    checkNames(argument.shown, values[argument.key], command);
+    checkFilled(argument.shown, values[argument.key], command);
     next += count;
   }
   if (next < words.size()) throw wrongUsage("'" + words[next] + "' is one word too many", &command);
