@@ -1,3 +1,4 @@
+#include <set>
 #include <sstream>
 #include <utility>
 
@@ -6,6 +7,7 @@
 #include "cli/command.h"
 #include "cli/escape.h"
 #include "cli/json_paths.h"
+#include "common/shared/format_text.h"
 
 namespace zel::ctl {
 
@@ -19,10 +21,17 @@ std::string quoted(const std::string& value) {
   std::string text = "\"";
   std::istringstream lines(value);
   for (std::string line; std::getline(lines, line);) {
-    if (text.size() > 1) text += "\\n";
     for (const char c : visible(line)) text += c == '\\' || c == '"' ? std::string{'\\', c} : std::string{c};
+    if (!lines.eof()) text += "\\n";
   }
   return text + "\"";
+}
+
+std::string textOf(const Labels& labels) {
+  std::string text;
+  for (const auto& [label, value] : labels)
+    text += (text.empty() ? "{" : ",") + std::string(label) + "=" + quoted(value);
+  return text.empty() ? text : text + "}";
 }
 
 /// The metrics as text and as a document.
@@ -33,19 +42,18 @@ class Metrics {
     name_ = name;
     head_ = std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
   }
+  /// Of values with the same labels the first one stays: the text format has each series once.
   /// @param value  a number or a boolean; null: unknown, so that there is no such value
   void add(const Json::Value& value, const Labels& labels = {}) {
     if (value.isNull()) return;
+    const std::string series = name_ + textOf(labels);
+    if (!series_.insert(series).second) return;
     const Json::Value number = value.isBool() ? Json::Value(value.asInt()) : value;
-    text_ += std::exchange(head_, "") + name_;
+    text_ += joined({std::exchange(head_, ""), series, " ", cellOf(number), "\n"});
     Json::Value row;
     row["name"] = name_;
     row["value"] = number;
-    for (const auto& [label, text] : labels) {
-      text_ += (&label == &labels.front().first ? "{" : ",") + std::string(label) + "=" + quoted(text);
-      row["labels"][label] = text;
-    }
-    text_ += (labels.empty() ? " " : "} ") + cellOf(number) + "\n";
+    for (const auto& [label, text] : labels) row["labels"][label] = text;
     document_["metrics"].append(row);
   }
   void single(const char* name, const char* help, const Json::Value& value) {
@@ -60,6 +68,7 @@ class Metrics {
   const char* name_ = "";
   std::string head_;
   std::string text_;
+  std::set<std::string> series_;  ///< those that are written
   Json::Value document_;
 };
 
