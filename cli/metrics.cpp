@@ -137,7 +137,8 @@ void addOwn(Metrics& metrics, const char* name, const char* help, const Json::Va
 }
 
 void publish(Call& call, const Metrics& metrics) {
-  if (call.has("file")) return replaceFile(call.word("file"), metrics.text());
+  const std::string file = call.word("file");
+  if (!file.empty() && file != "-") return replaceFile(file, metrics.text());
   call.output.page(metrics.document(), [&] { call.output.verbatim(metrics.text()); });
 }
 
