@@ -7,9 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <iomanip>
+#include <limits>
 #include <sstream>
 #include <utility>
 
@@ -56,6 +59,27 @@ std::string aligned(const Row& row, const std::vector<std::size_t>& widths) {
   return line;
 }
 
+std::string withDigits(double number, int digits) {
+  std::ostringstream stream;
+  stream << std::setprecision(digits) << number;
+  return stream.str();
+}
+
+/// A number as the daemon meant it: one of 32 bits with the digits that tell it from the other ones of 32 bits.
+std::string textOf(double number) {
+  constexpr int kDigitsOfFloat = 7;  // and up to two more
+  constexpr int kDigitsOfDouble = 15;
+  const bool fits = std::fabs(number) <= static_cast<double>(std::numeric_limits<float>::max());
+  const float single = fits ? static_cast<float>(number) : 0.0F;
+  const bool isSingle = fits && static_cast<double>(single) == number;
+  if (!isSingle) return withDigits(number, kDigitsOfDouble);
+  std::string text;
+  for (int digits = kDigitsOfFloat; text.empty() || std::strtof(text.c_str(), nullptr) != single; ++digits) {
+    text = withDigits(number, digits);
+  }
+  return text;
+}
+
 }  // namespace
 
 bool mayColour(int descriptor) {
@@ -64,14 +88,12 @@ bool mayColour(int descriptor) {
 }
 
 std::string cellOf(const Json::Value& value) {
-  constexpr const char* kDigitsOfA32BitFloat = "%.7g";
-  char text[32];
   switch (value.type()) {
     case Json::stringValue: return visible(value.asString());
     case Json::intValue:
     case Json::uintValue:
     case Json::booleanValue: return value.asString();
-    case Json::realValue: std::snprintf(text, sizeof text, kDigitsOfA32BitFloat, value.asDouble()); return text;
+    case Json::realValue: return textOf(value.asDouble());
     default: return Output::asJson(value);
   }
 }

@@ -16,6 +16,12 @@ TEST(Cell, EscapesWhatCouldSteerATerminal) {
 
 TEST(Cell, ShowsADecimalNumberAsItCame) {
   EXPECT_EQ(cellOf(41.2F), "41.2");
+  EXPECT_EQ(cellOf(36.6F), "36.6");
+  EXPECT_EQ(cellOf(16777216.0), "16777216");
+  EXPECT_EQ(cellOf(0.1), "0.1");
+  EXPECT_EQ(cellOf(12345678.5), "12345678.5");
+  EXPECT_EQ(cellOf(1234567890.5), "1234567890.5");
+  EXPECT_EQ(cellOf(1e300), "1e+300");
   EXPECT_EQ(Output::asJson(41.2), "41.2");
 }
 
