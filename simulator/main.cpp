@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -129,6 +130,11 @@ struct Arguments {
 /// An empty text, which an unset variable of a shell leaves, is not the same as an option that is not given.
 std::string refuseEmpty(const std::string& text) { return text.empty() ? "its value is empty" : ""; }
 
+/// "nan" is a number for the parser, and inside every range.
+std::string refuseNan(const std::string& text) {
+  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "its value is not a number" : "";
+}
+
 /// Describes the options of a recording, which takes the place of the board.
 void describeReplay(CLI::App& app, Arguments& arguments) {
   CLI::Option* const replay =
@@ -140,6 +146,7 @@ void describeReplay(CLI::App& app, Arguments& arguments) {
   app.add_option("--speed", arguments.speed, "How many times faster the recording runs (1)")
       ->type_name("X")
       ->check(CLI::Range(0.01, 1e6))
+      ->check(refuseNan)
       ->needs(replay);
 }
 

@@ -195,6 +195,14 @@ TEST(SysmgrSim, NamesWhatIsWrongWithAFile) {
   }
 }
 
+TEST(SysmgrSim, RefusesASpeedThatIsNotAPositiveNumber) {
+  for (const char* const speed : {"nan", "-nan", "inf", "0", "-1"}) {
+    const Ended ended = runToItsEnd({"--replay", "/no/such/recording", std::string("--speed=") + speed});
+    EXPECT_EQ(ended.status, 2) << speed;
+    EXPECT_THAT(ended.errors, HasSubstr("--speed"));
+  }
+}
+
 TEST(SysmgrSim, SetsADamagedStoreAside) {
   const TemporaryFolder folder;
   const std::string store = folder.file("store");
