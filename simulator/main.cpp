@@ -35,6 +35,7 @@ constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 constexpr std::size_t kMostGrowth = std::size_t{32} << 20U;
 constexpr long kLongestEndNs = 600'000'000;
+constexpr char kControlVariable[] = "SYSMGR_SIM_CONTROL";
 constexpr char kWithoutNetwork[] =
     "Allow it (run as root, or permit user namespaces: sysctl kernel.unprivileged_userns_clone=1,\n"
     "sysctl kernel.apparmor_restrict_unprivileged_userns=0, or in a container the option\n"
@@ -233,7 +234,8 @@ int prepareCommand(const Arguments& arguments, std::optional<WatchedCommand>& ma
     if (!why.empty()) return fail(kFailure, "a private network cannot be made (" + why + ").\n" + kWithoutNetwork);
   }
   // For `sysmgr-sim tell`, also in another folder.
-  if (!arguments.control.empty()) setenv("SYSMGR_SIM_CONTROL", absoluteSocketPath(arguments.control).c_str(), 1);
+  if (!arguments.control.empty()) setenv(kControlVariable, absoluteSocketPath(arguments.control).c_str(), 1);
+  if (arguments.control.empty()) unsetenv(kControlVariable);  // it may be that of another board
   command = &made.emplace(arguments.command);
   return 0;
 }
@@ -330,7 +332,7 @@ CLI::App* describeTell(CLI::App& app, std::string& path) {
   CLI::App* const tell = app.add_subcommand("tell", "Tells a simulator that runs with --control to do something");
   tell->prefix_command();
   tell->add_option("--control", path, "The path of its control socket ($SYSMGR_SIM_CONTROL)")
-      ->envname("SYSMGR_SIM_CONTROL")
+      ->envname(kControlVariable)
       ->type_name("PATH");
   tell->footer("\n" + zel::sim::Order::help() +
                "Exit status: 0 done, 1 the order cannot be carried out or no simulator takes it, 2 wrong usage.");

@@ -322,6 +322,15 @@ TEST(SysmgrSimRun, HandsOnTheAbsolutePathOfItsControlSocket) {
   EXPECT_THAT(ended.errors, IsEmpty());
 }
 
+TEST(SysmgrSimRun, DoesNotHandOnTheControlSocketOfAnotherBoard) {
+  const Words inner =
+      runs(shell("echo \"${SYSMGR_SIM_CONTROL-none}\""),
+           {"--shared-network", "--requests", "tcp://127.0.0.1:*", "--notifications", "tcp://127.0.0.1:*"});
+  const Ended ended = toItsEnd(Words{"env", "SYSMGR_SIM_CONTROL=/of/another/board"} + inner);
+  EXPECT_EQ(ended.status, 0) << ended.errors;
+  EXPECT_EQ(ended.output, "none\n");
+}
+
 TEST(SysmgrSimRun, WantsACommand) {
   for (const Words& words : {Words{"run"}, Words{"run", "--"}, Words{"run", "--model", "ZIRC", "--"}}) {
     const Ended ended = toItsEnd(Words{ZEL_SYSMGR_SIM} + words);
