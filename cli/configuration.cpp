@@ -171,9 +171,10 @@ class FileReader {
   }
 
   void readModel(const std::string& text) {
-    configuration_.model = text;
+    const std::optional<BoardModelType::board_models_t> model = BoardModelType::fromText(text);
     const std::string undefined = BoardModelType::toText(BoardModelType::BOARD_MODEL_UNDEFINED);
-    if (!BoardModelType::fromText(text) && text != undefined) throw usage("'" + text + "' is not a board model");
+    if (!model && text != undefined) throw usage("'" + text + "' is not a board model");
+    configuration_.model = model ? BoardModelType::toText(*model) : undefined;  // a model may have another name, too
   }
 
   void readSetting(const SettingRow& row, const std::string& text) {
