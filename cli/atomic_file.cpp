@@ -83,15 +83,17 @@ void replaceFile(const std::string& path, const std::string& text) {
   if (file.number() < 0 || !writeAll(file.number(), text)) throw cannot("write", path);
 }
 
-std::string textOfFile(const std::string& path) {
-  const Descriptor file(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::string textOfFile(const std::string& path, const Deadline* end) {
+  const int flags = O_RDONLY | O_CLOEXEC | (end == nullptr ? 0 : O_NONBLOCK);  // or `open` waits for a pipe's writer
+  const Descriptor file(path == "-" ? STDIN_FILENO : open(path.c_str(), flags));
   if (file.number() < 0) throw cannot("read", path);
   std::string text;
   char piece[4096];
   while (true) {
+    if (end != nullptr && (end->isOver() || !isReadable(file.number(), *end))) throw timeIsOver(*end);
     const ssize_t size = read(file.number(), piece, sizeof piece);
     if (size == 0) return text;
-    if (size < 0 && errno == EINTR) continue;
+    if (size < 0 && (errno == EINTR || (errno == EAGAIN && end != nullptr))) continue;
     if (size < 0) throw cannot("read", path);
     text.append(piece, static_cast<std::size_t>(size));
     if (text.size() > kMost) throw Failure(Exit::kUsage, path + " is larger than 1 MiB");

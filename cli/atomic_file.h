@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "cli/deadline.h"
+
 namespace zel::ctl {
 
 /// Replaces a file in one step: a reader sees the old text or the new one, and a crash leaves one of the two. The text
@@ -9,7 +11,9 @@ namespace zel::ctl {
 /// @throws Failure
 void replaceFile(const std::string& path, const std::string& text);
 
-/// The text of a file, or of standard input for "-". @throws Failure, also for more than 1 MiB
-std::string textOfFile(const std::string& path);
+/// The text of a file, or of standard input for "-".
+/// @param end  of the wait for a pipe or a terminal; null: none
+/// @throws Failure, also for more than 1 MiB
+std::string textOfFile(const std::string& path, const Deadline* end = nullptr);
 
 }  // namespace zel::ctl

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "cli/deadline.h"
+
 namespace zel::ctl {
 
 /// A file descriptor that is closed at the end of its scope, except a standard one.
@@ -25,5 +27,8 @@ class Descriptor {
  private:
   int number_;
 };
+
+/// Waits until there is something to read, or the end of what there is. @return false when the deadline came before
+bool isReadable(int descriptor, const Deadline& deadline);
 
 }  // namespace zel::ctl

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "cli/command.h"
+#include "cli/descriptor.h"
 #include "cli/values.h"
 
 namespace zel::ctl {
@@ -41,13 +42,18 @@ Json::Value describedObject(const Words& words) {
 }
 
 /// Asks on the terminal before something that cannot be taken back, unless --yes was given.
-/// @throws Failure when the answer is not yes, or when there is no terminal
+/// @throws Failure when the answer is not yes, when there is no terminal, or when the time of --wait is over
 void confirm(const Call& call, const std::string& question) {
   if (call.has("--yes")) return;
   if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
     throw usage("there is no terminal to ask on: " + question, "'--yes' does it without asking");
   }
   std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  const Deadline* const end = call.end();
+  if (end != nullptr && !isReadable(STDIN_FILENO, *end)) {
+    std::fputs("\n", stderr);
+    throw timeIsOver(*end);
+  }
   std::string answer;
   std::getline(std::cin, answer);
   if (answer != "y" && answer != "yes") throw Failure(Exit::kOther, "nothing was done");

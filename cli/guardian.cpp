@@ -58,16 +58,6 @@ struct Address {
   socklen_t size = 0;
 };
 
-/// Waits for a message. @return whether there is one
-bool isReadable(int socket, const Deadline& deadline) {
-  pollfd watched{socket, POLLIN, 0};
-  int ready = 0;
-  do {
-    ready = poll(&watched, 1, static_cast<int>(deadline.left().count()));
-  } while (ready < 0 && errno == EINTR);
-  return ready > 0;
-}
-
 std::string receive(int socket) {
   char message[kLongest];
   const ssize_t size = read(socket, message, sizeof message);

@@ -12,7 +12,9 @@ namespace zel::ctl {
 
 namespace {
 
-Configuration readFile(const std::string& path) { return parseConfiguration(textOfFile(path), path); }
+Configuration readFile(const Call& call, const std::string& path) {
+  return parseConfiguration(textOfFile(path, call.end()), path);
+}
 
 Json::Value documentOf(const Differences& differences) {
   Json::Value list(Json::arrayValue);
@@ -97,7 +99,7 @@ void advise(Call& call, const Differences& differences, bool isDone) {
 Configuration sideOf(Call& call, const std::string& name) {
   if (name == "live") return liveConfiguration(call.daemon());
   if (name == "factory") return factoryConfiguration(call.daemon().record<BoardModel>("model"));
-  return readFile(name);
+  return readFile(call, name);
 }
 
 }  // namespace
@@ -112,7 +114,7 @@ void runExport(Call& call) {
 }
 
 void runImport(Call& call) {
-  const Configuration file = readFile(call.word("file"));
+  const Configuration file = readFile(call, call.word("file"));
   const Configuration live = liveConfiguration(call.daemon());
   refuseOtherModel(call, file, live);
   const Differences differences = settable(differencesOf(live, file));
