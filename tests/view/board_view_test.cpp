@@ -968,4 +968,25 @@ TEST_F(BoardViewTest, NoticesAFullQueueHoweverSlowTheLoopIs) {
   ASSERT_TRUE(runUntilLive());
 }
 
+/// What is fetched during a burst is newer than the notifications that are still on their way.
+TEST_F(BoardViewTest, DoesNotGoBackToNotificationsOfABurstAfterAFetch) {
+  Board board;
+  view->setProbe(milliseconds(0));
+  view->open();
+  ASSERT_TRUE(runUntilLive());
+  std::vector<unsigned int> ports;
+  view->onChange(settings::kRtspTcpPort, [&](unsigned int, unsigned int now) { ports.push_back(now); });
+  for (unsigned int i = 0; i < 950; ++i) board.publisher.publish("1000", storedWithPort(10000 + i));
+  ASSERT_TRUE(runUntil([&] { return view->counters().overflows == 1; }));
+  board.set(FakeBoard::kStored, storedWithPort(20000));
+  board.publisher.publish("1000", "not JSON");  // has the document fetched
+  run(milliseconds(10));
+  board.publisher.publish("1000", storedWithPort(11000));
+  ASSERT_TRUE(runUntil([&] { return port() == 20000; }));
+  ASSERT_TRUE(runUntilLive());
+  run(milliseconds(50));
+  EXPECT_THAT(ports, testing::WhenSorted(testing::ElementsAreArray(ports))) << "it went back";
+  EXPECT_EQ(port(), 20000u);
+}
+
 }  // namespace

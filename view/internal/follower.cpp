@@ -384,7 +384,8 @@ bool BoardView::Follower::takeNotified(Document document) {
 
 bool BoardView::Follower::takeFetched(Document document) {
   Known& about = entry(document);
-  if (!about.fetched || Clock::now() < about.takeFetchedAt) return false;
+  // Older notifications may come behind a burst for longer than the grace: the new connection decides.
+  if (!about.fetched || overflowedAt_ || Clock::now() < about.takeFetchedAt) return false;
   Json::Value told = std::move(*about.fetched);
   about.fetched.reset();
   about.isFetching = false;
@@ -685,7 +686,7 @@ void BoardView::Follower::setWakeUp() {
   at(retryAt_);
   if (overflowedAt_) at(lastNotification_ + kQuiet);
   for (const Known& each : known_) {
-    if (each.fetched) at(each.takeFetchedAt);
+    if (each.fetched && !overflowedAt_) at(each.takeFetchedAt);
   }
   for (const Write& each : writes_) {
     if (each.answeredAt && each.fetchWanted == 0) at(*each.answeredAt + kNotificationLimit);
