@@ -907,6 +907,7 @@ TEST_F(BoardViewTest, IsNotOpenedAfterItsEnd) {
   if (zel::test::kAddressSanitizer) {
     GTEST_SKIP() << "the view is called after its destructor, which the sanitizer reports, rightly";
   }
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
   zel::test::ChildProcess child = zel::test::ChildProcess::call([] {
     static zmq::context_t own;
     alignas(BoardView) static unsigned char memory[sizeof(BoardView)];
