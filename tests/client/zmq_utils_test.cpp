@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,12 +15,14 @@
 
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
+#include "tests/support/few_descriptors.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using zel::test::CapturedLog;
 using zel::test::ChildProcess;
 using zel::test::LogLine;
+using zel::test::NoDescriptors;
 using zel::test::waitUntil;
 
 /// Whether libzmq is to refuse every option of a context.
@@ -53,22 +54,6 @@ namespace {
 
 const LogLine kMade{5, "ZmqUtils: initializing ZMQ Context ..."};
 const LogLine kReset{5, "ZmqUtils: reseting ZMQ Context ..."};
-
-/// The process can open no descriptor, also in place of one that it closes: no context can be made.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none{1, before_.rlim_max};  // not 0: poll(2), which ends a context, refuses more than the limit
-    setrlimit(RLIMIT_NOFILE, &none);
-  }
-  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  rlimit before_{};
-};
 
 void expectOptions(zmq::context_t& context) {
   EXPECT_EQ(zmq_ctx_get(context.handle(), ZMQ_IO_THREADS), 1);
@@ -171,7 +156,7 @@ TEST(ZmqUtils, WaitsOnResetUntilTheSocketsAreClosed) {
 TEST_F(ZmqUtilsWithoutDescriptors, ThrowsWhenNoContextCanBeMadeAndTriesAgain) {
   const CapturedLog log;
   {
-    const NoDescriptors none;
+    const NoDescriptors none(1);
     try {
       ZmqUtils::getInstance();
       FAIL() << "nothing was thrown";
@@ -189,7 +174,7 @@ TEST_F(ZmqUtilsWithoutDescriptors, HasNoContextAfterAFailedResetUntilTheNext) {
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   const CapturedLog log;
   {
-    const NoDescriptors none;
+    const NoDescriptors none(1);
     EXPECT_THROW(ZmqUtils::getInstance().resetContext(), zmq::error_t);
     EXPECT_EQ(context.handle(), nullptr);
     EXPECT_THROW(ZmqUtils::getInstance().resetContext(), zmq::error_t);
@@ -223,7 +208,7 @@ TEST(ZmqUtils, ClosesTheContextOnceAtTheEndOfTheProcess) {
 TEST_F(ZmqUtilsWithoutDescriptors, ClosesAtTheEndAfterAFailedReset) {
   ChildProcess child = ChildProcess::call([] {
     ZmqUtils::getInstance();
-    const NoDescriptors none;
+    const NoDescriptors none(1);
     EXPECT_THROW(ZmqUtils::getInstance().resetContext(), zmq::error_t);
     Logger::getInstance()->setLevel(Logger::LEVEL_TRACE);
     Logger::getInstance()->setSink(printLine);

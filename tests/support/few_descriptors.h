@@ -41,18 +41,18 @@ class FewDescriptors {
   std::vector<int> filled_;
 };
 
-/// Lets the process open no descriptor until the end of the scope, not even in place of one that it closes. The limit
-/// is 8, since poll(2) takes no more descriptors than that: the process has opened so many before.
-class NoDescriptorsAgain {
+/// Lets the process open no descriptor until the end of the scope, not even in place of one that it closes.
+class NoDescriptors {
  public:
-  NoDescriptorsAgain() {
+  /// @param limit  of descriptors, below the number of those that are open; poll(2) refuses to take more than it
+  explicit NoDescriptors(rlim_t limit) {
     getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none{8, before_.rlim_max};
+    const rlimit none{limit, before_.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
   }
-  ~NoDescriptorsAgain() { setrlimit(RLIMIT_NOFILE, &before_); }
-  NoDescriptorsAgain(const NoDescriptorsAgain&) = delete;
-  NoDescriptorsAgain& operator=(const NoDescriptorsAgain&) = delete;
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
 
  private:
   rlimit before_{};

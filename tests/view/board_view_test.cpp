@@ -32,7 +32,7 @@ using zel::test::FakeBoard;
 using zel::test::FewDescriptors;
 using zel::test::kSlowdown;
 using zel::test::kSoon;
-using zel::test::NoDescriptorsAgain;
+using zel::test::NoDescriptors;
 namespace settings = zel::settings;
 using State = BoardView::State;
 
@@ -886,7 +886,7 @@ TEST_F(BoardViewTest, IsLiveWhenThereAreDescriptorsAgain) {
   ASSERT_TRUE(board.publisher.waitForSubscription("1000"));
   ASSERT_TRUE(isReadable(kSoon));
   {
-    const NoDescriptorsAgain none;
+    const NoDescriptors none(8);
     int calls = 0;
     for (const auto end = std::chrono::steady_clock::now() + milliseconds(500);
          std::chrono::steady_clock::now() < end;) {
