@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -54,37 +55,52 @@ void endSoon() {
   timer_settime(deadline, 0, &end, nullptr);
 }
 
-extern "C" void onSignal(int signal, siginfo_t* info, void*) {
+void obey(int signal, const siginfo_t& info) {
   if (signal == SIGUSR1) return running->reloadFaults();
   if (command == nullptr) {
     endSoon();
     running->stop();
   } else if (signal == SIGCHLD) {
     if (command->hasEnded()) running->stop();
-  } else if (info->si_code != SI_KERNEL) {  // one from the terminal reaches the command, too
+  } else if (info.si_code != SI_KERNEL) {  // one from the terminal reaches the command, too
     command->pass(signal);
   }
+}
+
+extern "C" void onSignal(int signal, siginfo_t* info, void*) {
+  const int error = errno;  // of the code that the signal interrupts
+  obey(signal, *info);
+  errno = error;
 }
 
 // ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing is lost with it: the store is
 // written before each answer.
 extern "C" void onDeadline(int) { std::_Exit(endStatus); }
 
-void obeySignals(Simulator& simulator) {
-  running = &simulator;
-  struct sigaction action = {};
-  action.sa_handler = onDeadline;
-  sigaction(SIGALRM, &action, nullptr);
-  timer_create(CLOCK_MONOTONIC, nullptr, &deadline);  // sends SIGALRM
-  action.sa_sigaction = onSignal;
-  action.sa_flags = SA_SIGINFO;
-  for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
-  if (command != nullptr) sigaction(SIGCHLD, &action, nullptr);
-}
-
-void ignoreSignals() {
-  for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) std::signal(signal, SIG_IGN);
-}
+/// Hands the signals of the process on to the simulator as long as both live: the command may end, and a signal may
+/// come, while the objects of the board are taken apart.
+class ObeyedSignals {
+ public:
+  explicit ObeyedSignals(Simulator& simulator) {
+    running = &simulator;
+    struct sigaction action = {};
+    action.sa_handler = onDeadline;
+    sigaction(SIGALRM, &action, nullptr);
+    timer_create(CLOCK_MONOTONIC, nullptr, &deadline);  // sends SIGALRM
+    action.sa_sigaction = onSignal;
+    action.sa_flags = SA_SIGINFO;
+    for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    if (command != nullptr) sigaction(SIGCHLD, &action, nullptr);
+  }
+  ~ObeyedSignals() {
+    for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) std::signal(signal, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);  // an ignored one would take the exit statuses away
+  }
+  ObeyedSignals(const ObeyedSignals&) = delete;
+  ObeyedSignals& operator=(const ObeyedSignals&) = delete;
+  ObeyedSignals(ObeyedSignals&&) = delete;
+  ObeyedSignals& operator=(ObeyedSignals&&) = delete;
+};
 
 void say(const std::string& text) { std::fprintf(stderr, "sysmgr-sim: %s\n", text.c_str()); }
 
@@ -270,7 +286,7 @@ int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
     if (!why.empty()) return fail(kFailure, why);
   }
   Simulator simulator(std::move(options));
-  obeySignals(simulator);
+  const ObeyedSignals signals(simulator);
   if (const std::string why = simulator.open(); !why.empty()) return fail(kFailure, why);
   if (const std::string why = script.tryOn(simulator.board()); !why.empty()) return fail(kFailure, why);
   zel::sim::ControlSocket control;
@@ -283,9 +299,10 @@ int serve(const Arguments& arguments, zel::sim::SimulatorOptions options) {
   tellReady(model, simulator);
   simulator.run();
   if (command == nullptr) tellServiceManager("STOPPING=1");
-  if (command != nullptr) endStatus = command->wait();
-  ignoreSignals();  // from here on there is nothing to stop
-  if (command != nullptr) endSoon();
+  if (command != nullptr) {
+    endStatus = command->wait();
+    endSoon();
+  }
   return endStatus;
 }
 

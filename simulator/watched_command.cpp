@@ -165,12 +165,8 @@ void WatchedCommand::pass(int signal) const noexcept {
 }
 
 bool WatchedCommand::hasEnded() const noexcept {
-  const int error = errno;
   siginfo_t info{};
-  const bool ended =
-      waitid(P_PID, static_cast<id_t>(watcher_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == watcher_;
-  errno = error;
-  return ended;
+  return waitid(P_PID, static_cast<id_t>(watcher_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == watcher_;
 }
 
 int WatchedCommand::wait() noexcept {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -20,6 +21,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using zel::test::at;
 using zel::test::ChildProcess;
 using zel::test::json;
@@ -28,6 +30,8 @@ using zel::test::kSoon;
 using zel::test::startBoard;
 using zel::test::TemporaryFolder;
 using zel::test::TestClient;
+using zel::test::waitUntil;
+using namespace std::chrono_literals;
 
 std::string contentOf(const std::string& path) {
   std::ifstream file(path);
@@ -149,6 +153,32 @@ TEST(SysmgrSim, RunsACommandInTheSharedNetwork) {
   EXPECT_EQ(second.status, 125);
   EXPECT_THAT(second.output, IsEmpty());
   EXPECT_THAT(second.errors, HasSubstr("Address already in use"));
+}
+
+/// Whether a process handles a signal, as the kernel tells it.
+bool handles(pid_t pid, int signal) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string word;
+  while (status >> word && word != "SigCgt:") {
+  }
+  std::uint64_t caught = 0;
+  status >> std::hex >> caught;
+  return (caught >> static_cast<unsigned>(signal - 1) & 1U) != 0;
+}
+
+// Only a sanitizer sees that a handler touches a board that is gone.
+TEST(SysmgrSim, ObeysNoSignalOnceItsBoardIsGone) {
+  const std::vector<std::string> arguments = {"run", "--shared-network", "--", "sleep", "1000"};
+  ChildProcess first = startBoard({});
+  ASSERT_TRUE(first.waitForOutput(kReady));
+  for (int round = 0; round < 5; ++round) {
+    ChildProcess second = startBoard(arguments);
+    ASSERT_TRUE(waitUntil([&second] { return handles(second.pid(), SIGUSR1) || second.wait(0ms); }));
+    while (!second.wait(0ms)) second.signal(SIGUSR1);
+    EXPECT_EQ(second.wait(), 125);
+    EXPECT_THAT(second.errors(), HasSubstr("Address already in use"));
+    EXPECT_THAT(second.errors(), Not(HasSubstr("Sanitizer")));
+  }
 }
 
 TEST(SysmgrSim, StartsFromAStateFile) {
