@@ -546,7 +546,7 @@ void App::submit(Frame& frame, unsigned number) {
     const milliseconds timeout(1 + number % 150);
     frame.last = frame.async->submit(
         requests::set(settings::kRtspTcpPort, token),
-        [this, &frame, token, maker = process_](const Answer<void>& answer) {
+        [this, &frame, token, maker = process_.load()](const Answer<void>& answer) {
           endRequest(token, answer.status);
           act(frame, maker);
         },
@@ -581,7 +581,7 @@ void App::destroyAsync(Frame& frame, unsigned) { frame.async.destroy(); }
 
 void App::makeView(Frame& frame, unsigned number) {
   make(frame, frame.view, number, contextOf(frame));
-  const auto callback = [this, &frame, maker = process_](const auto&...) { act(frame, maker); };
+  const auto callback = [this, &frame, maker = process_.load()](const auto&...) { act(frame, maker); };
   frame.view->onChange(callback);
   frame.view->onState(callback);
   frame.view->onResynchronised(callback);
@@ -591,7 +591,7 @@ void App::makeView(Frame& frame, unsigned number) {
 void App::setInView(Frame& frame, unsigned number) {
   if (!frame.view) return;
   const std::uint32_t token = beginRequest();
-  const auto written = [this, &frame, token, maker = process_](const Answer<void>& answer) {
+  const auto written = [this, &frame, token, maker = process_.load()](const Answer<void>& answer) {
     endRequest(token, answer.status);
     if (answer.ok() && frame.view && frame.view->get(settings::kEmberTcpPort) < token) {
       fail("the completion of a write that saw an older value");

@@ -196,7 +196,7 @@ class App {
   const Program program_;
   bool hasThreads_;  ///< the program starts some
   bool forks_;
-  unsigned process_ = 0;
+  std::atomic<unsigned> process_{0};                      ///< a child's writes beside the reads of its parent's threads
   std::array<std::thread*, Record::kThreads> threads_{};  ///< never destroyed: a child inherits what it does not have
   std::mutex forking_;
   std::atomic<bool> ends_{false};
