@@ -10,6 +10,7 @@
 #include "../types/settings.h"
 #include "../types/sysmgr_types.h"
 #include "../types/whitelist.h"
+#include "commands.h"
 #include "sysmgr_jsonApi.h"
 
 /// @file
@@ -102,11 +103,24 @@ ZEL_EXPORT Request<void> setGpioConfiguration(const Json::Value& lines);
 /// @name Queries
 /// Each answer holds the record of the member that the daemon answers with.
 /// @{
-ZEL_EXPORT Request<SysParameters> storedParameters();
-ZEL_EXPORT Request<SysParametersDynamic> dynamicParameters();
-ZEL_EXPORT Request<SystemBasicInfo> systemInfo();
-ZEL_EXPORT Request<BoardModel> boardModel();
-ZEL_EXPORT Request<NetworkStackStatus> networkStackStatus();
+
+/// The query of this command, whose row in client/commands.h names the member.
+template <SysMgrCommands::sysmgr_msg_t command, class Record>
+Request<Record> query() {
+  constexpr const char* kMember = findCommand(command)->payload;
+  return {command, {}, [](Json::Value& answer, Record& record) {
+            record.Deserialize(answer[Json::StaticString(kMember)]);
+          }};
+}
+
+inline auto storedParameters() { return query<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, SysParameters>(); }
+inline auto dynamicParameters() { return query<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, SysParametersDynamic>(); }
+inline auto systemInfo() { return query<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, SystemBasicInfo>(); }
+inline auto boardModel() { return query<SysMgrCommands::SYSMGR_GET_BOARD_MODEL, BoardModel>(); }
+inline auto networkStackStatus() {
+  return query<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, NetworkStackStatus>();
+}
+
 /// The whole answer of the daemon.
 ZEL_EXPORT Request<Json::Value> internalDebugInfo();
 /// The whole answer of the daemon. @param lines  the body of the request: which lines are asked for

@@ -9,18 +9,6 @@ namespace {
 
 using Command = SysMgrCommands::sysmgr_msg_t;
 
-/// The member of a query's answer that its value is read from.
-template <Command command>
-Json::StaticString payload() {
-  return Json::StaticString(findCommand(command)->payload);
-}
-
-/// A query whose answer has a member that the record is read from.
-template <Command command, class Record>
-Request<Record> query() {
-  return {command, {}, [](Json::Value& answer, Record& record) { record.Deserialize(answer[payload<command>()]); }};
-}
-
 void readWhole(Json::Value& answer, Json::Value& value) { value = answer; }
 
 Request<void> changeWhitelist(Command command, const WhiteListEntry& entry) {
@@ -59,22 +47,6 @@ Request<void> setGpioConfiguration(const Json::Value& lines) {
   return {SysMgrCommands::SYSMGR_SET_GPIO_CONFIGURATION, lines};
 }
 
-Request<SysParameters> storedParameters() {
-  return query<SysMgrCommands::SYSMGR_GET_STORED_PARAMETERS, SysParameters>();
-}
-
-Request<SysParametersDynamic> dynamicParameters() {
-  return query<SysMgrCommands::SYSMGR_GET_DYNAMIC_PARAMETERS, SysParametersDynamic>();
-}
-
-Request<SystemBasicInfo> systemInfo() { return query<SysMgrCommands::SYSMGR_GET_SYSTEM_INFO, SystemBasicInfo>(); }
-
-Request<BoardModel> boardModel() { return query<SysMgrCommands::SYSMGR_GET_BOARD_MODEL, BoardModel>(); }
-
-Request<NetworkStackStatus> networkStackStatus() {
-  return query<SysMgrCommands::SYSMGR_GET_NETWORK_STACK_STATUS, NetworkStackStatus>();
-}
-
 Request<Json::Value> internalDebugInfo() { return {SysMgrCommands::SYSMGR_GET_INTERNAL_DEBUG_INFO, {}, readWhole}; }
 
 Request<Json::Value> gpioConfiguration(const Json::Value& lines) {
@@ -84,7 +56,7 @@ Request<Json::Value> gpioConfiguration(const Json::Value& lines) {
 Request<std::list<WhiteListEntry>> mcastWhitelist() {
   constexpr Command kCommand = SysMgrCommands::SYSMGR_GET_MCAST_WHITELIST;
   const auto read = [](Json::Value& answer, std::list<WhiteListEntry>& entries) {
-    appendRecords(answer[payload<kCommand>()], entries);
+    appendRecords(answer[Json::StaticString(kWhitelistMember)], entries);
   };
   return {kCommand, {}, read};
 }

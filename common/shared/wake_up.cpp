@@ -49,7 +49,7 @@ void WakeUp::forget(int descriptor) noexcept {
 }
 
 void WakeUp::at(Clock::time_point time) {
-  if (!isOurs() || (armed_ && *armed_ <= time)) return;
+  if ((armed_ && *armed_ <= time) || !isOurs()) return;
   // steady_clock counts as CLOCK_MONOTONIC does. A time of zero would turn the timer off.
   using std::chrono::nanoseconds;
   const auto since = std::max(time, Clock::time_point(nanoseconds(1))).time_since_epoch();
@@ -61,7 +61,7 @@ void WakeUp::at(Clock::time_point time) {
 }
 
 void WakeUp::settle() {
-  if (!isOurs() || !armed_ || Clock::now() < *armed_) return;
+  if (!armed_ || Clock::now() < *armed_ || !isOurs()) return;
   std::uint64_t expirations = 0;
   // Fails where the kernel's timer is behind the clock by a hair: it stays armed then, and expires again.
   if (read(timer_, &expirations, sizeof expirations) == sizeof expirations) armed_.reset();

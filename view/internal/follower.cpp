@@ -90,7 +90,8 @@ bool hasShape(Document document, const Json::Value& told) {
 }
 
 bool holdsNull(const Json::Value& value) {
-  return value.isNull() || std::any_of(value.begin(), value.end(), holdsNull);
+  if (!value.isObject() && !value.isArray()) return value.isNull();
+  return std::any_of(value.begin(), value.end(), holdsNull);
 }
 
 /// Removes the members that are null, at every depth.
@@ -106,8 +107,8 @@ void removeNulls(Json::Value& value) {
 /// Reads records from a document that stays as it is. `Deserialize` inserts a null member where it finds none; to take
 /// the nulls out of a document that had none is cheaper than to read a copy.
 template <class Read>
-void readKept(Json::Value& told, const Read& read) {
-  if (holdsNull(told)) {
+void readKept(Json::Value& told, bool mayHoldNull, const Read& read) {
+  if (mayHoldNull && holdsNull(told)) {
     Json::Value copy = told;
     read(copy);
   } else {
@@ -117,9 +118,9 @@ void readKept(Json::Value& told, const Read& read) {
 }
 
 template <class Record>
-std::shared_ptr<const Record> read(Json::Value& told) {
+std::shared_ptr<const Record> read(Json::Value& told, bool mayHoldNull) {
   auto record = std::make_shared<Record>();
-  readKept(told, [&record](Json::Value& document) { record->Deserialize(document); });
+  readKept(told, mayHoldNull, [&record](Json::Value& document) { record->Deserialize(document); });
   return record;
 }
 
@@ -133,15 +134,16 @@ class Trial final : public RequestConnection {
 };
 
 /// The records with another version of one of them.
+/// @param mayHoldNull  false: no value of the document is null
 /// @throws Json::Exception  for a value that does not convert; `told` may have null members more then
-BoardRecords withDocument(BoardRecords records, Document document, Json::Value& told) {
+BoardRecords withDocument(BoardRecords records, Document document, Json::Value& told, bool mayHoldNull) {
   switch (document) {
-    case Document::kStored: records.stored = read<SysParameters>(told); break;
-    case Document::kDynamic: records.dynamic = read<SysParametersDynamic>(told); break;
-    case Document::kBoardModel: records.boardModel = read<BoardModel>(told); break;
+    case Document::kStored: records.stored = read<SysParameters>(told, mayHoldNull); break;
+    case Document::kDynamic: records.dynamic = read<SysParametersDynamic>(told, mayHoldNull); break;
+    case Document::kBoardModel: records.boardModel = read<BoardModel>(told, mayHoldNull); break;
     case Document::kWhitelist: {
       std::list<WhiteListEntry> entries;
-      readKept(told, [&entries](Json::Value& array) { appendRecords(array, entries); });
+      readKept(told, mayHoldNull, [&entries](Json::Value& array) { appendRecords(array, entries); });
       records.whitelist = std::make_shared<const std::list<WhiteListEntry>>(std::move(entries));
       break;
     }
@@ -373,7 +375,7 @@ bool BoardView::Follower::takeNotified(Document document) {
     refuse(document);
     return true;
   }
-  accept(document, std::move(told));
+  accept(document, std::move(told), about.newest.find("null") != std::string::npos);
   if (about.unreadable) {
     fetch(document);  // it may be the notification alone that cannot be read
   } else {
@@ -393,7 +395,7 @@ bool BoardView::Follower::takeFetched(Document document) {
   const std::uint64_t before = generation_;
   if (isCounted) {
     about.countedFetches = about.fetches;
-    accept(document, std::move(told));
+    accept(document, std::move(told), true);
     if (about.isProbe && generation_ != before) ++counters_.missed;
   }
   about.isCurrent = isLinked() && about.fetches > about.outdatedFetches;
@@ -409,8 +411,8 @@ void BoardView::Follower::refuse(Document document) {
   fetch(document);
 }
 
-/// Takes in what the daemon told of a document.
-void BoardView::Follower::accept(Document document, Json::Value&& told) {
+/// Takes in what the daemon told of a document. @param mayHoldNull  as `withDocument` has it
+void BoardView::Follower::accept(Document document, Json::Value&& told, bool mayHoldNull) {
   Known& about = entry(document);
   if (about.confirmedAt && about.told == told) {
     about.confirmedAt = Clock::now();
@@ -419,7 +421,7 @@ void BoardView::Follower::accept(Document document, Json::Value&& told) {
   }
   BoardRecords before = records_;
   try {
-    records_ = withDocument(records_, document, told);
+    records_ = withDocument(records_, document, told, mayHoldNull);
   } catch (const Json::Exception& wrongType) {
     ++counters_.wrongTypes;
     about.unreadable = true;

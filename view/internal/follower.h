@@ -123,7 +123,7 @@ class BoardView::Follower final : public Subscription {
   void probe();
 
   void refuse(Document document);
-  void accept(Document document, Json::Value&& told);
+  void accept(Document document, Json::Value&& told, bool mayHoldNull);
   void fetch(Document document, bool isProbe = false);
   bool mayFetch();
   void noteFetched(Document document, const Answer<Json::Value>& answer);
