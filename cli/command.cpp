@@ -352,7 +352,10 @@ double secondsOf(const Command& command, const Values& values) {
 }  // namespace
 
 Call::Call(const Command& command, Values values)
-    : deadline(secondsOf(command, values)), output(values.count("--json") > 0), values_(std::move(values)) {
+    : deadline(secondsOf(command, values)),
+      output(values.count("--json") > 0),
+      seconds_(command.seconds),
+      values_(std::move(values)) {
   if (has("--wait")) output.endBy(deadline);
   useEndpoints(word("--requests"), word("--notifications"));
 }
@@ -361,6 +364,10 @@ const Words& Call::words(const std::string& key) const {
   static const Words kNone;
   const auto found = values_.find(key);
   return found == values_.end() ? kNone : found->second;
+}
+
+void Call::beginTime() {
+  if (!has("--wait")) deadline = Deadline(seconds_);
 }
 
 Daemon& Call::daemon() {

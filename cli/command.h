@@ -80,11 +80,14 @@ class Call {
   Daemon& daemon();
   /// The deadline where --wait gives it. Null: the default, which bounds the daemon's answers only.
   const Deadline* end() const { return has("--wait") ? &deadline : nullptr; }
+  /// Lets the default time begin now, behind the wait for a person. The time of --wait goes on.
+  void beginTime();
 
-  const Deadline deadline;
+  Deadline deadline;
   Output output;
 
  private:
+  double seconds_;
   Values values_;
   std::unique_ptr<Daemon> daemon_;
 };

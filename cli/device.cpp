@@ -43,7 +43,7 @@ Json::Value describedObject(const Words& words) {
 
 /// Asks on the terminal before something that cannot be taken back, unless --yes was given.
 /// @throws Failure when the answer is not yes, when there is no terminal, or when the time of --wait is over
-void confirm(const Call& call, const std::string& question) {
+void confirm(Call& call, const std::string& question) {
   if (call.has("--yes")) return;
   if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
     throw usage("there is no terminal to ask on: " + question, "'--yes' does it without asking");
@@ -56,6 +56,7 @@ void confirm(const Call& call, const std::string& question) {
   }
   std::string answer;
   std::getline(std::cin, answer);
+  call.beginTime();
   if (answer != "y" && answer != "yes") throw Failure(Exit::kOther, "nothing was done");
 }
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs a command on a terminal of its own and answers its first question: on_terminal.py [--size COLUMNSxROWS] ANSWER COMMAND...
+"""Runs a command on a terminal of its own and answers its first question:
+on_terminal.py [--size COLUMNSxROWS] [--after SECONDS] ANSWER COMMAND...
 
 What the command writes there comes out with its escape sequences shown; its exit status is passed on.
 """
@@ -10,11 +11,16 @@ import pty
 import struct
 import sys
 import termios
+import time
 
 words = sys.argv[1:]
 size = (0, 0)  # not known
-if words[0] == "--size":
-    size = tuple(int(number) for number in words[1].split("x"))
+pause = 0
+while words[0].startswith("--"):
+    if words[0] == "--size":
+        size = tuple(int(number) for number in words[1].split("x"))
+    else:
+        pause = float(words[1])
     words = words[2:]
 answer, command = words[0], words[1:]
 child, terminal = pty.fork()
@@ -33,6 +39,7 @@ while True:
     except OSError:  # so Linux reports the end of a terminal
         break
     if answer and seen.endswith(b"] "):
+        time.sleep(pause)
         os.write(terminal, answer.encode() + b"\n")
         answer = ""
 text = seen.decode().replace("\r\n", "\n").replace("\033", "ESC")
