@@ -276,7 +276,7 @@ const std::vector<Command>& commands() {
       {"record",
        "keep what the board reports in a file, for 'sysmgr-sim --replay'",
        runRecord,
-       {{"file", "FILE", "a new file, an event a line", 1}},
+       {{"file", "FILE", "a new file, an event a line; standard output for -", 1}},
        {{"--timeout", "SECONDS", "end after this time"}},
        "Each line is a JSON object: the stored parameters, the dynamic information, the board model and\n"
        "the whitelist at the start and whenever the daemon is back, and every notification as it came.\n"

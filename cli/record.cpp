@@ -36,11 +36,12 @@ constexpr std::chrono::milliseconds kPause{100};  ///< before a connection is re
 
 using Frames = std::vector<std::string>;
 
-/// A file of events, a JSON object a line, each written at once.
+/// A file of events, a JSON object a line, each written at once; standard output for the path "-".
 class Recording {
  public:
   explicit Recording(std::string path) : path_(std::move(path)) {
-    file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    file_ = isStandardOutput() ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                               : open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (file_ < 0 && errno == EEXIST) {
       throw Failure(Exit::kOther, "'" + path_ + "' is there already", "a recording is written to a new file");
     }
@@ -71,6 +72,7 @@ class Recording {
     ++events_;
   }
   std::uint64_t events() const { return events_; }
+  bool isStandardOutput() const { return path_ == "-"; }
 
  private:
   void write(const Json::Value& line) const {
@@ -78,7 +80,8 @@ class Recording {
     for (std::size_t done = 0; done < text.size();) {
       const ssize_t count = ::write(file_, text.data() + done, text.size() - done);
       if (count < 0 && errno != EINTR) {
-        throw Failure(Exit::kOther, "cannot write '" + path_ + "': " + std::strerror(errno));
+        const std::string where = isStandardOutput() ? "standard output" : "'" + path_ + "'";
+        throw Failure(Exit::kOther, "cannot write " + where + ": " + std::strerror(errno));
       }
       if (count > 0) done += static_cast<std::size_t>(count);
     }
@@ -235,10 +238,11 @@ void runRecord(Call& call) {
     takeAll(follower, recording, end);
     follower.wait(end.left());
   }
+  const std::string events = std::to_string(recording.events()) + " events";
+  if (recording.isStandardOutput()) return note(events);
   Json::Value document;
   document["events"] = Json::UInt64(recording.events());
-  call.output.page(
-      document, [&] { call.output.line(std::to_string(recording.events()) + " events are in " + call.word("file")); });
+  call.output.page(document, [&] { call.output.line(events + " are in " + call.word("file")); });
 }
 
 }  // namespace zel::ctl
