@@ -797,7 +797,7 @@ void App::forkManyChildren(Frame&, unsigned) {
     }
     lock.unlock();
     if (child < 0) std::abort();
-    if (waitUntil([child] { return waitpid(child, nullptr, WNOHANG) == child; }, kHealthy)) continue;
+    if (waitUntil([child] { return waitpid(child, nullptr, WNOHANG) == child; }, 5 * kHealthy)) continue;
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     fail("a child that hangs");
