@@ -50,7 +50,14 @@ WatchedCommand* command = nullptr;  ///< once there is one
 timer_t deadline;
 volatile std::sig_atomic_t endStatus = 0;
 
+// ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing is lost with it: the store is
+// written before each answer.
+extern "C" void onDeadline(int) { std::_Exit(endStatus); }
+
 void endSoon() {
+  struct sigaction action = {};
+  action.sa_handler = onDeadline;
+  sigaction(SIGALRM, &action, nullptr);
   const itimerspec end{{}, {0, kLongestEndNs}};
   timer_settime(deadline, 0, &end, nullptr);
 }
@@ -73,24 +80,26 @@ extern "C" void onSignal(int signal, siginfo_t* info, void*) {
   errno = error;
 }
 
-// ZeroMQ takes as long to end as what its clients have sent takes to go through. Nothing is lost with it: the store is
-// written before each answer.
-extern "C" void onDeadline(int) { std::_Exit(endStatus); }
-
 /// Hands the signals of the process on to the simulator as long as both live: the command may end, and a signal may
 /// come, while the objects of the board are taken apart.
 class ObeyedSignals {
  public:
   explicit ObeyedSignals(Simulator& simulator) {
     running = &simulator;
-    struct sigaction action = {};
-    action.sa_handler = onDeadline;
-    sigaction(SIGALRM, &action, nullptr);
     timer_create(CLOCK_MONOTONIC, nullptr, &deadline);  // sends SIGALRM
+    struct sigaction action = {};
     action.sa_sigaction = onSignal;
     action.sa_flags = SA_SIGINFO;
-    for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
-    if (command != nullptr) sigaction(SIGCHLD, &action, nullptr);
+    sigset_t obeyed;
+    sigemptyset(&obeyed);
+    sigaddset(&obeyed, SIGALRM);
+    for (const int signal : {SIGUSR1, SIGINT, SIGTERM, SIGCHLD}) {
+      if (signal == SIGCHLD && command == nullptr) continue;
+      sigaction(signal, &action, nullptr);
+      sigaddset(&obeyed, signal);
+    }
+    sigprocmask(SIG_UNBLOCK, &obeyed, nullptr);  // the one who started this process may have blocked them
+    if (command != nullptr && command->hasEnded()) running->stop();  // before its end could be told
   }
   ~ObeyedSignals() {
     for (const int signal : {SIGUSR1, SIGINT, SIGTERM}) std::signal(signal, SIG_IGN);

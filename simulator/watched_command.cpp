@@ -174,7 +174,8 @@ int WatchedCommand::wait() noexcept {
   while (watcher_ > 0 && waitpid(watcher_, &status, 0) < 0 && errno == EINTR) {
   }
   watcher_ = -1;
-  endDescendants();  // they are here if the watcher was killed
+  // They are here if the watcher was killed; else it has ended them, and who is here was there before the command.
+  if (WIFSIGNALED(status)) endDescendants();
   return exitStatusOf(status);
 }
 

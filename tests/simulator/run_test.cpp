@@ -1,18 +1,21 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "tests/simulator/board_process.h"
+#include "tests/simulator/temporary_folder.h"
 
 // sysmgr-sim run. The tests run in the machine's network, beside each other: the private networks keep them apart.
 
@@ -111,6 +114,14 @@ pid_t watcherOf(pid_t board) {
   pid_t child = 0;
   children >> child;
   return child;
+}
+
+/// Whether a child of another process has ended, and its parent has not been told yet.
+bool hasEnded(pid_t process) {
+  std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
+  std::string line;
+  std::getline(stat, line);
+  return line.find(") Z ") != std::string::npos;
 }
 
 /// Root tests both; an ordinary user tests himself.
@@ -276,6 +287,49 @@ TEST_P(SysmgrSimRun, HasTheKernelEndTheCommandWhenBothAreKilled) {
   process.freeze();
   kill(watcher, SIGKILL);
   process.kill();
+  EXPECT_TRUE(trace.isGone());
+}
+
+TEST_P(SysmgrSimRun, EndsWhenItsWatcherWasKilledBeforeTheBoardIsReady) {
+  const zel::test::TemporaryFolder folder;
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+  const std::string script = folder.file("script");
+  ASSERT_EQ(mkfifo(script.c_str(), 0644), 0);
+  ChildProcess process = ChildProcess::run(as(runs({"sleep", "1000"}, {"--script", script})));
+  pid_t watcher = 0;
+  zel::test::waitUntil([&] { return (watcher = watcherOf(process.pid())) != 0; });
+  if (watcher == 0) GTEST_SKIP() << "this kernel does not list the children of a process";
+  kill(watcher, SIGKILL);
+  EXPECT_TRUE(zel::test::waitUntil([watcher] { return hasEnded(watcher); }));
+  std::ofstream(script) << "# the board has waited for this line\n";
+  EXPECT_EQ(process.wait(), 128 + SIGKILL);
+}
+
+TEST_P(SysmgrSimRun, EndsWithTheCommandWhereSignalsAreBlocked) {
+  const Words blocked = {"env", "--block-signal"};
+  EXPECT_EQ(toItsEnd(as(blocked + runs(shell("exit 7")))).status, 7);
+  ChildProcess board = ChildProcess::run(
+      blocked + Words{ZEL_SYSMGR_SIM, "--requests", "tcp://127.0.0.1:*", "--notifications", "tcp://127.0.0.1:*"});
+  ASSERT_TRUE(board.waitForOutput("ready"));
+  board.signal(SIGTERM);
+  EXPECT_EQ(board.wait(), 0);
+}
+
+TEST_P(SysmgrSimRun, LeavesAloneWhatWasThereBeforeTheCommand) {
+  const Words words = shell("sleep 1000 & echo $!; exec \"$@\"") + Words{"sh"} + runs({"true"});
+  const Ended ended = toItsEnd(as(words));
+  EXPECT_EQ(ended.status, 0) << ended.errors;
+  const pid_t service = std::atoi(ended.output.c_str());
+  ASSERT_GT(service, 0);
+  EXPECT_EQ(kill(service, SIGKILL), 0);
+}
+
+TEST_P(SysmgrSimRun, DoesNotTakeAnAlarmForTheEndOfTheCommand) {
+  Trace trace;
+  ChildProcess process = ChildProcess::run(as(runs(shell("echo ready; exec sleep 1000"))));
+  ASSERT_TRUE(process.waitForOutput("ready\n"));
+  process.signal(SIGALRM);
+  EXPECT_EQ(process.wait(), -SIGALRM);
   EXPECT_TRUE(trace.isGone());
 }
 
