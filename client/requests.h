@@ -108,6 +108,7 @@ ZEL_EXPORT Request<void> setGpioConfiguration(const Json::Value& lines);
 template <SysMgrCommands::sysmgr_msg_t command, class Record>
 Request<Record> query() {
   constexpr const char* kMember = findCommand(command)->payload;
+  static_assert(kMember != nullptr, "the answer to this command has no member of its own");
   return {command, {}, [](Json::Value& answer, Record& record) {
             record.Deserialize(answer[Json::StaticString(kMember)]);
           }};

@@ -174,7 +174,6 @@ class AsyncClient::State final : public RequestConnection {
     waiting_.emplace(id, std::move(request));
     deadlines_.merge(deadline);
     if (isProcessing_ || waiting_.size() > 1) return;
-    if (socket() != nullptr) eventsOf(socket());  // libzmq takes note of a connection that has ended meanwhile
     try {
       sendFirst();
     } catch (const std::bad_alloc&) {
@@ -229,7 +228,10 @@ class AsyncClient::State final : public RequestConnection {
   void sendFirst() {
     const Id id = waiting_.begin()->first;
     Waiting& request = waiting_.begin()->second;
-    if (!sending_) sending_.emplace(*this, request.id, request.body, request.deadline);
+    if (!sending_) {
+      if (socket() != nullptr) eventsOf(socket());  // libzmq takes note of a connection that has ended meanwhile
+      sending_.emplace(*this, request.id, request.body, request.deadline);
+    }
     Sending::State state = sending_->step();
     if (state == Sending::State::kWaiting && (eventsOf(socket()) & ZMQ_POLLOUT) != 0) state = sending_->step();
     switch (state) {

@@ -131,6 +131,7 @@ TEST(SysmgrSim, ListensAtOtherEndpoints) {
   board.signal(SIGTERM);
   EXPECT_EQ(board.wait(), 0);
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  zel::useEndpoints("", "");
 }
 
 TEST(SysmgrSim, SaysWhichEndpointItCannotUse) {
