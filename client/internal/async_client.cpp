@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <map>
 #include <memory>
@@ -99,8 +100,8 @@ class AsyncClient::State final : public RequestConnection {
       }
       while (!due_.empty() && run < kShare) {
         ++run;
-        runNext();
-        if (!mayGoOn()) return run;
+        turn.runNext();
+        if (!turn.mayGoOn()) return run;
       }
     } while (run < kShare && mayAdvance());
     return run;
@@ -138,7 +139,7 @@ class AsyncClient::State final : public RequestConnection {
     ~Turn() {
       if (!works_) return;
       state_.isProcessing_ = false;
-      if (state_.mayGoOn()) state_.setWakeUp();
+      if (mayGoOn()) state_.setWakeUp();
       const bool orphaned = state_.orphaned_;
       use_.reset();
       if (orphaned) delete &state_;
@@ -147,6 +148,16 @@ class AsyncClient::State final : public RequestConnection {
     Turn& operator=(const Turn&) = delete;
     bool mayWork() const { return works_; }
     bool isConnected() const { return bool(*use_); }
+    /// Whether no completion has destroyed the client, or forked the process and returned in the child, and no other
+    /// thread has ended the process meanwhile.
+    bool mayGoOn() const { return !state_.orphaned_ && !mayNotWork(*use_); }
+
+    void runNext() {
+      const Interruption interruption(use_, state_);
+      Due due = std::move(state_.due_.front());
+      state_.due_.pop_front();
+      due.complete(due.ending);
+    }
 
    private:
     State& state_;
@@ -158,9 +169,6 @@ class AsyncClient::State final : public RequestConnection {
   static bool mayNotWork(const Use& use) {
     return use.refusal() == Refusal::kForked || (use.refusal() == Refusal::kEnding && !isExitThread());
   }
-
-  /// Whether no completion has destroyed the client, or forked the process and returned in the child.
-  bool mayGoOn() const { return !orphaned_ && isOfThisProcess(); }
 
   /// Whether this call of `process` goes on to the next request. It opens one socket at most, which takes a while.
   bool mayAdvance() const { return advanced_ && !waiting_.empty() && socket() != nullptr; }
@@ -295,12 +303,6 @@ class AsyncClient::State final : public RequestConnection {
     waiting_.erase(found);
   }
 
-  void runNext() {
-    Due due = std::move(due_.front());
-    due_.pop_front();
-    due.complete(due.ending);
-  }
-
   /// Sets the descriptor to when the next call of `process` has something to do.
   void setWakeUp() {
     if (socket() != watched_) {
@@ -328,8 +330,9 @@ class AsyncClient::State final : public RequestConnection {
   bool sent_ = false;               ///< the first request is sent and not answered
   bool advanced_ = false;           ///< a request has ended since it was reset
   std::deque<Due> due_;             ///< in the order of the ends
-  bool isProcessing_ = false;       ///< `process` runs
-  bool orphaned_ = false;           ///< a completion has destroyed the client
+  // The thread that ends the process destroys a static client while another one is in a completion.
+  std::atomic<bool> isProcessing_{false};  ///< `process` runs
+  std::atomic<bool> orphaned_{false};      ///< destroyed while `process` runs
 };
 
 AsyncClient::AsyncClient(zmq::context_t& context, const std::string& endpoint)

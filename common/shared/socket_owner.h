@@ -69,6 +69,20 @@ class SocketOwner {
     Refusal refusal_;
   };
 
+  /// Ends a use while application code runs, and begins it anew: the end of the process does not wait for that code.
+  /// Behind it the use may be refused.
+  class Interruption {
+   public:
+    Interruption(std::optional<Use>& use, SocketOwner& owner) : use_(use), owner_(owner) { use_.reset(); }
+    ~Interruption() { use_.emplace(owner_); }
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+   private:
+    std::optional<Use>& use_;
+    SocketOwner& owner_;
+  };
+
   /// Registers the exit handler of a context before its first owner attaches.
   static void closeAtExit(zmq::context_t& context);
 

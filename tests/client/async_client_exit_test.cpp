@@ -4,17 +4,23 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/async_client.h"
 #include "client/zmq_utils.h"
+#include "tests/support/child_process.h"
 #include "tests/support/daemon_process.h"
+#include "tests/support/wait_until.h"
 
 namespace {
 
+using namespace std::chrono_literals;
 using zel::AsyncClient;
 
 /// A static object that is made before the context, and so destroyed after it.
@@ -83,6 +89,25 @@ struct Farewell {
 TEST(AsyncClientAtExit, WorksInAStaticObjectThatIsYoungerThanTheFirstClient) {
   const zel::test::ChildProcess daemon = zel::test::startDaemon();
   EXPECT_EXIT(exitWithOwnContext(), testing::ExitedWithCode(0), "after 0\nbefore -100\n");
+}
+
+TEST(AsyncClientAtExit, IsNotHeldUpByACompletionInAnotherThread) {
+  const zel::test::ChildProcess daemon = zel::test::startDaemon();
+  zel::test::ChildProcess child = zel::test::ChildProcess::call([] {
+    static AsyncClient& client = *new AsyncClient(ZmqUtils::getInstance().getContext());
+    static std::atomic<bool> completing{false};
+    std::thread([] {
+      const auto complete = [](const zel::Answer<void>&) {
+        completing = true;
+        for (;;) pause();  // for the thread that ends the process, say
+      };
+      client.submit(zel::requests::factoryReset(), complete);
+      while (client.pending() > 0) client.process();
+    }).detach();
+    zel::test::waitUntil([] { return completing.load(); });
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0);
 }
 
 TEST(AsyncClientBehindTheExitHandler, CompletesWhatWasNotSent) {

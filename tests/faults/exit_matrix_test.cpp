@@ -27,6 +27,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/fake_board.h"
 #include "tests/support/wait_until.h"
+#include "view/board_view.h"
 
 /// Replaces the library's function, so that the cache waits 100 ms for a daemon that does not answer, not 5 s.
 int ClientJsonApi::getClientTimeout() { return 100; }
@@ -224,6 +225,41 @@ void useInAnotherThread(AsyncClient& client) {
       turn(client, 10ms);
     }
   });
+}
+
+/// A callback that has begun, in a thread that does not come back from it.
+class Callback {
+ public:
+  void operator()() {
+    begun_ = true;
+    for (;;) pause();
+  }
+  void waitForIt() {
+    waitUntil([this] { return begun_.load(); });
+  }
+
+ private:
+  std::atomic<bool> begun_{false};
+};
+
+void completeInAnotherThread(AsyncClient& client) {
+  static Callback completion;
+  inAnotherThread([&client] {
+    submit(client, [] { completion(); });
+    for (;;) turn(client);
+  });
+  completion.waitForIt();
+}
+
+void callBackInAnotherThread(zel::BoardView& view) {
+  static Callback callback;
+  inAnotherThread([&view] {
+    view.open();
+    view.set(
+        zel::settings::kRtspTcpPort, 5004, [](const auto&) { callback(); }, 20ms);
+    for (;;) view.process();
+  });
+  callback.waitForIt();
 }
 
 /// Takes notifications without end, in a loop that watches an event descriptor.
@@ -565,6 +601,27 @@ const State kStates[] = {
        });
        submit(client);
        while (!done) turn(client);
+     }},
+    {"AsyncClientInACompletionOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       completeInAnotherThread(*new AsyncClient(context()));
+       end();
+     }},
+    {"StaticAsyncClientInACompletionOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       completeInAnotherThread(asyncClient());
+       end();
+     }},
+    {"ViewInACallbackOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       callBackInAnotherThread(*new zel::BoardView(context()));
+       end();
+     }},
+    {"StaticViewInACallbackOfAnotherThread", Daemon::kHealthy,
+     [](const Peer&, const End& end) {
+       static zel::BoardView view(context());
+       callBackInAnotherThread(view);
+       end();
      }},
     {"AsyncClientInTheLoopOfAnotherThread", Daemon::kHealthy,
      [](const Peer&, const End& end) {

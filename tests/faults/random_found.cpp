@@ -36,6 +36,16 @@ const std::vector<FoundProgram>& foundPrograms() {
            {0, &App::turnView, 59},
            {0, &App::checkView, 669},
        }},
+      {"a completion that does not return while another thread ends the process",
+       {
+           {0, &App::startThread, 297},
+           {1, &App::makeAsync, 1},  // heap
+           {1, &App::forkManyChildren, 964},
+           {1, &App::submit, 260},
+           {0, &App::receive, 585},
+           {1, &App::atNextCallback, 10},  // exit
+           {1, &App::turnAsync, 425},
+       }},
   };
   return made;
 }

@@ -163,7 +163,7 @@ class BoardView::Follower::Turn {
   ~Turn() {
     if (!works_) return;
     follower_.isProcessing_ = false;
-    if (follower_.mayGoOn()) follower_.setWakeUp();
+    if (mayGoOn()) follower_.setWakeUp();
     const bool orphaned = follower_.orphaned_;
     use_.reset();
     if (orphaned) delete &follower_;
@@ -171,6 +171,16 @@ class BoardView::Follower::Turn {
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
   bool mayWork() const { return works_; }
+  /// Whether no callback has destroyed the view, or forked the process and returned in the child, and no other thread
+  /// has ended the process meanwhile.
+  bool mayGoOn() const { return !follower_.orphaned_ && *use_; }
+
+  void runNext() {
+    const Interruption interruption(use_, follower_);
+    const auto call = std::move(follower_.calls_.front().second);
+    follower_.calls_.pop_front();
+    call();
+  }
 
  private:
   Follower& follower_;
@@ -231,18 +241,16 @@ void BoardView::Follower::setProbe(std::chrono::milliseconds interval, std::chro
 }
 
 std::size_t BoardView::Follower::process() {
-  const Turn turn(*this);
+  Turn turn(*this);
   if (!turn.mayWork()) return 0;
   wakeUp_.settle();
   if (calls_.empty()) takeIn();
   std::size_t run = 0;
   do {
     while (!calls_.empty() && run < kShareOfCallbacks) {
-      const auto call = std::move(calls_.front().second);
-      calls_.pop_front();
       ++run;
-      call();
-      if (!mayGoOn()) return run;
+      turn.runNext();
+      if (!turn.mayGoOn()) return run;
     }
   } while (run < kShareOfCallbacks && step());
   return run;

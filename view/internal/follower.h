@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <deque>
 #include <list>
 #include <map>
@@ -137,8 +138,6 @@ class BoardView::Follower final : public Subscription {
   /// Adds calls of all listeners of a kind to those that are to be made.
   template <class Callbacks, class... Arguments>
   void tell(Callbacks Listeners::*kind, const Arguments&... arguments);
-  /// Whether no callback has destroyed the view, or forked the process and returned in the child.
-  bool mayGoOn() const { return !orphaned_ && isOfThisProcess(); }
   void setWakeUp();
   void watchSockets();
   void closeSockets() noexcept override;
@@ -186,8 +185,9 @@ class BoardView::Follower final : public Subscription {
   Listener lastListener_ = 0;
   /// Calls of callbacks that are to be made, with the listener that each belongs to; 0: a completion.
   std::deque<std::pair<Listener, std::function<void()>>> calls_;
-  bool isProcessing_ = false;
-  bool orphaned_ = false;
+  // The thread that ends the process destroys a static view while another one is in a callback.
+  std::atomic<bool> isProcessing_{false};  ///< `process` runs
+  std::atomic<bool> orphaned_{false};      ///< destroyed while `process` runs
 };
 
 }  // namespace zel
