@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/endpoints.h"
@@ -20,6 +22,7 @@ class Listener {
     EXPECT_EQ(client_.connect(zel::notificationEndpoint()), 0);
     for (const std::string& topic : topics) EXPECT_EQ(client_.subscribe(topic), 0);
     EXPECT_EQ(client_.getPollItems(fds_), 0);
+    std::this_thread::sleep_for(kSubscribeTime);
   }
 
   /// Takes notifications until one is it.
@@ -42,6 +45,9 @@ class Listener {
   }
 
  private:
+  /// Nothing tells when the publisher has seen a subscription.
+  static constexpr std::chrono::milliseconds kSubscribeTime{20 * kSlowdown};
+
   SubscribeJsonClient client_;
   PollFds fds_;
 };
