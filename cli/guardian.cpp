@@ -172,7 +172,7 @@ class Guardian {
   void serve() {
     const Descriptor client(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
     pollfd item = {client.number(), POLLIN, 0};
-    constexpr int kPatience = 5000;  // ms; as long as a command waits that has connected and is held up
+    constexpr int kPatience = 5000;  // ms; on a busy machine a command sends its word long after it has connected
     if (client.number() < 0 || !mayDecide(client.number()) || poll(&item, 1, kPatience) <= 0) return;
     const std::string word = receive(client.number());
     if (word == kWords[static_cast<int>(Verdict::kConfirm)]) {
