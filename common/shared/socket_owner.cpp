@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "common/shared/context_mark.h"
@@ -23,7 +22,9 @@ namespace {
 
 /// What the owners of the process share. Guarded by `processMutex`.
 struct Registry {
-  std::set<SocketOwner*> owners;
+  /// The owners, and the process that attached each of them. A forked child inherits its parent's and does not touch
+  /// them: one that was on the stack of another thread is gone.
+  std::map<SocketOwner*, pid_t> owners;
   /// The open sockets and their owners.
   std::map<const void*, SocketOwner*> sockets;
   /// The contexts that have an exit handler, and whether it has run.
@@ -89,10 +90,11 @@ bool SocketOwner::attach(zmq::context_t& context) {
     users_.clear();
     openSockets_ = 0;
   }
-  registry().owners.insert(this);
+  const pid_t self = getpid();
+  registry().owners[this] = self;
   if (ended || !isMarked(context)) registerHandler(context);
   context_ = &context;
-  process_ = getpid();
+  process_ = self;
   state_ = State::kUsable;
   return true;
 }
@@ -125,18 +127,18 @@ void SocketOwner::endContext(void* context) {
   ProcessLock lock(processMutex());
   registry().exitThread = std::this_thread::get_id();
   registry().endedContexts.find(context)->second = true;  // found: to insert might need memory
-  const auto isConcerned = [context](const SocketOwner* owner) {
-    return owner->context_ == context && owner->isOfThisProcess();
+  const auto isConcerned = [context, self = getpid()](const auto& entry) {
+    return entry.second == self && entry.first->context_ == context;
   };
-  for (SocketOwner* const owner : registry().owners) {
-    if (isConcerned(owner)) owner->announceEnd();
+  for (const auto& entry : registry().owners) {
+    if (isConcerned(entry)) entry.first->announceEnd();
   }
-  const auto isLeft = [&](const SocketOwner* owner) { return isConcerned(owner) && owner->state_ != State::kEnded; };
+  const auto isLeft = [&](const auto& entry) { return isConcerned(entry) && entry.first->state_ != State::kEnded; };
   for (const Clock::time_point deadline = Clock::now() + kPatience; Clock::now() < deadline; pauseUnlocked(lock)) {
     auto owner = registry().owners.begin();
     // To close sockets unlocks the mutex, and the owners may change meanwhile.
     while (owner != registry().owners.end()) {
-      const bool closed = isConcerned(*owner) && (*owner)->closeIfUnused(lock);
+      const bool closed = isConcerned(*owner) && owner->first->closeIfUnused(lock);
       owner = closed ? registry().owners.begin() : std::next(owner);
     }
     if (std::none_of(registry().owners.begin(), registry().owners.end(), isLeft)) return;

@@ -615,7 +615,7 @@ void App::checkView(Frame& frame, unsigned) {
   frame.action = 0;
   const auto turn = [&] { turnView(frame, 10); };
   const auto isLive = [&] { return !frame.view || frame.view->state() == BoardView::State::kLive; };
-  if (!turnUntil(turn, isLive, 4000 * kSlowdown)) return fail("a view that is not live beside a healthy board");
+  if (!turnUntil(turn, isLive, 10000 * kSlowdown)) return fail("a view that is not live beside a healthy board");
   const std::uint32_t version = record_.version;
   const auto isCurrent = [&] { return !frame.view || frame.view->get(settings::kRtspTcpPort) >= version; };
   if (turnUntil(turn, isCurrent, 1000 * kSlowdown)) return;

@@ -46,6 +46,23 @@ const std::vector<FoundProgram>& foundPrograms() {
            {1, &App::atNextCallback, 10},  // exit
            {1, &App::turnAsync, 425},
        }},
+      {"a child that was forked while another thread opened views",
+       {
+           {0, &App::startThread, 267},
+           {0, &App::atNextCallback, 9},    // a child goes on
+           {1, &App::makeClients, 3},       // static
+           {1, &App::makeAsync, 2},         // function-static
+           {0, &App::makeContext, 0},       // stack
+           {0, &App::makeAsync, 3},         // static
+           {1, &App::comeAndGoForEver, 2},  // views
+           {0, &App::submit, 215},
+           {0, &App::breakBoard, 13},   // frozen
+           {0, &App::makeReceiver, 3},  // static
+           {0, &App::usePlugin, 0},     // unloaded at once
+           {0, &App::turnAsync, 289},
+           {0, &App::makeEvents, 220},
+           {0, &App::turnAsync, 439},
+       }},
   };
   return made;
 }

@@ -1,12 +1,15 @@
 #include "view/board_view.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/support/captured_log.h"
@@ -734,6 +737,33 @@ TEST_F(BoardViewTest, AChildThatACallbackForkedLeavesTheParentsSocketsAlone) {
   EXPECT_EQ(later, 1);
   board.change(5002);
   EXPECT_TRUE(runUntil([&] { return port() == 5002; }));
+}
+
+/// A child does not have the thread that opens views, and frees its stack when a thread of its own ends: the C library
+/// keeps at most 40 MiB of stacks that no thread uses.
+TEST(BoardViewInAForkedChild, IsNotTouchedAtExitWhileItWasBeingOpened) {
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
+  std::atomic<bool> stopping{false};
+  pthread_attr_t largeStack;
+  pthread_attr_init(&largeStack);
+  pthread_attr_setstacksize(&largeStack, std::size_t{64} << 20U);
+  const auto openViews = [](void* stop) -> void* {
+    zmq::context_t context;
+    while (!*static_cast<std::atomic<bool>*>(stop)) BoardView(context).open();
+    return nullptr;
+  };
+  pthread_t opener{};
+  ASSERT_EQ(pthread_create(&opener, &largeStack, openViews, &stopping), 0);
+  pthread_attr_destroy(&largeStack);
+  for (int count = 0; count < 50 && !HasFailure(); ++count) {
+    zel::test::ChildProcess child = zel::test::ChildProcess::call([] {
+      std::thread([] {}).join();
+      return 0;
+    });
+    EXPECT_EQ(child.wait(), 0) << child.errors();
+  }
+  stopping = true;
+  pthread_join(opener, nullptr);
 }
 
 /// A loop that watches the descriptor sleeps while a frozen daemon lets a probe wait.
