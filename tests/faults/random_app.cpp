@@ -321,7 +321,10 @@ void App::runThread(unsigned thread) {
     frame.thread = thread;
     run(frame);
     const auto stays = [](const auto& slot) { return slot && slot.storage != Storage::kStack; };
-    if (stays(frame.clients) || stays(frame.receiver) || stays(frame.async) || stays(frame.view)) hasStatics_ = true;
+    if (stays(frame.context) || stays(frame.clients) || stays(frame.receiver) || stays(frame.async) ||
+        stays(frame.view)) {
+      hasStatics_ = true;
+    }
   }
   if (process_ != process) endNow(kExit);     // the only thread of a child
   if (--runningThreads_ == 0) endNow(kExit);  // the main thread has left
