@@ -809,7 +809,8 @@ void App::forkManyChildren(Frame&, unsigned) {
 
 /// Objects that live a moment, while other threads fork or end the process. libzmq closes their sockets in a thread of
 /// its own: where that one does not get a processor, there are too many of them, and `init` fails. So the thread pauses
-/// behind each, except while another thread ends the process: then it opens sockets all the time.
+/// behind each, longer while another one checks what a healthy board answers. While another thread ends the process it
+/// does not pause: then it opens sockets all the time.
 void App::comeAndGo(Frame& frame, unsigned number) {
   isShort_ = true;
   zmq::context_t& context = contextOf(frame);
@@ -828,7 +829,7 @@ void App::comeAndGo(Frame& frame, unsigned number) {
       view.open();
       view.process();
     }
-    if (!ends_) std::this_thread::sleep_for(milliseconds(1));
+    if (!ends_) std::this_thread::sleep_for(milliseconds(record_.checkers == 0 ? 1 : 20));
   }
 }
 
