@@ -22,8 +22,8 @@ namespace {
 
 /// What the owners of the process share. Guarded by `processMutex`.
 struct Registry {
-  /// The owners, and the process that attached each of them. A forked child inherits its parent's and does not touch
-  /// them: one that was on the stack of another thread is gone.
+  /// The owners, and the process that attached each of them. A forked child inherits those of its parent; its exit
+  /// handlers do not touch them, since one that was on the stack of another thread is gone.
   std::map<SocketOwner*, pid_t> owners;
   /// The open sockets and their owners.
   std::map<const void*, SocketOwner*> sockets;

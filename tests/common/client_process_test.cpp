@@ -255,7 +255,10 @@ TEST(Fork, AChildOfABusyParentNeverHangs) {
       std::exit(0);
     }
     int status = 0;
-    if (zel::test::waitUntil([&] { return waitpid(child, &status, WNOHANG) == child; })) continue;
+    if (zel::test::waitUntil([&] { return waitpid(child, &status, WNOHANG) == child; })) {
+      EXPECT_EQ(status, 0);
+      continue;
+    }
     ++hung;
     kill(child, SIGKILL);
     waitpid(child, &status, 0);
