@@ -29,8 +29,8 @@ namespace zel {
 ///    waits for them without a limit, since their sockets are still open.
 /// 3. After that no socket is opened on the context any more. A thread that goes on calling finds its owner ended.
 /// 4. A static owner may be destroyed before the handler runs. Its destructor does the handler's work for this owner.
-/// 5. The memory of an owner is never given back (`Recycled`), so a thread that calls a static object after its
-///    destruction finds the owner ended, too.
+/// 5. The memory of an owner that an application's object holds is never given back (`Recycled`), so a thread that
+///    calls a static object after its destruction finds the owner ended, too.
 ///
 /// A forked child must not touch the sockets and contexts of its parent: there the owner refuses every use until it is
 /// attached to a context of the child's.
