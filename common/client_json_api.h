@@ -31,7 +31,8 @@ ZEL_EXPORT void setTimeout(ClientJsonApi& client, std::chrono::milliseconds time
 ///
 /// The client works again with the very next call once a daemon is back; nothing has to be made anew.
 ///
-/// Threads: one caller at a time per client. A child made by fork(2) has to call `init` with a context of its own.
+/// Threads: one caller at a time per client. A child made by fork(2) has to call `init` with a context of its own,
+/// and may do so whatever another thread of its parent did with the client.
 /// The context has to outlive the client, except at the end of the process: a client in static storage is disconnected
 /// before the context is destroyed, and its calls return -100 from there on. Until then the destructor of a static
 /// object may send requests.

@@ -45,6 +45,8 @@ struct CodeLocation;
 /// The process may end while another thread uses the cache: the object stays in memory until the process is gone. At
 /// exit its sockets are closed; from there on requests fail with -100, `processEvent` returns 0 and the getters answer
 /// from what the cache holds.
+/// A child made by fork(2) has the records as they were, whole, whatever another thread of its parent did. The child
+/// calls `ZmqUtils::resetContext` and `init`, and to follow the daemon `initSubscribers` with a poll set of its own.
 class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
  public:
   /// The single instance. The first call makes it and runs `init`, which takes up to the time-out of a request when
@@ -184,6 +186,7 @@ class ZEL_EXPORT SystemDefaultCfg : private SysmgrSubscriber {
   template <class Fetch>
   int converted(Fetch fetch);
   int refreshUnlessFollowing(const zel::CodeLocation& here);
+  ZEL_HIDDEN bool isFollowing() const;
   const EthBasicInfo* findInterface(const std::string& name) const;
 
   SysMgrClient client_;

@@ -46,7 +46,7 @@ class AsyncClient::State final : public RequestConnection {
   void destroy() {
     retire();
     if (!isProcessing_) {
-      delete this;
+      Recycled<State>::destroy(this);
     } else {
       orphaned_ = true;
     }
@@ -142,7 +142,7 @@ class AsyncClient::State final : public RequestConnection {
       if (mayGoOn()) state_.setWakeUp();
       const bool orphaned = state_.orphaned_;
       use_.reset();
-      if (orphaned) delete &state_;
+      if (orphaned) Recycled<State>::destroy(&state_);
     }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;

@@ -11,6 +11,17 @@
 
 using zel::Clock;
 
+namespace {
+
+/// Keeps the report of a failure. No thread forks meanwhile, so a child has this one or the one before.
+int keep(ErrorReport report, ErrorReport& last) {
+  const zel::ProcessLock lock(zel::processMutex());
+  std::swap(last, report);
+  return last.code;
+}
+
+}  // namespace
+
 /// The connection of a client that waits.
 class ClientJsonApi::Connection final : public zel::RequestConnection {
  public:
@@ -20,6 +31,15 @@ class ClientJsonApi::Connection final : public zel::RequestConnection {
   Connection& operator=(const Connection&) = delete;
   static void* operator new(std::size_t) { return zel::Recycled<Connection>::take(); }
   static void operator delete(void* memory) { zel::Recycled<Connection>::giveBack(memory); }
+  void destroy() {
+    retire();
+    zel::Recycled<Connection>::destroy(this);
+  }
+  /// In a forked child: makes the connection anew, since a thread that the child does not have may have been changing
+  /// it.
+  void renewIfInherited() {
+    if (isInherited()) zel::Recycled<Connection>::renew(this);
+  }
 
   /// Hands a request over as soon as a daemon takes it.
   Sending::State send(Sending& request) {
@@ -34,7 +54,7 @@ class ClientJsonApi::Connection final : public zel::RequestConnection {
 // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): its memory is recycled
 ClientJsonApi::ClientJsonApi() : connection_(new Connection) {}
 
-ClientJsonApi::~ClientJsonApi() { delete connection_; }
+ClientJsonApi::~ClientJsonApi() { connection_->destroy(); }
 
 int ClientJsonApi::getCommandDescription(unsigned int id, std::string& description) {
   description = "command " + std::to_string(id);
@@ -49,12 +69,13 @@ void zel::setTimeout(ClientJsonApi& client, std::chrono::milliseconds timeout) {
 }
 
 int ClientJsonApi::init(zmq::context_t& context) {
+  connection_->renewIfInherited();
   const std::string address = getIpcConnectAddress();
   const std::string why = connection_->open(context, address);
   if (why.empty()) return zel::status::kOk;
-  lastError_ = {zel::status::kCannotConnect,
-                zel::joined({"The client cannot open a connection to ", address, ": ", why})};
-  return lastError_.code;
+  return keep(
+      {zel::status::kCannotConnect, zel::joined({"The client cannot open a connection to ", address, ": ", why})},
+      lastError_);
 }
 
 std::string ClientJsonApi::nameOf(unsigned int id) {
@@ -67,12 +88,12 @@ int ClientJsonApi::sendMessage(IpcMsg& message, Json::Value& reply) {
   Connection::Exchange exchange(*connection_);
   if (exchange.endsElsewhere()) return zel::status::kNotInitialized;
   const auto fail = [&](auto report, const auto&... details) {
-    lastError_ = report(nameOf(message.getId()), details...);
-    return lastError_.code;
+    return keep(report(nameOf(message.getId()), details...), lastError_);
   };
   if (const char* const why = exchange.refusal()) return fail(zel::report::notInitialized, why);
 
   const int wished = getClientTimeout();
+  if (const char* const why = exchange.refusal()) return fail(zel::report::notInitialized, why);
   const auto timeout = wished > 0 ? std::chrono::milliseconds(wished) : zel::kDefaultTimeout;
   const Clock::time_point deadline = Clock::now() + timeout;
   const std::string& address = connection_->address();

@@ -15,6 +15,10 @@ class SubscribeJsonClient::Connection final : public zel::Subscription {
   Connection& operator=(const Connection&) = delete;
   static void* operator new(std::size_t) { return zel::Recycled<Connection>::take(); }
   static void operator delete(void* memory) { zel::Recycled<Connection>::giveBack(memory); }
+  void destroy() {
+    retire();
+    zel::Recycled<Connection>::destroy(this);
+  }
 
   /// Takes the next notification. @return 1, or 0 when there is none
   int takeDocument(std::string& topic, int& errorCode, Json::Value& payload) {
@@ -40,7 +44,7 @@ class SubscribeJsonClient::Connection final : public zel::Subscription {
 // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): its memory is recycled
 SubscribeJsonClient::SubscribeJsonClient(zmq::context_t& context) : connection_(new Connection(context)) {}
 
-SubscribeJsonClient::~SubscribeJsonClient() { delete connection_; }
+SubscribeJsonClient::~SubscribeJsonClient() { connection_->destroy(); }
 
 int SubscribeJsonClient::connect(const std::string& address) {
   return connection_->open(address) ? status::kOk : status::kCannotConnect;

@@ -59,7 +59,7 @@ bool RequestConnection::openLater(zmq::context_t& context, const std::string& ad
 
 const char* RequestConnection::refusalText(const Use& use) const {
   switch (use.refusal()) {
-    case Refusal::kNone: return isInitialized() ? nullptr : kNotConnected;
+    case Refusal::kNone: return !isInitialized() ? kNotConnected : !isOfThisProcess() ? kForked : nullptr;
     case Refusal::kNotAttached: return kNotConnected;
     case Refusal::kForked: return kForked;
     default: return kEnding;

@@ -45,10 +45,12 @@ class RequestConnection : public SocketOwner {
    public:
     explicit Exchange(RequestConnection& connection) : connection_(connection), use_(connection) {}
     ~Exchange() {
-      if (!keep_ && use_) connection_.closeSockets();
+      if (!keep_ && use_ && connection_.isOfThisProcess()) connection_.closeSockets();
     }
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
+    /// To be asked anew behind a function of the application's: it may have forked the process, and return in the
+    /// child.
     /// @return null, or why there is nothing to work with
     const char* refusal() const { return connection_.refusalText(use_); }
     /// Whether another thread is ending the process, and may destroy the client meanwhile.

@@ -27,14 +27,17 @@ struct Registry {
   std::map<SocketOwner*, pid_t> owners;
   /// The open sockets and their owners.
   std::map<const void*, SocketOwner*> sockets;
-  /// The contexts that have an exit handler, and whether it has run.
-  std::map<const void*, bool> endedContexts;
-  /// The thread in which the first of the handlers has run.
+  /// The contexts that have an exit handler, and the process in which it has run; 0: in none yet. A child that was
+  /// forked while another thread ended the parent goes on.
+  std::map<const void*, pid_t> endedIn;
+  /// The thread in which the first of the handlers has run, and its process.
   std::thread::id exitThread;
+  pid_t exitProcess = 0;
 
-  bool hasEnded(const zmq::context_t& context) const {
-    const auto found = endedContexts.find(&context);
-    return found != endedContexts.end() && found->second;
+  bool isExitThread() const { return exitThread == std::this_thread::get_id() && exitProcess == getpid(); }
+  pid_t processThatEnded(const zmq::context_t& context) const {
+    const auto found = endedIn.find(&context);
+    return found == endedIn.end() ? 0 : found->second;
   }
 };
 
@@ -64,7 +67,7 @@ int SocketOwner::linkDescriptor() const { return -1; }
 
 bool SocketOwner::isExitThread() {
   const ProcessLock lock(processMutex());
-  return registry().exitThread == std::this_thread::get_id();
+  return registry().isExitThread();
 }
 
 void SocketOwner::closeAtExit(zmq::context_t& context) {
@@ -73,7 +76,7 @@ void SocketOwner::closeAtExit(zmq::context_t& context) {
 }
 
 void SocketOwner::registerHandler(zmq::context_t& context) {
-  registry().endedContexts[&context] = false;
+  registry().endedIn[&context] = 0;
   abi::__cxa_atexit(endContext, &context, &__dso_handle);
   mark(context);
 }
@@ -82,17 +85,17 @@ bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
   const bool isEnding = isOfThisProcess() && (state_ == State::kEnding || state_ == State::kClosing);
   if (isEnding || state_ == State::kRetired) return false;
-  const bool ended = registry().hasEnded(context);
+  const pid_t self = getpid();
+  const pid_t ended = registry().processThatEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
-  if (ended && registry().exitThread != std::this_thread::get_id()) return false;
+  if (ended == self && !registry().isExitThread()) return false;
   if (!isOfThisProcess()) {
     forgetSockets();
     users_.clear();
     openSockets_ = 0;
   }
-  const pid_t self = getpid();
   registry().owners[this] = self;
-  if (ended || !isMarked(context)) registerHandler(context);
+  if (ended != 0 || !isMarked(context)) registerHandler(context);
   context_ = &context;
   process_ = self;
   state_ = State::kUsable;
@@ -125,9 +128,11 @@ bool SocketOwner::closeIfUnused(ProcessLock& lock) noexcept {
 
 void SocketOwner::endContext(void* context) {
   ProcessLock lock(processMutex());
+  const pid_t self = getpid();
   registry().exitThread = std::this_thread::get_id();
-  registry().endedContexts.find(context)->second = true;  // found: to insert might need memory
-  const auto isConcerned = [context, self = getpid()](const auto& entry) {
+  registry().exitProcess = self;
+  registry().endedIn.find(context)->second = self;  // found: to insert might need memory
+  const auto isConcerned = [context, self](const auto& entry) {
     return entry.second == self && entry.first->context_ == context;
   };
   for (const auto& entry : registry().owners) {

@@ -1,5 +1,7 @@
 #include "config/system_default_cfg.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <memory>
 #include <thread>
@@ -22,6 +24,9 @@ using zel::status::kNullParameter;
 using zel::status::kOk;
 
 namespace {
+
+/// The process that has initialised the subscribers.
+pid_t subscriber = 0;
 
 bool hasRedundancy(const BoardModel& board, Redundancy redundancy) {
   const Row* const row = zel::models::find(board.model);
@@ -49,11 +54,13 @@ int give(const char* operation, Out* out, Value&& value) {
   return kOk;
 }
 
-/// Puts a new state in the place of an old one, whole or, when there is no memory for it, not at all.
+/// Puts a new state in the place of an old one, whole or, when there is no memory for it, not at all. No thread forks
+/// meanwhile, so a child has one of them whole, too.
 template <class State>
 void replace(State& state, std::remove_cv_t<State>&& next) {
-  static_assert(std::is_nothrow_move_assignable_v<State>);
-  state = std::move(next);
+  static_assert(std::is_nothrow_swappable_v<State>);
+  const zel::ProcessLock lock(zel::processMutex());
+  std::swap(state, next);
 }
 
 /// Reads the daemon's answer into a cached record. Members that the answer does not have keep their values.
@@ -108,7 +115,7 @@ int SystemDefaultCfg::init() {
   }
   if (const int failure = fetchAll(ZEL_HERE.signature)) return failure;
   // A notification that has come since then may be older than what was fetched, and may be the first of many.
-  if (waited > 0 || !subscribersInitialized_ || !takeOne()) return kOk;
+  if (waited > 0 || !isFollowing() || !takeOne()) return kOk;
   if (const int failure = checked(ZEL_HERE, renewConnection())) return failure;
   return fetchAll(ZEL_HERE.signature);
 }
@@ -128,7 +135,7 @@ int SystemDefaultCfg::fetchAll(const char* init) {
   std::list<WhiteListEntry> fetched;  // the client appends
   const int whitelist = converted([&] { return client_.getMcastWhitelist(fetched); });
   if (const int failure = step({init, __LINE__}, whitelist, "whitelist entry retrieved")) return failure;
-  whitelist_.swap(fetched);
+  replace(whitelist_, std::move(fetched));
   return kOk;
 }
 
@@ -137,7 +144,7 @@ int SystemDefaultCfg::fetchAll(const char* init) {
 /// makes a new connection, which holds none.
 /// @return how many had arrived
 int SystemDefaultCfg::takeOffWaiting() {
-  if (!subscribersInitialized_) return 0;
+  if (!isFollowing()) return 0;
   constexpr int kQueue = 1000;  // what waits here at most
   int taken = 0;
   while (taken < kQueue && takeOne()) ++taken;
@@ -174,11 +181,15 @@ int SystemDefaultCfg::converted(Fetch fetch) {
 
 bool SystemDefaultCfg::isInitialized() const { return initialized_; }
 
+/// A forked child does not follow before it calls `initSubscribers` itself: the subscriptions are its parent's.
+bool SystemDefaultCfg::isFollowing() const { return subscribersInitialized_ && subscriber == getpid(); }
+
 int SystemDefaultCfg::initSubscribers(PollFds& pollFds) {
-  if (!subscribersInitialized_) {
+  if (!isFollowing()) {
     if (const int failure = SysmgrSubscriber::init(ZmqUtils::getInstance().getContext())) return failure;
     if (const int failure = subscribeAll()) return failure;
     subscribersInitialized_ = true;
+    subscriber = getpid();
   }
   return getPollItems(pollFds);
 }
@@ -255,7 +266,7 @@ const EthBasicInfo* SystemDefaultCfg::findInterface(const std::string& name) con
 }
 
 int SystemDefaultCfg::refreshUnlessFollowing(const zel::CodeLocation& here) {
-  if (subscribersInitialized_) return kOk;
+  if (isFollowing()) return kOk;
   return checked(here, fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_));
 }
 

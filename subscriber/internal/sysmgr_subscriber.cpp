@@ -18,10 +18,7 @@ namespace {
 using ClientMemory = zel::Recycled<SubscribeJsonClient>;
 
 struct DestroyClient {
-  void operator()(SubscribeJsonClient* client) const {
-    client->~SubscribeJsonClient();
-    ClientMemory::giveBack(client);
-  }
+  void operator()(SubscribeJsonClient* client) const { ClientMemory::destroy(client); }
 };
 using Client = std::unique_ptr<SubscribeJsonClient, DestroyClient>;
 

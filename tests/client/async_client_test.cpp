@@ -1,5 +1,6 @@
 #include "client/async_client.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -278,7 +279,7 @@ TEST_F(AsyncClientTest, CancelsWhatWaits) {
 /// The daemon may carry a sent request out: the next one waits for its answer all the same, so that the order holds.
 TEST_F(AsyncClientTest, CancelsWhatWasSent) {
   ScriptedDaemon daemon;
-  daemon.answer(zel::test::Answer("{}").after(2 * kShort));
+  daemon.answer(zel::test::Answer("{}").after(10 * kShort));
   const auto first = submitSet(1);
   ASSERT_TRUE(runUntil([&] { return daemon.requestCount() == 1; }));
   submitSet(2);
@@ -534,6 +535,25 @@ TEST_F(AsyncClientTest, InAForkedChildItCompletesNothing) {
   ASSERT_TRUE(runUntil([&] { return !ends.empty(); }));
   EXPECT_THAT(statuses(), ElementsAre(0));
   EXPECT_EQ(daemon.requestCount(), 1u);
+}
+
+/// Another thread of the parent may have been changing the client, and the child does not have that thread.
+TEST_F(AsyncClientTest, AForkedChildThatDestroysItLeavesItAsItWas) {
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> kept = held;
+  client->submit(requests::set(settings::kSapEnable, true), [held](const zel::Answer<void>&) {});
+  held.reset();
+  const int descriptor = client->descriptor();
+  const pid_t child = fork();
+  if (child == 0) {
+    client.reset();
+    _exit(!kept.expired() && fcntl(descriptor, F_GETFD) >= 0 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  client.reset();
+  EXPECT_TRUE(kept.expired());
 }
 
 /// The child returns from the completion that has forked it: what is due belongs to the parent.

@@ -1,6 +1,7 @@
 // The end of a process in whatever state its clients are: at once, with the context closed after every socket.
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "client/async_client.h"
 #include "client/sysmgr_jsonApi.h"
 #include "client/zmq_utils.h"
 #include "common/logger.h"
@@ -386,6 +388,43 @@ TEST(Exit, WithAContextAtTheAddressOfAnEarlierOne) {
     static Client client;
     EXPECT_EQ(client.init(*second), 0);
   });
+}
+
+/// Another thread of the parent runs the exit handlers, those of the library included, when the child is forked.
+TEST(Exit, GoesOnInAChildThatWasForkedMeanwhile) {
+  if (zel::test::kSanitized) GTEST_SKIP() << "a sanitizer's own locks may be held at a fork";
+  const ScriptedDaemon daemon;
+  static std::atomic<bool> exiting{false};
+  static std::atomic<int> result{-1};
+  ChildProcess process = ChildProcess::call([] {
+    std::atexit([] {  // runs behind the library's handlers, which are registered later
+      exiting = true;
+      _exit(zel::test::waitUntil([] { return result >= 0; }) ? result.load() : 90);
+    });
+    static Client client;
+    client.connect();
+    std::thread([] {
+      zel::test::waitUntil([] { return exiting.load(); });
+      const pid_t child = fork();
+      if (child == 0) {
+        ZmqUtils::getInstance().resetContext();
+        zmq::context_t& context = ZmqUtils::getInstance().getContext();
+        Client own(5000);
+        const bool blocking = own.init(context) == 0 && own.request() == 0;
+        zel::AsyncClient queue(context);
+        int status = -1;
+        queue.submit(zel::requests::set(zel::settings::kSapEnable, true),
+                     [&](const zel::Answer<void>& answer) { status = answer.status; });
+        zel::test::waitUntil([&] { return queue.process() > 0; });
+        _exit((blocking ? 0 : 1) + (status == 0 ? 0 : 2));
+      }
+      int status = 0;
+      waitpid(child, &status, 0);
+      result = WIFEXITED(status) ? WEXITSTATUS(status) : 99;
+    }).detach();
+    return 0;
+  });
+  EXPECT_EQ(process.wait(), 0) << process.errors();
 }
 
 TEST(Exit, OfAForkedChildThatInheritsAClient) {

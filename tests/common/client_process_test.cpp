@@ -14,6 +14,7 @@
 #include <iterator>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/client_json_api.h"
@@ -282,6 +283,59 @@ TEST(Fork, AClientOfTheParentIsNotUsableInTheChild) {
   EXPECT_EQ(child.wait(), 0) << child.output();
   EXPECT_EQ(client.ask(1).code, 0) << client.lastError().text;
   EXPECT_EQ(daemon.requestCount(), 2u);
+}
+
+/// A client whose process forks in a function of the application's that a request calls, before or behind its time-out.
+class ForkingClient : public TestClient {
+ public:
+  using TestClient::TestClient;
+  bool forksInTimeout = false;
+  bool forksInDescription = false;
+  pid_t child = -1;
+
+  int getClientTimeout() override {
+    if (std::exchange(forksInTimeout, false)) child = fork();
+    return TestClient::getClientTimeout();
+  }
+  int getCommandDescription(unsigned int id, std::string& description) override {
+    if (std::exchange(forksInDescription, false)) child = fork();
+    return TestClient::getCommandDescription(id, description);
+  }
+};
+
+void expectChildToEndWith(pid_t child, int expected) {
+  int status = 0;
+  EXPECT_TRUE(zel::test::waitUntil([&] { return waitpid(child, &status, WNOHANG) == child; }));
+  kill(child, SIGKILL);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expected) << status;
+}
+
+TEST(Fork, AChildReturnsFromTheRequestThatForkedIt) {
+  const ScriptedDaemon daemon;
+  zmq::context_t context;
+  ForkingClient client(context);
+  client.forksInTimeout = true;
+  const Outcome outcome = client.send(3);
+  if (client.child == 0) {
+    const bool told =
+        client.lastError().text.find("Call init again, with a context of this process.") != std::string::npos;
+    _exit(outcome.code == -100 && told ? 0 : 1);
+  }
+  expectChildToEndWith(client.child, 0);
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(client.ask(1).code, 0) << client.lastError().text;
+  EXPECT_EQ(daemon.requestCount(), 2u);
+}
+
+/// The child leaves the parent's socket alone.
+TEST(Fork, AChildReturnsFromTheReportThatForkedIt) {
+  zmq::context_t context;
+  ForkingClient client(context, milliseconds(1));
+  client.forksInDescription = true;
+  const Outcome outcome = client.send(3);
+  if (client.child == 0) _exit(outcome.code == -102 ? 0 : 1);
+  expectChildToEndWith(client.child, 0);
+  EXPECT_EQ(outcome.code, -102);
 }
 
 TEST(Fork, AClientWorksInTheChildAfterInitWithAContextOfItsOwn) {

@@ -148,6 +148,35 @@ TEST(SystemDefaultCfg, IsMadeInAForkedChildWhoseParentWasMakingIt) {
   EXPECT_TRUE(cache().isInitialized());
 }
 
+/// The parent goes on following, and so does the child, once it has asked for that.
+TEST(SystemDefaultCfg, FollowsInAForkedChildToo) {
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
+  FakeBoard board;
+  board.set(FakeBoard::kDynamic, R"({"eth-basics": [{"name": "eth0", "mac": "0123456789ab"}]})");
+  PollFds fds;
+  ASSERT_EQ(cache().initSubscribers(fds), 0);
+  ChildProcess child = ChildProcess::call([] {
+    EthBasicInfo info;
+    EXPECT_EQ(cache().getEthDynamicBasicInfo("eth0", info), zel::status::kNotInitialized) << "it does not follow";
+    ZmqUtils::getInstance().resetContext();
+    PollFds own;
+    EXPECT_EQ(cache().init(), 0);
+    EXPECT_EQ(cache().initSubscribers(own), 0);
+    EXPECT_EQ(own.size(), 1u);
+    EXPECT_EQ(cache().init(), 0);
+    std::printf("following\n");
+    std::fflush(stdout);
+    EXPECT_TRUE(waitUntil([&] { return cache().processEvent(own[0]) != 0; }));
+    EXPECT_EQ(rtspPort(), 6001u);
+    return 0;
+  });
+  ASSERT_TRUE(child.waitForOutput("following"));
+  board.publisher.publish("1000", R"({"rtsp": {"tcp-port": 6001}})");
+  EXPECT_EQ(child.wait(), 0) << child.output() << child.errors();
+  EXPECT_TRUE(waitUntil([&] { return cache().processEvent(fds[0]) != 0; }));
+  EXPECT_EQ(rtspPort(), 6001u);
+}
+
 TEST(SystemDefaultCfg, IsMadeWithoutAUsableContextToo) {
   const FakeBoard board;
   ZmqUtils::getInstance().getContext().shutdown();

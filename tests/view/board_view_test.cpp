@@ -711,6 +711,25 @@ TEST_F(BoardViewTest, InAForkedChildItDoesNothing) {
   EXPECT_TRUE(runUntil([&] { return port() == 5001; }));
 }
 
+/// Another thread of the parent may have been changing the view, and the child does not have that thread.
+TEST_F(BoardViewTest, AForkedChildThatDestroysItLeavesItAsItWas) {
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> kept = held;
+  view->onRebootRequest([held] {});
+  held.reset();
+  const int descriptor = view->descriptor();
+  const pid_t child = fork();
+  if (child == 0) {
+    view.reset();
+    _exit(!kept.expired() && fcntl(descriptor, F_GETFD) >= 0 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  view.reset();
+  EXPECT_TRUE(kept.expired());
+}
+
 /// A callback may fork. In the child the call of `process` returns and has touched nothing of the parent's.
 TEST_F(BoardViewTest, AChildThatACallbackForkedLeavesTheParentsSocketsAlone) {
   Board board;

@@ -166,7 +166,7 @@ class BoardView::Follower::Turn {
     if (mayGoOn()) follower_.setWakeUp();
     const bool orphaned = follower_.orphaned_;
     use_.reset();
-    if (orphaned) delete &follower_;
+    if (orphaned) Recycled<Follower>::destroy(&follower_);
   }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
@@ -213,7 +213,7 @@ void BoardView::Follower::makeFetcher() {
 void BoardView::Follower::destroy() {
   retire();
   if (!isProcessing_) {
-    delete this;
+    Recycled<Follower>::destroy(this);
   } else {
     orphaned_ = true;
   }
