@@ -35,10 +35,9 @@ class ClientJsonApi::Connection final : public zel::RequestConnection {
     retire();
     zel::Recycled<Connection>::destroy(this);
   }
-  /// In a forked child: makes the connection anew, since a thread that the child does not have may have been changing
-  /// it.
+  /// A thread that a forked child does not have may have been changing the connection.
   void renewIfInherited() {
-    if (isInherited()) zel::Recycled<Connection>::renew(this);
+    if (zel::Recycled<Connection>::isInherited(this)) zel::Recycled<Connection>::renew(this);
   }
 
   /// Hands a request over as soon as a daemon takes it.

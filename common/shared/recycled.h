@@ -32,10 +32,13 @@ class Recycled {
   }
   static void giveBack(void* memory) noexcept { put(free_, blockOf(memory)); }
 
+  /// Whether the object was made by the parent of this forked process.
+  static bool isInherited(T* object) { return blockOf(object)->maker != getpid(); }
+
   /// Destroys an object and gives its memory back, unless the object is the parent's.
   static void destroy(T* object) noexcept {
     Block* const block = blockOf(object);
-    if (block->maker != getpid()) return put(kept_, block);
+    if (isInherited(object)) return put(kept_, block);
     object->~T();
     put(free_, block);
   }

@@ -59,7 +59,8 @@ int SysmgrSubscriber::notifyMcastWhitelistUpdate(std::list<WhiteListEntry>&) { r
 int SysmgrSubscriber::init(zmq::context_t& context) {
   Client client = makeClient(context);
   const int result = client->connect(zel::notificationEndpoint());
-  client_ = client.release();  // an earlier one stays as it is
+  if (client_ != nullptr && ClientMemory::isInherited(client_)) ClientMemory::destroy(client_);
+  client_ = client.release();  // an earlier one of this process stays as it is
   return checked(ZEL_HERE, result);
 }
 

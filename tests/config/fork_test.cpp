@@ -33,7 +33,7 @@ bool isWhole() {
   std::multiset<char> marks;  // of the interfaces
   for (const char mark : kMarks) {
     for (unsigned int i = 0; i < 20; ++i) {
-      const IpAddress address((10U << 24U) + ((mark - '0') << 16U) + i);
+      const IpAddress address((10U << 24U) + (static_cast<unsigned int>(mark - '0') << 16U) + i);
       if (cache().isLocalBoardIpAddr(address)) marks.insert(mark);
     }
   }
