@@ -48,7 +48,8 @@ class ZEL_EXPORT SubscribeJsonClient {
   /// only what is published from then on is received. When something was dropped, it is one line at level 6.
   ///
   /// @return 0, or -101 when the socket cannot be opened, the address is not valid, or the process is at its end: the
-  ///         client is not connected then, and its subscriptions are gone.
+  ///         client is not connected then, and its subscriptions are gone. -100 in a forked child whose parent
+  ///         connected the client.
   int connect(const std::string& address);
 
   /// Adds or drops a topic. What is subscribed n times is dropped by dropping it n times; to drop what is not there

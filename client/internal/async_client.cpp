@@ -45,7 +45,7 @@ class AsyncClient::State final : public RequestConnection {
   /// Ends the client. A completion may do so inside `process`, which deletes the object when it is over.
   void destroy() {
     retire();
-    if (!isProcessing_) {
+    if (!isProcessing_ || Recycled<State>::isInherited(this)) {
       Recycled<State>::destroy(this);
     } else {
       orphaned_ = true;

@@ -20,6 +20,8 @@ class SubscribeJsonClient::Connection final : public zel::Subscription {
     zel::Recycled<Connection>::destroy(this);
   }
 
+  using Subscription::isInherited;
+
   /// Takes the next notification. @return 1, or 0 when there is none
   int takeDocument(std::string& topic, int& errorCode, Json::Value& payload) {
     zel::Frame frame;
@@ -47,6 +49,7 @@ SubscribeJsonClient::SubscribeJsonClient(zmq::context_t& context) : connection_(
 SubscribeJsonClient::~SubscribeJsonClient() { connection_->destroy(); }
 
 int SubscribeJsonClient::connect(const std::string& address) {
+  if (connection_->isInherited()) return status::kNotInitialized;
   return connection_->open(address) ? status::kOk : status::kCannotConnect;
 }
 

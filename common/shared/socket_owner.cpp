@@ -117,7 +117,7 @@ void SocketOwner::announceEnd() {
 }
 
 bool SocketOwner::closeIfUnused(ProcessLock& lock) noexcept {
-  if (state_ != State::kEnding || isUsedElsewhere()) return false;
+  if (state_ != State::kEnding || !isOfThisProcess() || isUsedElsewhere()) return false;
   state_ = State::kClosing;
   lock.unlock();
   closeSockets();
@@ -193,19 +193,19 @@ void SocketOwner::closeSocket(void*& socket) noexcept {
 }
 
 SocketOwner::Refusal SocketOwner::begin() {
-  switch (state_) {
-    case State::kUnattached: return Refusal::kNotAttached;
-    case State::kUsable: break;
-    default: return Refusal::kEnding;
-  }
+  if (state_ == State::kUnattached) return Refusal::kNotAttached;
+  if (state_ == State::kRetired) return Refusal::kEnding;
   if (!isOfThisProcess()) return Refusal::kForked;
+  if (state_ != State::kUsable) return Refusal::kEnding;
   users_.push_back(std::this_thread::get_id());
   return Refusal::kNone;
 }
 
 void SocketOwner::leave() {
   ProcessLock lock(processMutex());
-  users_.erase(std::find(users_.begin(), users_.end(), std::this_thread::get_id()));
+  const auto user = std::find(users_.begin(), users_.end(), std::this_thread::get_id());
+  if (user == users_.end()) return;  // in a child that was forked during the use, and has attached the owner anew
+  users_.erase(user);
   if (users_.empty()) closeIfUnused(lock);
 }
 

@@ -108,6 +108,8 @@ class SocketOwner {
 
   /// Whether the owner was attached in this process, not in the one that was forked.
   bool isOfThisProcess() const;
+  /// Whether the parent of this forked process attached the owner.
+  bool isInherited() const { return process_ != 0 && !isOfThisProcess(); }
 
   /// As zmq_socket(3) on the owner's context. Fails with ETERM when the owner's use is refused by now.
   void* openSocket(int type);

@@ -25,8 +25,9 @@ using zel::status::kOk;
 
 namespace {
 
-/// The process that has initialised the subscribers.
+/// The process that has initialised the subscribers, and the one that has called `init`.
 pid_t subscriber = 0;
+pid_t initializer = 0;
 
 bool hasRedundancy(const BoardModel& board, Redundancy redundancy) {
   const Row* const row = zel::models::find(board.model);
@@ -107,6 +108,7 @@ SystemDefaultCfg::SystemDefaultCfg() {
 SystemDefaultCfg::~SystemDefaultCfg() = default;
 
 int SystemDefaultCfg::init() {
+  initializer = getpid();
   zmq::context_t& context = ZmqUtils::getInstance().getContext();
   if (const int failure = step(ZEL_HERE, client_.init(context), "zmq context initialized")) return failure;
   const int waited = takeOffWaiting();
@@ -266,7 +268,9 @@ const EthBasicInfo* SystemDefaultCfg::findInterface(const std::string& name) con
 }
 
 int SystemDefaultCfg::refreshUnlessFollowing(const zel::CodeLocation& here) {
-  if (isFollowing()) return kOk;
+  // A child that has not called `init` cannot use its parent's client: it has what the parent held at the fork.
+  const bool isInherited = subscribersInitialized_ && initializer != getpid();
+  if (isFollowing() || isInherited) return kOk;
   return checked(here, fetch(client_, &SysMgrClient::getDynamicParameters, dynamic_));
 }
 

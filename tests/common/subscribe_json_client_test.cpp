@@ -841,11 +841,32 @@ TEST(SubscribeJsonClient, IsLeftAloneInAForkedChild) {
     PollFds fds;
     const bool refused = application.client.subscribe("2") == zel::status::kNotInitialized &&
                          application.client.unsubscribe("1") == zel::status::kNotInitialized &&
+                         application.client.connect("tcp://127.0.0.1:5575") == zel::status::kNotInitialized &&
                          application.client.getPollItems(fds) == zel::status::kNotInitialized && !application.take();
     return refused ? 0 : 1;
   });
   EXPECT_EQ(child.wait(), 0) << child.errors();
   EXPECT_TRUE(application.follows(publisher));
+}
+
+/// As in an application that makes its objects, and then becomes a daemon.
+TEST(SubscribeJsonClient, IsConnectedInAForkedChildWhoseParentHasNotConnectedIt) {
+  if (zel::test::kThreadSanitizer) GTEST_SKIP() << zel::test::kNoThreadsAfterFork;
+  PublisherFake publisher;
+  zmq::context_t context;
+  SubscribeJsonClient client(context);
+  ChildProcess child = ChildProcess::call([&] {
+    context = zmq::context_t();
+    PollFds fds;
+    EXPECT_EQ(client.connect(kAddress), 0);
+    EXPECT_EQ(client.subscribe("3"), 0);
+    EXPECT_EQ(client.getPollItems(fds), 0);
+    EXPECT_GT(fds.poll(kSoon.count()), 0);
+    return 0;
+  });
+  EXPECT_TRUE(publisher.waitForSubscription("3"));
+  publisher.publish("3", "");
+  EXPECT_EQ(child.wait(), 0) << child.errors();
 }
 
 TEST(SubscribeJsonClient, WorksInAForkedChildThatMakesItsOwn) {

@@ -393,7 +393,7 @@ void App::makeContextWhereOneWas(Frame& frame, unsigned) {
 }
 
 void App::resetContext(Frame&, unsigned) {
-  if (!hasStatics_) renewContext();
+  if (!hasStatics_ && !cacheIsMade_) renewContext();
 }
 
 /// Without descriptors there is no context until another call succeeds.
@@ -648,6 +648,7 @@ void App::destroyView(Frame& frame, unsigned) { frame.view.destroy(); }
 // ---- the cache
 
 void App::getCache(Frame& frame, unsigned) {
+  cacheIsMade_ = true;
   frame.cache = &SystemDefaultCfg::getInstance();  // throws where descriptors are short
   frame.cache->getClientReference().setTimeout(kTimeout);
 }

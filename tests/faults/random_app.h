@@ -205,6 +205,7 @@ class App {
   int descriptorsBefore_;
   std::atomic<bool> isShort_{false};     ///< descriptors were limited, or there may be too many sockets
   std::atomic<bool> hasStatics_{false};  ///< something is not given back before the end
+  std::atomic<bool> cacheIsMade_{false};
   Farewell* farewell_ = nullptr;
 };
 

@@ -212,7 +212,7 @@ void BoardView::Follower::makeFetcher() {
 
 void BoardView::Follower::destroy() {
   retire();
-  if (!isProcessing_) {
+  if (!isProcessing_ || Recycled<Follower>::isInherited(this)) {
     Recycled<Follower>::destroy(this);
   } else {
     orphaned_ = true;
