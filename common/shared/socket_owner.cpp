@@ -84,7 +84,7 @@ void SocketOwner::registerHandler(zmq::context_t& context) {
 bool SocketOwner::attach(zmq::context_t& context) {
   const ProcessLock lock(processMutex());
   const bool isEnding = isOfThisProcess() && (state_ == State::kEnding || state_ == State::kClosing);
-  if (isEnding || state_ == State::kRetired) return false;
+  if (isEnding || isRetired_) return false;
   const pid_t self = getpid();
   const pid_t ended = registry().processThatEnded(context);
   // The thread that ends the process runs the destructors of static objects, and they know which contexts are left.
@@ -152,7 +152,8 @@ void SocketOwner::endContext(void* context) {
 
 void SocketOwner::retire() noexcept {
   ProcessLock lock(processMutex());
-  if (state_ == State::kRetired) return;
+  if (isRetired_) return;
+  isRetired_ = true;
   if (isOfThisProcess()) {
     announceEnd();
     while (!closeIfUnused(lock) && state_ != State::kEnded) pauseUnlocked(lock);
@@ -160,7 +161,6 @@ void SocketOwner::retire() noexcept {
     forgetSockets();
   }
   registry().owners.erase(this);
-  state_ = State::kRetired;
 }
 
 void* SocketOwner::openSocket(int type) {
@@ -194,7 +194,7 @@ void SocketOwner::closeSocket(void*& socket) noexcept {
 
 SocketOwner::Refusal SocketOwner::begin() {
   if (state_ == State::kUnattached) return Refusal::kNotAttached;
-  if (state_ == State::kRetired) return Refusal::kEnding;
+  if (isRetired_) return Refusal::kEnding;
   if (!isOfThisProcess()) return Refusal::kForked;
   if (state_ != State::kUsable) return Refusal::kEnding;
   users_.push_back(std::this_thread::get_id());

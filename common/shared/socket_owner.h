@@ -128,7 +128,6 @@ class SocketOwner {
     kEnding,   ///< new uses are refused; the sockets are closed when the last use is over
     kClosing,  ///< one thread closes the sockets
     kEnded,
-    kRetired,  ///< the owner is destroyed: it is never attached again
   };
 
   static void registerHandler(zmq::context_t& context);
@@ -142,6 +141,7 @@ class SocketOwner {
   zmq::context_t* context_ = nullptr;
   pid_t process_ = 0;  ///< the process that attached the owner
   State state_ = State::kUnattached;
+  bool isRetired_ = false;  ///< the owner is being destroyed: another thread that calls it does not attach it again
   std::vector<std::thread::id> users_;  ///< the threads of the uses that are not over; one as a rule
   std::size_t openSockets_ = 0;
 };

@@ -221,7 +221,7 @@ const std::vector<Row>& rows() {
       {"checkView", &App::checkView, kHasView, 0, 0, 0, 8, 20000, {}},
       {"checkQuiet", &App::checkQuiet, 0, 0, 0, 0, 10, 20000, {}},
       {"destroyView", &App::destroyView, kHasView, 0, 0, kHasView, 10, 500, {}},
-      {"getCache", &App::getCache, kMayUseCache, kHasCache, kHasCache, 0, 20, 6000, {}},
+      {"getCache", &App::getCache, kMayUseCache, kHasCache, kHasCache, 0, 20, 20500, {}},
       {"initCache", &App::initCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 2500, {}},
       {"followCache", &App::followCache, kHasCache | kMayUseCache, 0, 0, 0, 20, 1000, {}},
       {"readCache", &App::readCache, kHasCache | kMayUseCache, 0, 0, 0, 8, 500, {}},

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "client/zmq_utils.h"
 #include "subscriber/sysmgr_subscriber.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
@@ -963,6 +964,20 @@ TEST_F(BoardViewTest, IsNotOpenedAfterItsEnd) {
     auto* const ended = new (memory) BoardView(own, "inproc://a", "inproc://b");
     ended->~BoardView();
     return ended->open() == -101 ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0) << child.errors();
+}
+
+/// The destructor waits for the call of the other thread, which calls again at once.
+TEST(BoardViewAtTheEnd, IsDestroyedWhileAnotherThreadOpensItAgainAndAgain) {
+  if (zel::test::kSanitized) GTEST_SKIP() << "the thread calls the view after its destructor";
+  zel::test::ChildProcess child = zel::test::ChildProcess::call([] {
+    static BoardView view(ZmqUtils::getInstance().getContext(), "nowhere", "nowhere");
+    std::thread([] {
+      for (;;) view.open();
+    }).detach();
+    std::this_thread::sleep_for(milliseconds(20));
+    return 0;
   });
   EXPECT_EQ(child.wait(), 0) << child.errors();
 }
