@@ -217,7 +217,9 @@ class Execution {
       dup2(ends[1], STDERR_FILENO);
       close(ends[0]);
       close(ends[1]);
-      if (showsStacks) std::signal(SIGSEGV, printStack);
+      for (const int crash : {SIGSEGV, SIGABRT}) {
+        if (showsStacks) std::signal(crash, printStack);
+      }
       std::exit((new App(record_, program_))->main());
     }
     close(ends[1]);
