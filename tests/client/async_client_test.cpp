@@ -279,7 +279,7 @@ TEST_F(AsyncClientTest, CancelsWhatWaits) {
 /// The daemon may carry a sent request out: the next one waits for its answer all the same, so that the order holds.
 TEST_F(AsyncClientTest, CancelsWhatWasSent) {
   ScriptedDaemon daemon;
-  daemon.answer(zel::test::Answer("{}").after(10 * kShort));
+  daemon.answer(zel::test::Answer("{}").after(milliseconds(1000)));
   const auto first = submitSet(1);
   ASSERT_TRUE(runUntil([&] { return daemon.requestCount() == 1; }));
   submitSet(2);
