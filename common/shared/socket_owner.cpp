@@ -193,8 +193,8 @@ void SocketOwner::closeSocket(void*& socket) noexcept {
 }
 
 SocketOwner::Refusal SocketOwner::begin() {
-  if (state_ == State::kUnattached) return Refusal::kNotAttached;
   if (isRetired_) return Refusal::kEnding;
+  if (state_ == State::kUnattached) return Refusal::kNotAttached;
   if (!isOfThisProcess()) return Refusal::kForked;
   if (state_ != State::kUsable) return Refusal::kEnding;
   users_.push_back(std::this_thread::get_id());

@@ -390,6 +390,18 @@ TEST(Exit, WithAContextAtTheAddressOfAnEarlierOne) {
   });
 }
 
+/// As by a thread that goes on while another one destroys the static objects: nothing is kept in what is destroyed.
+TEST(Exit, LeavesADestroyedClientThatWasNeverConnectedAsItIs) {
+  if (zel::test::kSanitized) GTEST_SKIP() << "the client is called after its destructor";
+  alignas(Client) static unsigned char memory[sizeof(Client)];
+  auto* const client = new (memory) Client;
+  client->~Client();
+  EXPECT_EQ(client->request(), -100);
+  ErrorReport report;
+  client->getLastErrorMessage(report);
+  EXPECT_EQ(report.text, "");
+}
+
 /// Another thread of the parent runs the exit handlers, those of the library included, when the child is forked.
 TEST(Exit, GoesOnInAChildThatWasForkedMeanwhile) {
   if (zel::test::kSanitized) GTEST_SKIP() << "a sanitizer's own locks may be held at a fork";
